@@ -18,6 +18,22 @@ HRESULT AppendKind(LumListPtrIUnknown& list, std::deque<T>& objects) {
 
 // The administration root of the process. It lives as long as the process:
 // its count only tracks the references handed out.
+// The session of a store, which owns its objects.
+class StoreSession final : public SdaiSession {
+ public:
+  explicit StoreSession(std::unique_ptr<AdminStore> store)
+      : store_(std::move(store)) {}
+  AdminStore* Store() const { return store_.get(); }
+
+ private:
+  std::unique_ptr<AdminStore> store_;
+};
+
+std::unique_ptr<StoreSession>& Current() {
+  static std::unique_ptr<StoreSession> current;
+  return current;
+}
+
 class Admin final : public KivIAdmin {
  public:
   HRESULT QueryInterface(const IID& riid, void** ppv) override {
@@ -52,7 +68,8 @@ class Admin final : public KivIAdmin {
                 << std::endl;
       return E_FAIL;
     }
-    store_ = &SdaiSession::Open(std::move(store))->Store();
+    store_ = store.get();
+    Current() = std::make_unique<StoreSession>(std::move(store));
     return S_OK;
   }
 
@@ -119,11 +136,6 @@ Admin& TheAdmin() {
   return admin;
 }
 
-std::unique_ptr<SdaiSession>& Current() {
-  static std::unique_ptr<SdaiSession> current;
-  return current;
-}
-
 }  // namespace
 }  // namespace kiv
 
@@ -134,19 +146,11 @@ HRESULT GetKivIAdmin(KivIAdmin*& admin) {
   return S_OK;
 }
 
-SdaiSession::SdaiSession(std::unique_ptr<kiv::AdminStore> store)
-    : store_(std::move(store)) {}
-
-SdaiSession::~SdaiSession() = default;
-
 SdaiSession* SdaiSession::CurrentSession() { return kiv::Current().get(); }
 
-SdaiSession* SdaiSession::Open(std::unique_ptr<kiv::AdminStore> store) {
-  kiv::Current().reset(new SdaiSession(std::move(store)));
-  return kiv::Current().get();
-}
-
 void SdaiSession::CloseSession() {
-  kiv::TheAdmin().Forget(store_.get());
-  if (kiv::Current().get() == this) kiv::Current().reset();  // deletes this
+  kiv::StoreSession* current = kiv::Current().get();
+  if (current != this) return;
+  kiv::TheAdmin().Forget(current->Store());
+  kiv::Current().reset();  // destroys this session
 }

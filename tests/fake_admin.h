@@ -1,0 +1,317 @@
+// The test double of the object model: an in-memory administration that a
+// test fills field by field.
+//
+// A fake::World owns every fake object. Getters hand out what the public
+// fields hold, with the status in the matching *Status field; a nullptr in a
+// list field is a null element. Each object keeps a ledger of its references
+// (handed out minus given back), and the world logs every call:
+//   world.Held()  -> "H1:1 P2:1", the objects the tool still holds;
+//   world.calls   -> "P1.GetDataDomains", "P1.GetName", ... in call order.
+// This file also defines GetKivIAdmin and SdaiSession for the tool under test.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KivAdmin.h"
+#include "SdaiSession.h"
+
+namespace fake {
+
+class World;
+
+// The ledger of one fake object.
+class Object {
+ public:
+  virtual ~Object() = default;
+  void Log(const char* operation) const;
+
+  std::string label;  // the object's name in the ledger and the call log
+  std::string oid;    // the identifier's bytes
+  int refs = 0;       // references handed out and not given back
+  int releases = 0;   // calls of Release
+  World* world = nullptr;
+};
+
+// IUnknown, SupportsInterface and GetOid of a fake of interface I.
+template <class I>
+class Fake : public I, public Object {
+ public:
+  using Interface = I;
+
+  HRESULT QueryInterface(const IID&, void** ppv) override {
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG AddRef() override { return static_cast<ULONG>(++refs); }
+  ULONG Release() override {
+    ++releases;
+    return static_cast<ULONG>(--refs);
+  }
+  int SupportsInterface(const char* name) override {
+    Log("SupportsInterface");
+    for (const std::string& n : answersTo)
+      if (n == name) return 1;
+    return 0;
+  }
+  HRESULT GetOid(LumDbBinary& out) override {
+    Log("GetOid");
+    out.Assign(oid.data(), oid.size());
+    return S_OK;
+  }
+  // The interface names SupportsInterface answers to.
+  std::vector<std::string> answersTo{I::kName, "KivIObject", "IUnknown"};
+};
+
+// Appends items to list as interface I, with a reference each; returns status.
+template <class I, class T>
+HRESULT Fill(LumListPtrIUnknown& list, const std::vector<T*>& items,
+             HRESULT status) {
+  for (T* item : items) {
+    if (item) item->AddRef();
+    list.Append(static_cast<I*>(item));
+  }
+  return status;
+}
+
+// Sets out to item as interface I, with a reference; returns status.
+template <class I, class T>
+HRESULT Give(I*& out, T* item, HRESULT status = S_OK) {
+  out = item;
+  if (item) item->AddRef();
+  return status;
+}
+
+HRESULT Text(LumUnicodeString& out, const std::string& text);
+
+struct Host : Fake<KivIHost> {
+  LumUnicodeString GetName() override;
+  HRESULT GetOSType(LumUnicodeString& v) override;
+  HRESULT GetOSVersion(LumUnicodeString& v) override;
+  std::string name, osType, osVersion;
+};
+
+struct DataServer : Fake<KivIDataServer> {
+  LumUnicodeString GetName() override;
+  HRESULT GetHost(KivIHost*& h) override;
+  HRESULT GetAuthentication(LumUnicodeString& v) override;
+  HRESULT GetDBMS(LumUnicodeString& v) override;
+  HRESULT GetConnectionString(LumUnicodeString& v) override;
+  std::string name, authentication, dbms, connectionString;
+  Host* host = nullptr;
+};
+
+struct VaultServer : Fake<KivIVaultServer> {
+  LumUnicodeString GetName() override;
+  HRESULT GetAliasName(LumUnicodeString& v) override;
+  std::string name, aliasName;
+};
+
+struct BusinessDomain : Fake<KivIBusinessDomain> {
+  LumUnicodeString GetName() override;
+  HRESULT GetDataModeler(LumUnicodeString& v) override;
+  HRESULT GetCorvelFlag(LumUnicodeString& v) override;
+  HRESULT GetMetaDataName(LumUnicodeString& v) override;
+  HRESULT GetEditor(LumUnicodeString& v) override;
+  std::string name, metaDataName, editor, corvelFlag, dataModeler;
+};
+
+struct Domain : Fake<KivIDomain> {
+  int GetVisible() override;
+  HRESULT GetBusinessDomains(LumListPtrIUnknown& l) override;
+  LumUnicodeString GetName() override;
+  std::string name;
+  int visible = 1;
+  std::vector<BusinessDomain*> businessDomains;
+  HRESULT businessDomainsStatus = S_OK;
+};
+
+struct DataDomain : Fake<KivIDataDomain> {
+  LumUnicodeString GetName() override;
+  HRESULT GetDriver(LumUnicodeString& v) override;
+  HRESULT GetBusinessDomain(KivIBusinessDomain*& b) override;
+  HRESULT GetAliasName(LumUnicodeString& v) override;
+  int IsRdb() override;
+  HRESULT GetOwnerDico(LumUnicodeString& v) override;
+  HRESULT GetDataServer(KivIDataServer*& d) override;
+  std::string name, aliasName, ownerDico, driver;
+  int rdb = 1;
+  BusinessDomain* businessDomain = nullptr;
+  HRESULT businessDomainStatus = S_OK;
+  DataServer* dataServer = nullptr;
+};
+
+struct Project : Fake<KivIProject> {
+  LumUnicodeString GetName() override;
+  HRESULT GetDataDomains(LumListPtrIUnknown& l) override;
+  HRESULT GetVaultServers(LumListPtrIUnknown& l) override;
+  HRESULT GetDataServers(LumListPtrIUnknown& l) override;
+  std::string name;
+  std::vector<DataDomain*> dataDomains;
+  std::vector<VaultServer*> vaultServers;
+  std::vector<DataServer*> dataServers;
+  HRESULT dataDomainsStatus = S_OK, vaultServersStatus = S_OK,
+          dataServersStatus = S_OK;
+};
+
+// An extern or the local site.
+template <class I>
+struct Site : Fake<I> {
+  HRESULT GetName(LumUnicodeString& v) override {
+    this->Log("GetName");
+    return Text(v, name);
+  }
+  std::string name;
+};
+using ExternSite = Site<KivIExternSite>;
+using LocalSite = Site<KivILocalSite>;
+
+struct Media : Fake<KivIReplMedia> {
+  HRESULT GetMediaPath(LumUnicodeString& v) override;
+  std::string mediaPath;
+};
+
+struct PackageDefinition : Fake<KivIReplPackageDefinition> {
+  HRESULT GetWholeDataDomains(LumListPtrIUnknown& l) override;
+  HRESULT GetName(LumUnicodeString& v) override;
+  std::string name;
+  std::vector<DataDomain*> wholeDataDomains;
+};
+
+// A capture or an apply status.
+template <class I>
+struct Status : Fake<I> {
+  HRESULT GetLastSuccessfulDate(LumUnicodeString& v) override {
+    this->Log("GetLastSuccessfulDate");
+    return Text(v, lastSuccessfulDate);
+  }
+  HRESULT Server(KivIObject** out) {
+    *out = server;
+    if (server) server->AddRef();
+    return serverStatus;
+  }
+  std::string lastSuccessfulDate;
+  KivIObject* server = nullptr;
+  HRESULT serverStatus = S_OK;
+};
+
+struct CaptureStatus : Status<KivIReplCaptureStatus> {
+  HRESULT GetCaptureServer(KivIObject** out) override;
+};
+
+struct ApplyStatus : Status<KivIReplApplyStatus> {
+  HRESULT GetApplyServer(KivIObject** out) override;
+};
+
+// A subscribing target or a subscription.
+template <class I, class S>
+struct ReplicationSet : Fake<I> {
+  HRESULT GetExternSite(KivIExternSite** out) override {
+    this->Log("GetExternSite");
+    return Give(*out, externSite);
+  }
+  HRESULT GetMedia(KivIReplMedia** out) override {
+    this->Log("GetMedia");
+    return Give(*out, media);
+  }
+  HRESULT GetPackageDefinition(KivIReplPackageDefinition** out) override {
+    this->Log("GetPackageDefinition");
+    return Give(*out, packageDefinition);
+  }
+  HRESULT GetName(LumUnicodeString& v) override {
+    this->Log("GetName");
+    return Text(v, name);
+  }
+  HRESULT Statuses(LumListPtrIUnknown& l) {
+    this->Log("GetStatuses");
+    return Fill<typename S::Interface>(l, statuses, S_OK);
+  }
+  std::string name;
+  Media* media = nullptr;
+  PackageDefinition* packageDefinition = nullptr;
+  ExternSite* externSite = nullptr;
+  std::vector<S*> statuses;
+};
+
+struct SubscribingTarget
+    : ReplicationSet<KivIReplSubscribingTarget, CaptureStatus> {
+  HRESULT GetCaptureStatuses(LumListPtrIUnknown& l) override;
+};
+
+struct Subscription : ReplicationSet<KivIReplSubscription, ApplyStatus> {
+  HRESULT GetApplyStatuses(LumListPtrIUnknown& l) override;
+};
+
+// The root, with a status per getter.
+struct Admin : KivIAdmin, Object {
+  HRESULT QueryInterface(const IID&, void** ppv) override;
+  ULONG AddRef() override;
+  ULONG Release() override;
+  HRESULT Init(LumUnicodeString&, LumUnicodeString&, int) override;
+  HRESULT End() override;
+  HRESULT GetProjects(LumListPtrIUnknown& l) override;
+  HRESULT GetDomains(LumListPtrIUnknown& l) override;
+  HRESULT GetHosts(LumListPtrIUnknown& l) override;
+  HRESULT GetDataServers(LumListPtrIUnknown& l) override;
+  HRESULT GetVaultServers(LumListPtrIUnknown& l) override;
+  HRESULT GetSubscribingTargets(LumListPtrIUnknown& l) override;
+  HRESULT GetSubscriptions(LumListPtrIUnknown& l) override;
+  HRESULT GetLocalSite(KivILocalSite*& s) override;
+  HRESULT GetExternSites(LumListPtrIUnknown& l) override;
+  HRESULT GetPackageDefinitions(LumListPtrIUnknown& l) override;
+
+  std::vector<Project*> projects;
+  std::vector<Domain*> domains;
+  std::vector<Host*> hosts;
+  std::vector<DataServer*> dataServers;
+  std::vector<VaultServer*> vaultServers;
+  std::vector<SubscribingTarget*> targets;
+  std::vector<Subscription*> subscriptions;
+  LocalSite* localSite = nullptr;
+  std::vector<ExternSite*> externSites;
+  std::vector<PackageDefinition*> packageDefinitions;
+  HRESULT initStatus = S_OK, endStatus = S_OK, projectsStatus = S_OK,
+          domainsStatus = S_OK, hostsStatus = S_OK, targetsStatus = S_OK,
+          subscriptionsStatus = S_OK, localSiteStatus = S_OK,
+          externSitesStatus = S_OK, packageDefinitionsStatus = S_OK;
+};
+
+// Owns the fakes of one test, and is the administration GetKivIAdmin gives
+// while it lives (none when noRoot is set).
+class World {
+ public:
+  World();
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  // Adds a fake labelled label whose identifier is the bytes of hexOid.
+  template <class T>
+  T* Add(const std::string& label, const std::string& hexOid) {
+    auto object = std::make_unique<T>();
+    T* raw = object.get();
+    raw->label = label;
+    raw->oid = Bytes(hexOid);
+    raw->world = this;
+    objects_.push_back(std::move(object));
+    return raw;
+  }
+
+  // The objects whose references the tool still holds, as "label:refs".
+  std::string Held() const;
+  // The calls logged since the last Calls(), joined by blanks; clears them.
+  std::string Calls();
+
+  Admin admin;
+  bool noRoot = false;       // GetKivIAdmin leaves the pointer null
+  bool sessionOpen = false;  // Init opens a session, CloseSession closes it
+  int sessionsClosed = 0;
+  std::vector<std::string> calls;
+
+ private:
+  static std::string Bytes(const std::string& hex);
+  std::vector<std::unique_ptr<Object>> objects_;
+};
+
+}  // namespace fake

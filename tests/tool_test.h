@@ -1,0 +1,50 @@
+// The fixture of the in-process tests of the tool: a fake administration, the
+// document written to a file in the build tree, standard error and the
+// "VANTREL" trace captured.
+#pragma once
+
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <string>
+
+#include "Vantrel.h"
+#include "fake_admin.h"
+#include "test_support.h"
+
+class ToolTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    indent = 0;
+    iXSL = 0;
+    cXSLFile = "";
+    traceVantrel.Capture(&trace);
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string(info->test_suite_name()) + "." + info->name();
+    for (char& c : name)
+      if (c == '/') c = '_';
+    path = test_support::OutputPath(name + ".xml");
+    out = std::make_unique<std::ofstream>(path);
+  }
+  void TearDown() override { traceVantrel.Capture(nullptr); }
+
+  // The document written so far.
+  std::string Doc() {
+    out->flush();
+    return test_support::ReadFile(path);
+  }
+  // Standard error so far, with source line numbers replaced by N.
+  std::string Err() const {
+    static const std::regex line(R"(line \[[0-9]+\])");
+    return std::regex_replace(err.Text(), line, "line [N]");
+  }
+
+  static constexpr const char* kNullReport =
+      "unexpected null pointer line [N] File [Vantrel.m/src/Vantrel.cpp]\n";
+
+  fake::World w;
+  std::string path;
+  std::unique_ptr<std::ofstream> out;
+  std::string trace;
+  test_support::CaptureStderr err;
+};
