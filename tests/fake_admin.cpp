@@ -234,13 +234,13 @@ HRESULT Admin::GetPackageDefinitions(LumListPtrIUnknown& l) {
                                          packageDefinitionsStatus);
 }
 
-World::World() {
+World::World() : previous_(current) {
   admin.label = "Admin";
   admin.world = this;
   current = this;
 }
 
-World::~World() { current = nullptr; }
+World::~World() { current = previous_; }
 
 std::string World::Held() const {
   std::string held;

@@ -312,6 +312,7 @@ class World {
  private:
   static std::string Bytes(const std::string& hex);
   std::vector<std::unique_ptr<Object>> objects_;
+  World* previous_;  // the world GetKivIAdmin gives again once this one ends
 };
 
 }  // namespace fake

@@ -1,1 +1,336 @@
+// Tests of the driver, the export run, the document frame and the root
+// traversal, in process on the test double.
+//
+// Plan:
+//   Title        the prolog with and without the stylesheet
+//   Tab          two blanks per level
+//   CommandLine  the process-wide state each command line leaves
+//   ExportRun    each outcome of the run: message, file, root, session
+//   Root         the document element: an empty administration, the order
+//                of sections, each getter failure, null elements and the
+//                release rule of each section
+#include <functional>
+
 #include "tool_test.h"
+
+namespace {
+
+const char kProlog[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+    "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n";
+const char kEmptyRoot[] = "<AdminObjects>\n</AdminObjects>\n";
+
+using Title = ToolTest;
+
+TEST_F(Title, StylesheetInstructionOnlyWhenAsked) {
+  const struct {
+    int xsl;
+    const char* path;
+    std::string doc;
+  } cases[] = {
+      {0, "ignored.xsl", kProlog},
+      {1, "s.xsl",
+       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+       "<?xml-stylesheet type=\"text/xsl\" href=\"s.xsl\" ?>\n"
+       "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n"},
+      {1, "",
+       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+       "<?xml-stylesheet type=\"text/xsl\" href=\"\" ?>\n"
+       "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n"},
+  };
+  for (const auto& c : cases) {
+    out = std::make_unique<std::ofstream>(path);
+    iXSL = c.xsl;
+    cXSLFile = c.path;
+    indent = 2;  // the prolog is never indented
+    EXPECT_EQ(DumpTitle(out.get()), 0);
+    EXPECT_EQ(Doc(), c.doc);
+    EXPECT_EQ(indent, 2);
+  }
+}
+
+using Tab = ToolTest;
+
+TEST_F(Tab, TwoBlanksPerLevel) {
+  for (int depth : {0, 1, 3}) {
+    out = std::make_unique<std::ofstream>(path);
+    indent = depth;
+    tab(out.get());
+    EXPECT_EQ(Doc(), std::string(2 * depth, ' '));
+  }
+}
+
+using CommandLine = ToolTest;
+
+TEST_F(CommandLine, StylesheetStateFollowsTheAcceptedForms) {
+  const std::string file = path;
+  const struct {
+    std::vector<std::string> args;
+    int rc, xsl;
+    const char* xslFile;
+  } cases[] = {
+      {{"-f", file}, 0, 0, ""},
+      {{"-f", file, "-xsl", "a.xsl"}, 0, 1, "a.xsl"},
+      {{"-f", file, "-xsl", ""}, 0, 1, ""},
+      {{"-xsl", "a.xsl", "-f", file}, 1, 0, ""},
+      {{"-f", file, "-XSL", "a.xsl"}, 1, 0, ""},
+  };
+  for (const auto& c : cases) {
+    iXSL = 0;
+    cXSLFile = "";
+    std::vector<char*> argv{const_cast<char*>("Vantrel")};
+    for (const std::string& arg : c.args) argv.push_back(const_cast<char*>(arg.c_str()));
+    fake::World world;  // each run releases the root it got
+    EXPECT_EQ(VantrelMain(static_cast<int>(argv.size()), argv.data()), c.rc);
+    EXPECT_EQ(iXSL, c.xsl);
+    EXPECT_STREQ(cXSLFile.ConvertToChar(), c.xslFile);
+  }
+}
+
+struct RunCase {
+  const char* name;
+  std::function<void(fake::World&)> setUp;
+  int rc;
+  std::string err, doc, held;
+  int sessionsClosed;
+};
+
+using ExportRun = ToolTest;
+
+TEST_F(ExportRun, EachOutcome) {
+  const std::string whole = std::string(kProlog) + kEmptyRoot;
+  const RunCase cases[] = {
+      {"success", [](fake::World&) {}, 0, "", whole, "", 1},
+      {"no root", [](fake::World& w) { w.noRoot = true; }, 1,
+       "cannot get KivAdmin\n", "", "", 0},
+      {"init", [](fake::World& w) { w.admin.initStatus = E_FAIL; }, 1,
+       "cannot init KivAdmin\n", "", "Admin:1", 0},
+      {"root", [](fake::World& w) { w.admin.projectsStatus = -2; }, 1,
+       "cannot get the list of projects\ncannot dump adminobjects \n",
+       std::string(kProlog) + "<AdminObjects>\n", "Admin:1", 0},
+      {"end", [](fake::World& w) { w.admin.endStatus = E_FAIL; }, 1,
+       "cannot End KivAdmin\n", whole, "Admin:1", 0},
+  };
+  for (const RunCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    fake::World world;
+    c.setUp(world);
+    out = std::make_unique<std::ofstream>(path);
+    test_support::CaptureStderr runErr;
+    EXPECT_EQ(ReadAdmin(out.get()), c.rc);
+    EXPECT_EQ(runErr.Text(), c.err);
+    EXPECT_EQ(Doc(), c.doc);
+    EXPECT_EQ(world.Held(), c.held);
+    EXPECT_EQ(world.sessionsClosed, c.sessionsClosed);
+  }
+}
+
+using Root = ToolTest;
+
+TEST_F(Root, EmptyAdministrationCountsEveryList) {
+  EXPECT_EQ(DumpRoot(out.get(), &fakes.admin), 0);
+  EXPECT_EQ(Doc(), kEmptyRoot);
+  EXPECT_EQ(trace,
+            "[VANTREL] > DumpRoot\n"
+            "[VANTREL]   number of project :[0]\n"
+            "[VANTREL]   number of domain :[0]\n"
+            "[VANTREL]   > DumpServers\n"
+            "[VANTREL]     returns 0\n"
+            "[VANTREL]   < DumpServers\n"
+            "[VANTREL]   number of host found : [0]\n"
+            "[VANTREL]   number of subscribing target found [0]\n"
+            "[VANTREL]   number of subscription found [0]\n"
+            "[VANTREL]   number of package definition found [0]\n"
+            "[VANTREL]   number of package definition found [0]\n"
+            "[VANTREL]   returns 0\n"
+            "[VANTREL] < DumpRoot\n");
+  EXPECT_EQ(Err(), "");
+}
+
+TEST_F(Root, NullRoot) {
+  EXPECT_EQ(DumpRoot(out.get(), nullptr), 1);
+  EXPECT_EQ(Err(), kNullReport);
+  EXPECT_EQ(Doc(), "");
+}
+
+// One object of every kind, each in its section.
+void FillAll(fake::World& w) {
+  auto* project = w.Add<fake::Project>("P1", "01");
+  project->name = "p";
+  w.admin.projects = {project};
+  auto* domain = w.Add<fake::Domain>("DOM1", "02");
+  domain->name = "d";
+  w.admin.domains = {domain};
+  w.admin.vaultServers = {w.Add<fake::VaultServer>("V1", "03")};
+  w.admin.hosts = {w.Add<fake::Host>("H1", "04")};
+  w.admin.targets = {w.Add<fake::SubscribingTarget>("T1", "05")};
+  w.admin.subscriptions = {w.Add<fake::Subscription>("S1", "06")};
+  w.admin.packageDefinitions = {w.Add<fake::PackageDefinition>("K1", "07")};
+  w.admin.externSites = {w.Add<fake::ExternSite>("E1", "08")};
+  w.admin.localSite = w.Add<fake::LocalSite>("L1", "09");
+}
+
+TEST_F(Root, SectionsInTheirFixedOrderAndOnlyHostsKept) {
+  FillAll(fakes);
+  EXPECT_EQ(DumpRoot(out.get(), &fakes.admin), 0);
+  EXPECT_EQ(Doc(),
+            "<AdminObjects>\n"
+            "<PROJECT Name=\"p\" Oid=\"x01\">\n"
+            "</PROJECT>\n"
+            "<DOMAIN Name=\"d\" Visible=\"Y\" Oid=\"x02\">\n"
+            "</DOMAIN>\n"
+            "<SERVER>\n"
+            "<VAULTSERVER Oid=\"x03\" Name=\"\" AliasName=\"\"/>\n"
+            "</SERVER>\n"
+            "<HOST Oid=\"x04\" Name=\"\" OSType=\"\" OSVersion=\"\"/>\n"
+            "<SUBSCRIBINGTARGET Oid=\"x05\" Name=\"\" >\n"
+            "</SUBSCRIBINGTARGET>\n"
+            "<SUBSCRIPTION Oid=\"x06\" Name=\"\" >\n"
+            "</SUBSCRIPTION>\n"
+            "<PACKAGEDEFINITION Oid=\"x07\" Name=\"\" />\n"
+            "<EXTERNSITE Oid=\"x08\" Name=\"\"/>\n"
+            "<LOCALSITE Oid=\"x09\" Name=\"\"/>\n"
+            "</AdminObjects>\n");
+  EXPECT_EQ(fakes.Held(), "H1:1");
+  EXPECT_EQ(indent, 0);
+}
+
+TEST_F(Root, GetterFailureEndsTheDocumentWithItsMessage) {
+  const struct {
+    HRESULT fake::Admin::*status;
+    const char* message;
+    const char* lastLine;
+  } cases[] = {
+      {&fake::Admin::projectsStatus, "cannot get the list of projects",
+       "<AdminObjects>\n"},
+      {&fake::Admin::domainsStatus, "cannot get the list of domain",
+       "</PROJECT>\n"},
+      {&fake::Admin::hostsStatus, "cannot get the list of HOST", "</SERVER>\n"},
+      {&fake::Admin::targetsStatus,
+       "cannot get the list of subscribing target", "/>\n"},
+      {&fake::Admin::subscriptionsStatus,
+       "cannot get the list of subscription ", "</SUBSCRIBINGTARGET>\n"},
+      {&fake::Admin::packageDefinitionsStatus,
+       "cannot get the list of package definition ", "</SUBSCRIPTION>\n"},
+      {&fake::Admin::externSitesStatus,
+       "cannot get the list of package definition ", "\" />\n"},
+      {&fake::Admin::localSiteStatus, "cannot get KivILocalSite pointer",
+       "<EXTERNSITE Oid=\"x08\" Name=\"\"/>\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.message);
+    fake::World world;
+    FillAll(world);
+    world.admin.*c.status = E_FAIL;
+    out = std::make_unique<std::ofstream>(path);
+    test_support::CaptureStderr runErr;
+    EXPECT_EQ(DumpRoot(out.get(), &world.admin), 1);
+    EXPECT_EQ(runErr.Text(), std::string(c.message) + "\n");
+    EXPECT_TRUE(EndsWith(Doc(), c.lastLine)) << Doc();
+    EXPECT_TRUE(EndsWith(trace, "   returns 1\n[VANTREL] < DumpRoot\n"));
+  }
+}
+
+TEST_F(Root, NullProjectsAndDomainsAreSkippedButCounted) {
+  auto* p1 = fakes.Add<fake::Project>("P1", "01");
+  auto* p2 = fakes.Add<fake::Project>("P2", "02");
+  auto* d1 = fakes.Add<fake::Domain>("D1", "03");
+  fakes.admin.projects = {p1, nullptr, p2};
+  fakes.admin.domains = {nullptr, d1};
+  EXPECT_EQ(DumpRoot(out.get(), &fakes.admin), 0);
+  EXPECT_NE(trace.find("number of project :[3]"), std::string::npos);
+  EXPECT_NE(trace.find("number of domain :[2]"), std::string::npos);
+  EXPECT_EQ(Doc(),
+            "<AdminObjects>\n"
+            "<PROJECT Name=\"\" Oid=\"x01\">\n</PROJECT>\n"
+            "<PROJECT Name=\"\" Oid=\"x02\">\n</PROJECT>\n"
+            "<DOMAIN Name=\"\" Visible=\"Y\" Oid=\"x03\">\n</DOMAIN>\n"
+            "</AdminObjects>\n");
+  EXPECT_EQ(fakes.Held(), "");
+}
+
+TEST_F(Root, MissingLocalSiteClosesTheDocument) {
+  fakes.admin.localSite = nullptr;
+  EXPECT_EQ(DumpRoot(out.get(), &fakes.admin), 0);
+  EXPECT_EQ(Doc(), kEmptyRoot);
+}
+
+struct ReleaseCase {
+  const char* section;
+  std::function<void(fake::World&)> setUp;  // a failing second element
+  std::string err;
+  std::string held;  // what stays held after the failure
+};
+
+// Three elements made by add, the second made to fail by spoil.
+template <class T>
+std::vector<T*> Three(fake::World& w, const char* prefix,
+                      const std::function<void(T*)>& spoil) {
+  std::vector<T*> items;
+  for (int i = 1; i <= 3; ++i)
+    items.push_back(w.Add<T>(prefix + std::to_string(i), "0" + std::to_string(i)));
+  spoil(items[1]);
+  return items;
+}
+
+// A domain cannot fail under the root: it skips its null business domains
+// and the root skips null domains.
+TEST_F(Root, EachSectionKeepsItsReleaseRuleOnFailure) {
+  const std::string nullReport = kNullReport;
+  const ReleaseCase cases[] = {
+      {"projects",
+       [](fake::World& w) {
+         w.admin.projects = Three<fake::Project>(
+             w, "P", [](fake::Project* p) { p->dataDomainsStatus = E_FAIL; });
+       },
+       "cannot get the list of datadomain\nerror when writing PROJECT node\n",
+       "P2:1 P3:1"},
+      {"hosts",
+       [](fake::World& w) {
+         auto hosts = Three<fake::Host>(w, "H", [](fake::Host*) {});
+         w.admin.hosts = {hosts[0], nullptr, hosts[2]};
+       },
+       nullReport + "cannot dump Host\n", "H1:1 H3:1"},
+      {"targets",
+       [](fake::World& w) {
+         auto* status = w.Add<fake::CaptureStatus>("C", "0C");
+         status->serverStatus = E_FAIL;
+         w.admin.targets = Three<fake::SubscribingTarget>(
+             w, "T", [status](fake::SubscribingTarget* t) { t->statuses = {status}; });
+       },
+       "cannot get capture server\ncannot dump Subscribing target \n", "C:1"},
+      {"subscriptions",
+       [](fake::World& w) {
+         auto* status = w.Add<fake::ApplyStatus>("A", "0A");
+         status->serverStatus = E_FAIL;
+         w.admin.subscriptions = Three<fake::Subscription>(
+             w, "S", [status](fake::Subscription* s) { s->statuses = {status}; });
+       },
+       "cannot get Apply server\ncannot dump Subscrption \n", "A:1"},
+      {"package definitions",
+       [](fake::World& w) {
+         auto items = Three<fake::PackageDefinition>(
+             w, "K", [](fake::PackageDefinition*) {});
+         w.admin.packageDefinitions = {items[0], nullptr, items[2]};
+       },
+       nullReport + "cannot dump package definition\n", "K1:1 K3:1"},
+      {"extern sites",
+       [](fake::World& w) {
+         auto items = Three<fake::ExternSite>(w, "E", [](fake::ExternSite*) {});
+         w.admin.externSites = {items[0], nullptr, items[2]};
+       },
+       nullReport + "cannot dump package definition\n", ""},
+  };
+  for (const ReleaseCase& c : cases) {
+    SCOPED_TRACE(c.section);
+    fake::World world;
+    c.setUp(world);
+    out = std::make_unique<std::ofstream>(path);
+    test_support::CaptureStderr runErr;
+    EXPECT_EQ(DumpRoot(out.get(), &world.admin), 1);
+    EXPECT_EQ(WithoutLines(runErr.Text()), c.err);
+    EXPECT_EQ(world.Held(), c.held);
+  }
+}
+
+}  // namespace

@@ -34,15 +34,21 @@ class ToolTest : public ::testing::Test {
     return test_support::ReadFile(path);
   }
   // Standard error so far, with source line numbers replaced by N.
-  std::string Err() const {
+  std::string Err() const { return WithoutLines(err.Text()); }
+
+  static std::string WithoutLines(const std::string& text) {
     static const std::regex line(R"(line \[[0-9]+\])");
-    return std::regex_replace(err.Text(), line, "line [N]");
+    return std::regex_replace(text, line, "line [N]");
+  }
+  static bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
   }
 
   static constexpr const char* kNullReport =
       "unexpected null pointer line [N] File [Vantrel.m/src/Vantrel.cpp]\n";
 
-  fake::World w;
+  fake::World fakes;
   std::string path;
   std::unique_ptr<std::ofstream> out;
   std::string trace;
