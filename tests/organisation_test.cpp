@@ -1,1 +1,325 @@
+// Tests of the organisation elements, in process on the test double.
+//
+// Plan:
+//   Project            start tags by server lists, data-domain children,
+//                      each failure with its message, what stays, the depth
+//   Domain             visibility, business domains, the quiet end of a
+//                      failing list
+//   BusinessDomain     the line, full and empty
+//   DataDomain         with and without data server, the order of reads, the
+//                      file kind, a missing business domain
+//   PackageDefinition  whole data domains and their releases
+//   Media              the bare identifier
+#include <functional>
+
 #include "tool_test.h"
+
+namespace {
+
+// A relational data domain with its business domain and, when given, its
+// data server.
+fake::DataDomain* AddDataDomain(fake::World& w, const std::string& label,
+                                const std::string& oid,
+                                fake::DataServer* server = nullptr) {
+  auto* dataDomain = w.Add<fake::DataDomain>(label, oid);
+  dataDomain->name = label;
+  dataDomain->aliasName = "A" + label;
+  dataDomain->ownerDico = "OWNER";
+  dataDomain->driver = "oracle";
+  dataDomain->businessDomain = w.Add<fake::BusinessDomain>("B" + label, "0F" + oid);
+  dataDomain->dataServer = server;
+  return dataDomain;
+}
+
+class Project : public ToolTest {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    project = fakes.Add<fake::Project>("P", "0A1B");
+    project->name = "P1";
+    indent = 1;
+  }
+  fake::Project* project = nullptr;
+};
+
+TEST_F(Project, ServerReferencesEachFollowedByABlank) {
+  const struct {
+    std::vector<std::string> vaults, datas;
+    const char* startTag;
+  } cases[] = {
+      {{}, {}, "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"},
+      {{"A1", "B2"}, {}, "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xA1 xB2 \">\n"},
+      {{}, {"C3"}, "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" DataServers=\"xC3 \">\n"},
+      {{"A1"}, {"C3", "D4"},
+       "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xA1 \" "
+       "DataServers=\"xC3 xD4 \">\n"},
+  };
+  for (const auto& c : cases) {
+    fake::World world;
+    auto* p = world.Add<fake::Project>("P", "0A1B");
+    p->name = "P1";
+    for (const std::string& oid : c.vaults)
+      p->vaultServers.push_back(world.Add<fake::VaultServer>("V" + oid, oid));
+    for (const std::string& oid : c.datas)
+      p->dataServers.push_back(world.Add<fake::DataServer>("D" + oid, oid));
+    out = std::make_unique<std::ofstream>(path);
+    EXPECT_EQ(DumpProject(out.get(), p), 0);
+    EXPECT_EQ(Doc(), std::string(c.startTag) + "</PROJECT>\n");
+    EXPECT_EQ(world.Held(), "");
+    EXPECT_EQ(indent, 1);
+  }
+}
+
+TEST_F(Project, DataDomainsOneLevelDeeperNullsSkippedButCounted) {
+  project->dataDomains = {AddDataDomain(fakes, "DD1", "01"), nullptr,
+                          AddDataDomain(fakes, "DD2", "02")};
+  EXPECT_EQ(DumpProject(out.get(), project), 0);
+  EXPECT_EQ(Doc(),
+            "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"
+            "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
+            "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
+            "    <DATARDB Name=\"DD2\" AliasName=\"ADD2\"  Oid=\"x02\" "
+            "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" />\n"
+            "</PROJECT>\n");
+  EXPECT_NE(trace.find("Project Name : [P1]\n"), std::string::npos);
+  EXPECT_NE(trace.find("number of DataDomain :[3]\n"), std::string::npos);
+  EXPECT_EQ(fakes.Held(), "");
+}
+
+struct Failure {
+  const char* name;
+  std::function<void(fake::World&, fake::Project*)> spoil;
+  std::string err, doc, held;
+  int indentAfter;
+};
+
+TEST_F(Project, EachFailureKeepsWhatItWroteAndItsReferences) {
+  const Failure cases[] = {
+      {"vault servers",
+       [](fake::World&, fake::Project* p) { p->vaultServersStatus = E_FAIL; },
+       "cannot get the list of vaultservers\n", "  ", "V:1", 2},
+      {"data servers",
+       [](fake::World&, fake::Project* p) { p->dataServersStatus = -7; },
+       "cannot get the list of dataservers\n", "  ", "V:1", 2},
+      {"data domains",
+       [](fake::World&, fake::Project* p) { p->dataDomainsStatus = E_FAIL; },
+       "cannot get the list of datadomain\n", "  ", "", 2},
+      {"file data domain",
+       [](fake::World& w, fake::Project* p) {
+         p->dataDomains = {AddDataDomain(w, "DD1", "01"),
+                           AddDataDomain(w, "DD2", "02")};
+         p->dataDomains[1]->rdb = 0;
+       },
+       "DATAFILE node not supported\nerror when writing DATARDB node\n",
+       "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xC1 \">\n"
+       "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" OwnerDico=\"OWNER\" "
+       "BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
+       "    ",
+       "DD2:1", 3},
+  };
+  for (const Failure& c : cases) {
+    SCOPED_TRACE(c.name);
+    fake::World world;
+    auto* p = world.Add<fake::Project>("P", "0A1B");
+    p->name = "P1";
+    p->vaultServers = {world.Add<fake::VaultServer>("V", "C1")};
+    c.spoil(world, p);
+    out = std::make_unique<std::ofstream>(path);
+    indent = 1;
+    test_support::CaptureStderr runErr;
+    EXPECT_EQ(DumpProject(out.get(), p), 1);
+    EXPECT_EQ(runErr.Text(), c.err);
+    EXPECT_EQ(Doc(), c.doc);
+    EXPECT_EQ(world.Held(), c.held);
+    EXPECT_EQ(indent, c.indentAfter);
+  }
+}
+
+TEST_F(Project, NullProjectLeavesItsIndentation) {
+  EXPECT_EQ(DumpProject(out.get(), nullptr), 1);
+  EXPECT_EQ(Err(), kNullReport);
+  EXPECT_EQ(Doc(), "  ");
+  EXPECT_EQ(indent, 2);
+  EXPECT_TRUE(EndsWith(trace, "returns 1\n[VANTREL] < DumpProject\n"));
+}
+
+using Domain = ToolTest;
+
+TEST_F(Domain, VisibleIsYForAnyNonZeroAnswer) {
+  const struct {
+    int visible;
+    const char* text;
+  } cases[] = {{0, "N"}, {1, "Y"}, {7, "Y"}, {-1, "Y"}};
+  for (const auto& c : cases) {
+    auto* domain = fakes.Add<fake::Domain>("D", "0E01");
+    domain->name = "DOM";
+    domain->visible = c.visible;
+    out = std::make_unique<std::ofstream>(path);
+    EXPECT_EQ(DumpDomain(out.get(), domain), 0);
+    EXPECT_EQ(Doc(), std::string("<DOMAIN Name=\"DOM\" Visible=\"") + c.text +
+                         "\" Oid=\"x0E01\">\n</DOMAIN>\n");
+  }
+}
+
+TEST_F(Domain, BusinessDomainsOneLevelDeeperAndReleased) {
+  auto* domain = fakes.Add<fake::Domain>("D", "0E01");
+  domain->name = "DOM";
+  auto* full = fakes.Add<fake::BusinessDomain>("B1", "0F01");
+  full->name = "BD";
+  full->metaDataName = "META";
+  full->editor = "ed";
+  full->corvelFlag = "1";
+  full->dataModeler = "dm";
+  domain->businessDomains = {full, nullptr,
+                             fakes.Add<fake::BusinessDomain>("B2", "0F02")};
+  indent = 1;
+  EXPECT_EQ(DumpDomain(out.get(), domain), 0);
+  EXPECT_EQ(Doc(),
+            "  <DOMAIN Name=\"DOM\" Visible=\"Y\" Oid=\"x0E01\">\n"
+            "    <BUSINESSDOMAIN Oid=\"x0F01\" Name=\"BD\" MetaDataName=\"META\" "
+            "Editor=\"ed\" CorvelFlag=\"1\" DataModeler=\"dm\"/>\n"
+            "    <BUSINESSDOMAIN Oid=\"x0F02\" Name=\"\" MetaDataName=\"\" "
+            "Editor=\"\" CorvelFlag=\"\" DataModeler=\"\"/>\n"
+            "</DOMAIN>\n");
+  EXPECT_NE(trace.find("Domain Name : [DOM]\n"), std::string::npos);
+  EXPECT_NE(trace.find("number of BusinessDomain :[3]\n"), std::string::npos);
+  EXPECT_NE(trace.find("BusinessDomain Name : [BD]\n"), std::string::npos);
+  EXPECT_EQ(fakes.Held(), "");
+  EXPECT_EQ(indent, 1);
+}
+
+TEST_F(Domain, FailingListEndsQuietlyWithAnEndTagAndDeeperIndent) {
+  auto* domain = fakes.Add<fake::Domain>("D", "0E01");
+  domain->businessDomainsStatus = E_FAIL;
+  indent = 1;
+  EXPECT_EQ(DumpDomain(out.get(), domain), 0);
+  EXPECT_EQ(Doc(), "  </DOMAIN>\n");
+  EXPECT_EQ(Err(), "");
+  EXPECT_EQ(indent, 2);
+  EXPECT_TRUE(EndsWith(trace, "returns 0\n[VANTREL] < DumpDomain\n"));
+}
+
+TEST_F(Domain, NullDomainAndNullBusinessDomain) {
+  EXPECT_EQ(DumpDomain(out.get(), nullptr), 1);
+  EXPECT_EQ(DumpBusinessDomain(out.get(), nullptr), 1);
+  EXPECT_EQ(Err(), std::string(kNullReport) + kNullReport);
+  EXPECT_EQ(Doc(), "  ");
+  EXPECT_EQ(indent, 2);
+}
+
+using DataDomain = ToolTest;
+
+TEST_F(DataDomain, DataServerAttributeOnlyWhenThereIsOne) {
+  auto* server = fakes.Add<fake::DataServer>("S", "0B01");
+  const struct {
+    fake::DataServer* server;
+    const char* tail;
+  } cases[] = {{nullptr, "Driver=\"oracle\" />\n"},
+               {server, "Driver=\"oracle\" DataServer=\"x0B01\" />\n"}};
+  for (const auto& c : cases) {
+    auto* dataDomain = AddDataDomain(fakes, "DD", "01", c.server);
+    out = std::make_unique<std::ofstream>(path);
+    EXPECT_EQ(DumpDataDomain(out.get(), dataDomain), 0);
+    EXPECT_EQ(Doc(),
+              std::string("<DATARDB Name=\"DD\" AliasName=\"ADD\"  Oid=\"x01\" "
+                          "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" ") +
+                  c.tail);
+    EXPECT_EQ(fakes.Held(), "");
+    EXPECT_EQ(indent, 0);
+  }
+}
+
+TEST_F(DataDomain, ReadsTheBusinessDomainBeforeTheDataServer) {
+  auto* dataDomain =
+      AddDataDomain(fakes, "DD", "01", fakes.Add<fake::DataServer>("S", "0B01"));
+  fakes.Calls();
+  EXPECT_EQ(DumpDataDomain(out.get(), dataDomain), 0);
+  EXPECT_EQ(fakes.Calls(),
+            "DD.GetName DD.IsRdb DD.GetOid DD.GetAliasName DD.GetOwnerDico "
+            "DD.GetDriver DD.GetBusinessDomain BDD.GetOid DD.GetDataServer "
+            "S.GetOid");
+}
+
+TEST_F(DataDomain, RefusedBeforeAnythingIsWritten) {
+  const struct {
+    const char* name;
+    int rdb;
+    bool businessDomain;
+    HRESULT status;
+    const char* err;
+    const char* held;
+  } cases[] = {
+      {"file", 0, true, S_OK, "DATAFILE node not supported\n", ""},
+      {"no business domain", 1, false, S_OK,
+       "cannot get the businessdomain of datadomain\n", ""},
+      {"failed business domain", 1, true, E_FAIL,
+       "cannot get the businessdomain of datadomain\n", "BDD:1"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    fake::World world;
+    auto* dataDomain =
+        AddDataDomain(world, "DD", "01", world.Add<fake::DataServer>("S", "0B01"));
+    dataDomain->rdb = c.rdb;
+    if (!c.businessDomain) dataDomain->businessDomain = nullptr;
+    dataDomain->businessDomainStatus = c.status;
+    out = std::make_unique<std::ofstream>(path);
+    indent = 1;
+    test_support::CaptureStderr runErr;
+    EXPECT_EQ(DumpDataDomain(out.get(), dataDomain), 1);
+    EXPECT_EQ(runErr.Text(), c.err);
+    EXPECT_EQ(Doc(), "  ");
+    EXPECT_EQ(world.Held(), c.held);
+    EXPECT_EQ(world.Calls().find("GetDataServer"), std::string::npos);
+    EXPECT_EQ(indent, 2);
+  }
+}
+
+using PackageDefinition = ToolTest;
+
+TEST_F(PackageDefinition, WholeDataDomainsEachFollowedByABlankAndReleasedOnce) {
+  const struct {
+    int count;
+    const char* tail;
+  } cases[] = {{0, "\" />\n"},
+               {1, "\" WholeDataDomains=\"x1001 \" />\n"},
+               {2, "\" WholeDataDomains=\"x1001 x1002 \" />\n"}};
+  for (const auto& c : cases) {
+    fake::World world;
+    auto* definition = world.Add<fake::PackageDefinition>("K", "1401");
+    definition->name = "PK";
+    for (int i = 1; i <= c.count; ++i)
+      definition->wholeDataDomains.push_back(
+          world.Add<fake::DataDomain>("DD", "100" + std::to_string(i)));
+    out = std::make_unique<std::ofstream>(path);
+    indent = 1;
+    EXPECT_EQ(DumpPackageDefinition(out.get(), definition), 0);
+    EXPECT_EQ(Doc(), std::string("  <PACKAGEDEFINITION Oid=\"x1401\" Name=\"PK") +
+                         c.tail);
+    for (auto* dataDomain : definition->wholeDataDomains)
+      EXPECT_EQ(dataDomain->releases, 1);
+    EXPECT_EQ(world.Held(), "");
+    EXPECT_EQ(indent, 1);
+  }
+}
+
+TEST_F(PackageDefinition, NullDefinition) {
+  EXPECT_EQ(DumpPackageDefinition(out.get(), nullptr), 1);
+  EXPECT_EQ(Err(), kNullReport);
+  EXPECT_EQ(indent, 1);
+}
+
+using Media = ToolTest;
+
+TEST_F(Media, IdentifierWithoutTheX) {
+  auto* media = fakes.Add<fake::Media>("M", "1301");
+  media->mediaPath = "/media/one";
+  indent = 1;
+  EXPECT_EQ(DumpMedia(out.get(), media), 0);
+  EXPECT_EQ(Doc(), "  <MEDIA Oid=\"1301\" MediaPath=\"/media/one\"/>\n");
+  EXPECT_EQ(DumpMedia(out.get(), nullptr), 1);
+  EXPECT_EQ(Err(), kNullReport);
+  EXPECT_EQ(indent, 2);
+}
+
+}  // namespace
