@@ -78,7 +78,8 @@ TEST(Output, RefusedStoreLeavesAnEmptyTruncatedFile) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err,
             "START Vantrel \n"
-            "KivAdmin: cannot open the administration store \"" + store +
+            "KivAdmin: cannot open the administration store \"" +
+                store +
                 "\": cannot read the file: No such file or directory\n"
                 "cannot init KivAdmin\n"
                 "END Vantrel rc= 1\n");

@@ -256,7 +256,8 @@ std::string World::Held() const {
 
 std::string World::Calls() {
   std::string joined;
-  for (const std::string& call : calls) joined += (joined.empty() ? "" : " ") + call;
+  for (const std::string& call : calls)
+    joined += (joined.empty() ? "" : " ") + call;
   calls.clear();
   return joined;
 }

@@ -79,7 +79,8 @@ TEST_F(CommandLine, StylesheetStateFollowsTheAcceptedForms) {
     iXSL = 0;
     cXSLFile = "";
     std::vector<char*> argv{const_cast<char*>("Vantrel")};
-    for (const std::string& arg : c.args) argv.push_back(const_cast<char*>(arg.c_str()));
+    for (const std::string& arg : c.args)
+      argv.push_back(const_cast<char*>(arg.c_str()));
     fake::World world;  // each run releases the root it got
     EXPECT_EQ(VantrelMain(static_cast<int>(argv.size()), argv.data()), c.rc);
     EXPECT_EQ(iXSL, c.xsl);
@@ -206,8 +207,8 @@ TEST_F(Root, GetterFailureEndsTheDocumentWithItsMessage) {
       {&fake::Admin::domainsStatus, "cannot get the list of domain",
        "</PROJECT>\n"},
       {&fake::Admin::hostsStatus, "cannot get the list of HOST", "</SERVER>\n"},
-      {&fake::Admin::targetsStatus,
-       "cannot get the list of subscribing target", "/>\n"},
+      {&fake::Admin::targetsStatus, "cannot get the list of subscribing target",
+       "/>\n"},
       {&fake::Admin::subscriptionsStatus,
        "cannot get the list of subscription ", "</SUBSCRIBINGTARGET>\n"},
       {&fake::Admin::packageDefinitionsStatus,
@@ -268,7 +269,8 @@ std::vector<T*> Three(fake::World& w, const char* prefix,
                       const std::function<void(T*)>& spoil) {
   std::vector<T*> items;
   for (int i = 1; i <= 3; ++i)
-    items.push_back(w.Add<T>(prefix + std::to_string(i), "0" + std::to_string(i)));
+    items.push_back(
+        w.Add<T>(prefix + std::to_string(i), "0" + std::to_string(i)));
   spoil(items[1]);
   return items;
 }
@@ -296,7 +298,8 @@ TEST_F(Root, EachSectionKeepsItsReleaseRuleOnFailure) {
          auto* status = w.Add<fake::CaptureStatus>("C", "0C");
          status->serverStatus = E_FAIL;
          w.admin.targets = Three<fake::SubscribingTarget>(
-             w, "T", [status](fake::SubscribingTarget* t) { t->statuses = {status}; });
+             w, "T",
+             [status](fake::SubscribingTarget* t) { t->statuses = {status}; });
        },
        "cannot get capture server\ncannot dump Subscribing target \n", "C:1"},
       {"subscriptions",
@@ -304,7 +307,8 @@ TEST_F(Root, EachSectionKeepsItsReleaseRuleOnFailure) {
          auto* status = w.Add<fake::ApplyStatus>("A", "0A");
          status->serverStatus = E_FAIL;
          w.admin.subscriptions = Three<fake::Subscription>(
-             w, "S", [status](fake::Subscription* s) { s->statuses = {status}; });
+             w, "S",
+             [status](fake::Subscription* s) { s->statuses = {status}; });
        },
        "cannot get Apply server\ncannot dump Subscrption \n", "A:1"},
       {"package definitions",

@@ -26,7 +26,8 @@ fake::DataDomain* AddDataDomain(fake::World& w, const std::string& label,
   dataDomain->aliasName = "A" + label;
   dataDomain->ownerDico = "OWNER";
   dataDomain->driver = "oracle";
-  dataDomain->businessDomain = w.Add<fake::BusinessDomain>("B" + label, "0F" + oid);
+  dataDomain->businessDomain =
+      w.Add<fake::BusinessDomain>("B" + label, "0F" + oid);
   dataDomain->dataServer = server;
   return dataDomain;
 }
@@ -48,9 +49,14 @@ TEST_F(Project, ServerReferencesEachFollowedByABlank) {
     const char* startTag;
   } cases[] = {
       {{}, {}, "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"},
-      {{"A1", "B2"}, {}, "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xA1 xB2 \">\n"},
-      {{}, {"C3"}, "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" DataServers=\"xC3 \">\n"},
-      {{"A1"}, {"C3", "D4"},
+      {{"A1", "B2"},
+       {},
+       "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xA1 xB2 \">\n"},
+      {{},
+       {"C3"},
+       "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" DataServers=\"xC3 \">\n"},
+      {{"A1"},
+       {"C3", "D4"},
        "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xA1 \" "
        "DataServers=\"xC3 xD4 \">\n"},
   };
@@ -74,13 +80,14 @@ TEST_F(Project, DataDomainsOneLevelDeeperNullsSkippedButCounted) {
   project->dataDomains = {AddDataDomain(fakes, "DD1", "01"), nullptr,
                           AddDataDomain(fakes, "DD2", "02")};
   EXPECT_EQ(DumpProject(out.get(), project), 0);
-  EXPECT_EQ(Doc(),
-            "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"
-            "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
-            "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
-            "    <DATARDB Name=\"DD2\" AliasName=\"ADD2\"  Oid=\"x02\" "
-            "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" />\n"
-            "</PROJECT>\n");
+  EXPECT_EQ(
+      Doc(),
+      "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"
+      "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
+      "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
+      "    <DATARDB Name=\"DD2\" AliasName=\"ADD2\"  Oid=\"x02\" "
+      "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" />\n"
+      "</PROJECT>\n");
   EXPECT_NE(trace.find("Project Name : [P1]\n"), std::string::npos);
   EXPECT_NE(trace.find("number of DataDomain :[3]\n"), std::string::npos);
   EXPECT_EQ(fakes.Held(), "");
@@ -112,7 +119,8 @@ TEST_F(Project, EachFailureKeepsWhatItWroteAndItsReferences) {
        },
        "DATAFILE node not supported\nerror when writing DATARDB node\n",
        "  <PROJECT Name=\"P1\" Oid=\"x0A1B\" VaultServers=\"xC1 \">\n"
-       "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" OwnerDico=\"OWNER\" "
+       "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
+       "OwnerDico=\"OWNER\" "
        "BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
        "    ",
        "DD2:1", 3},
@@ -174,13 +182,14 @@ TEST_F(Domain, BusinessDomainsOneLevelDeeperAndReleased) {
                              fakes.Add<fake::BusinessDomain>("B2", "0F02")};
   indent = 1;
   EXPECT_EQ(DumpDomain(out.get(), domain), 0);
-  EXPECT_EQ(Doc(),
-            "  <DOMAIN Name=\"DOM\" Visible=\"Y\" Oid=\"x0E01\">\n"
-            "    <BUSINESSDOMAIN Oid=\"x0F01\" Name=\"BD\" MetaDataName=\"META\" "
-            "Editor=\"ed\" CorvelFlag=\"1\" DataModeler=\"dm\"/>\n"
-            "    <BUSINESSDOMAIN Oid=\"x0F02\" Name=\"\" MetaDataName=\"\" "
-            "Editor=\"\" CorvelFlag=\"\" DataModeler=\"\"/>\n"
-            "</DOMAIN>\n");
+  EXPECT_EQ(
+      Doc(),
+      "  <DOMAIN Name=\"DOM\" Visible=\"Y\" Oid=\"x0E01\">\n"
+      "    <BUSINESSDOMAIN Oid=\"x0F01\" Name=\"BD\" MetaDataName=\"META\" "
+      "Editor=\"ed\" CorvelFlag=\"1\" DataModeler=\"dm\"/>\n"
+      "    <BUSINESSDOMAIN Oid=\"x0F02\" Name=\"\" MetaDataName=\"\" "
+      "Editor=\"\" CorvelFlag=\"\" DataModeler=\"\"/>\n"
+      "</DOMAIN>\n");
   EXPECT_NE(trace.find("Domain Name : [DOM]\n"), std::string::npos);
   EXPECT_NE(trace.find("number of BusinessDomain :[3]\n"), std::string::npos);
   EXPECT_NE(trace.find("BusinessDomain Name : [BD]\n"), std::string::npos);
@@ -230,8 +239,8 @@ TEST_F(DataDomain, DataServerAttributeOnlyWhenThereIsOne) {
 }
 
 TEST_F(DataDomain, ReadsTheBusinessDomainBeforeTheDataServer) {
-  auto* dataDomain =
-      AddDataDomain(fakes, "DD", "01", fakes.Add<fake::DataServer>("S", "0B01"));
+  auto* dataDomain = AddDataDomain(fakes, "DD", "01",
+                                   fakes.Add<fake::DataServer>("S", "0B01"));
   fakes.Calls();
   EXPECT_EQ(DumpDataDomain(out.get(), dataDomain), 0);
   EXPECT_EQ(fakes.Calls(),
@@ -258,8 +267,8 @@ TEST_F(DataDomain, RefusedBeforeAnythingIsWritten) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     fake::World world;
-    auto* dataDomain =
-        AddDataDomain(world, "DD", "01", world.Add<fake::DataServer>("S", "0B01"));
+    auto* dataDomain = AddDataDomain(world, "DD", "01",
+                                     world.Add<fake::DataServer>("S", "0B01"));
     dataDomain->rdb = c.rdb;
     if (!c.businessDomain) dataDomain->businessDomain = nullptr;
     dataDomain->businessDomainStatus = c.status;
@@ -294,8 +303,9 @@ TEST_F(PackageDefinition, WholeDataDomainsEachFollowedByABlankAndReleasedOnce) {
     out = std::make_unique<std::ofstream>(path);
     indent = 1;
     EXPECT_EQ(DumpPackageDefinition(out.get(), definition), 0);
-    EXPECT_EQ(Doc(), std::string("  <PACKAGEDEFINITION Oid=\"x1401\" Name=\"PK") +
-                         c.tail);
+    EXPECT_EQ(
+        Doc(),
+        std::string("  <PACKAGEDEFINITION Oid=\"x1401\" Name=\"PK") + c.tail);
     for (auto* dataDomain : definition->wholeDataDomains)
       EXPECT_EQ(dataDomain->releases, 1);
     EXPECT_EQ(world.Held(), "");

@@ -81,7 +81,8 @@ TYPED_TEST_SUITE(Replication, Twins);
 
 TYPED_TEST(Replication, ReferencesOnlyWhenPresentEachReleased) {
   auto* media = this->fakes.template Add<fake::Media>("M", "13");
-  auto* definition = this->fakes.template Add<fake::PackageDefinition>("K", "14");
+  auto* definition =
+      this->fakes.template Add<fake::PackageDefinition>("K", "14");
   auto* site = this->fakes.template Add<fake::ExternSite>("E", "11");
   const struct {
     bool media, definition, site;
@@ -119,12 +120,11 @@ TYPED_TEST(Replication, VaultServerStatusesFirstThenDataEachInListOrder) {
   this->AddStatus("S03", d2);
   this->AddStatus("S04", both);
   EXPECT_EQ(TypeParam::Dump(this->out.get(), this->set), 0);
-  EXPECT_EQ(this->Doc(), this->StartTag() +
-                             this->Line("VAULTSERVER", "S02", "C1") +
-                             this->Line("VAULTSERVER", "S04", "C2") +
-                             this->Line("DATASERVER", "S01", "B1") +
-                             this->Line("DATASERVER", "S03", "B2") +
-                             this->EndTag());
+  EXPECT_EQ(this->Doc(),
+            this->StartTag() + this->Line("VAULTSERVER", "S02", "C1") +
+                this->Line("VAULTSERVER", "S04", "C2") +
+                this->Line("DATASERVER", "S01", "B1") +
+                this->Line("DATASERVER", "S03", "B2") + this->EndTag());
   EXPECT_NE(this->trace.find(std::string(TypeParam::kCount) + "4]\n"),
             std::string::npos);
   // The sorted lists hold no references: each status is given back once.
@@ -205,15 +205,16 @@ TEST_F(Status, TheFourLinesDifferOnlyByTheirTable) {
   EXPECT_EQ(DumpVaultServerCaptureStatus(out.get(), captureAtVault), 0);
   EXPECT_EQ(DumpDataServerApplyStatus(out.get(), applyAtData), 0);
   EXPECT_EQ(DumpVaultServerApplyStatus(out.get(), applyAtVault), 0);
-  EXPECT_EQ(Doc(),
-            "  <DATASERVERCAPTURESTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"D\" "
-            "CapturedObject=\"x0C2D\" />\n"
-            "  <VAULTSERVERCAPTURESTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"D\" "
-            "CapturedObject=\"x0C2D\" />\n"
-            "  <DATASERVERAPPLYSTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"\" "
-            "AppliedObject=\"x0C2D\" />\n"
-            "  <VAULTSERVERAPPLYSTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"\" "
-            "AppliedObject=\"x0C2D\" />\n");
+  EXPECT_EQ(
+      Doc(),
+      "  <DATASERVERCAPTURESTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"D\" "
+      "CapturedObject=\"x0C2D\" />\n"
+      "  <VAULTSERVERCAPTURESTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"D\" "
+      "CapturedObject=\"x0C2D\" />\n"
+      "  <DATASERVERAPPLYSTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"\" "
+      "AppliedObject=\"x0C2D\" />\n"
+      "  <VAULTSERVERAPPLYSTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"\" "
+      "AppliedObject=\"x0C2D\" />\n");
   // The servers are given back; the statuses belong to the caller.
   EXPECT_EQ(fakes.Held(), "");
   EXPECT_EQ(captureAtData->releases + applyAtVault->releases, 0);
@@ -235,7 +236,8 @@ TEST(StatusDeathTest, NullServerIsFatal) {
   auto* status = fakes.Add<fake::CaptureStatus>("C", "01");
   std::ofstream out(test_support::OutputPath("null-server.xml"));
   EXPECT_EXIT(DumpDataServerCaptureStatus(&out, status),
-              ::testing::ExitedWithCode(3), "fatal error: AssertionFailed:pServer");
+              ::testing::ExitedWithCode(3),
+              "fatal error: AssertionFailed:pServer");
 }
 
 }  // namespace

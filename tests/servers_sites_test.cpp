@@ -39,14 +39,15 @@ TEST_F(Servers, DataServersBeforeVaultServersChildrenNotDeepened) {
   fakes.admin.dataServers = {withHost, AddDataServer("D2", "0B02")};
   indent = 1;
   EXPECT_EQ(DumpServers(out.get(), &fakes.admin), 0);
-  EXPECT_EQ(Doc(),
-            "<SERVER>\n"
-            "  <DATASERVER Oid=\"x0B01\" Name=\"D1\" Authentication=\"native\" "
-            "DBMS=\"Oracle\" ConnectionString=\"db=<a&b>\" Host=\"x0A01\"/>\n"
-            "  <DATASERVER Oid=\"x0B02\" Name=\"D2\" Authentication=\"native\" "
-            "DBMS=\"Oracle\" ConnectionString=\"db=<a&b>\"/>\n"
-            "  <VAULTSERVER Oid=\"x0C01\" Name=\"VAULT\" AliasName=\"alias\"/>\n"
-            "</SERVER>\n");
+  EXPECT_EQ(
+      Doc(),
+      "<SERVER>\n"
+      "  <DATASERVER Oid=\"x0B01\" Name=\"D1\" Authentication=\"native\" "
+      "DBMS=\"Oracle\" ConnectionString=\"db=<a&b>\" Host=\"x0A01\"/>\n"
+      "  <DATASERVER Oid=\"x0B02\" Name=\"D2\" Authentication=\"native\" "
+      "DBMS=\"Oracle\" ConnectionString=\"db=<a&b>\"/>\n"
+      "  <VAULTSERVER Oid=\"x0C01\" Name=\"VAULT\" AliasName=\"alias\"/>\n"
+      "</SERVER>\n");
   EXPECT_EQ(fakes.Held(), "");
   EXPECT_EQ(indent, 1);
 }
@@ -58,7 +59,8 @@ TEST_F(Servers, NullElementLeavesTheWrapperOpenAndKeepsTheReferences) {
   } cases[] = {
       {false, "<SERVER>\n"},
       {true,
-       "<SERVER>\n<DATASERVER Oid=\"x0B01\" Name=\"D1\" Authentication=\"native\" "
+       "<SERVER>\n<DATASERVER Oid=\"x0B01\" Name=\"D1\" "
+       "Authentication=\"native\" "
        "DBMS=\"Oracle\" ConnectionString=\"db=<a&b>\"/>\n"},
   };
   for (const auto& c : cases) {
@@ -110,7 +112,8 @@ TEST_F(Sites, OneLineEachEveryAttributeAlwaysPresent) {
   EXPECT_EQ(DumpExternSite(out.get(), externSite), 0);
   EXPECT_EQ(DumpLocalSite(out.get(), localSite), 0);
   EXPECT_EQ(Doc(),
-            "  <HOST Oid=\"x0A01\" Name=\"R&D \"lab\"\" OSType=\"\" OSVersion=\"\"/>\n"
+            "  <HOST Oid=\"x0A01\" Name=\"R&D \"lab\"\" OSType=\"\" "
+            "OSVersion=\"\"/>\n"
             "  <EXTERNSITE Oid=\"x1101\" Name=\"EAST\"/>\n"
             "  <LOCALSITE Oid=\"x1201\" Name=\"HOME\"/>\n");
   EXPECT_EQ(indent, 1);

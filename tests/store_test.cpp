@@ -189,7 +189,8 @@ TEST_F(StoreRoundTrip, ReplicationAndSites) {
   EXPECT_EQ(Oids<KivIReplSubscription>(subscriptions), "1601 1602");
   EXPECT_EQ(Oids<KivIReplPackageDefinition>(definitions), "1401 1402");
   EXPECT_EQ(Oids<KivIExternSite>(sites), "1101 1102");
-  EXPECT_EQ(Get(At<KivIExternSite>(sites, 2), &KivIExternSite::GetName), "WEST");
+  EXPECT_EQ(Get(At<KivIExternSite>(sites, 2), &KivIExternSite::GetName),
+            "WEST");
 
   KivILocalSite* local = nullptr;
   ASSERT_GE(admin->GetLocalSite(local), 0);
@@ -241,7 +242,8 @@ TEST_F(StoreRoundTrip, ReplicationAndSites) {
   At<KivIReplCaptureStatus>(orphan, 1)->GetCaptureServer(&server);
   EXPECT_EQ(server, nullptr);
 
-  KivIReplSubscription* subscription = At<KivIReplSubscription>(subscriptions, 1);
+  KivIReplSubscription* subscription =
+      At<KivIReplSubscription>(subscriptions, 1);
   LumListPtrIUnknown applies(0);
   subscription->GetApplyStatuses(applies);
   EXPECT_EQ(Oids<KivIReplApplyStatus>(applies), "1801 1802");
@@ -274,7 +276,8 @@ TEST_F(StoreInit, RefusesAStoreWithOneLineNamingItAndTheReason) {
        "file is not a database"},
       {"version", Store("PRAGMA user_version = 2;"),
        "store format version 2 is not the supported version 1"},
-      {"table", Store("DROP TABLE media;"), "table media: no such table: media"},
+      {"table", Store("DROP TABLE media;"),
+       "table media: no such table: media"},
       {"column", Store("ALTER TABLE host DROP COLUMN os_type;"),
        "table host: no such column: os_type"},
       {"textoid", Store("INSERT INTO host VALUES ('h1', 'a', '', '');"),
@@ -307,7 +310,8 @@ TEST_F(StoreInit, RefusesAStoreWithOneLineNamingItAndTheReason) {
   };
   for (const Refusal& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string store = OutputPath(std::string("refused-") + c.name + ".db");
+    const std::string store =
+        OutputPath(std::string("refused-") + c.name + ".db");
     std::remove(store.c_str());
     c.make(store);
     CaptureStderr err;

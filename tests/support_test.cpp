@@ -80,7 +80,8 @@ TEST(List, IndexOutOfRangeIsFatal) {
 // Writes a step with a nested step to channel.
 void WriteSteps(LumKivTrace& channel) {
   LumKivTraceStep outer(channel, "Outer");
-  outer.Trace() << "count :[" << 2 << "]" << "\n";
+  outer.Trace() << "count :[" << 2 << "]"
+                << "\n";
   {
     LumKivTraceStep inner(channel, "Inner");
     inner.Trace() << LumKivTrace_returns << 0 << LumKivTrace_nl;
@@ -114,7 +115,8 @@ TEST(Trace, EnabledOnlyForTheNamedChannels) {
     else
       ::unsetenv("LUM_TRACE");
     LumKivTrace channel("TEST", "TEST", "STDERR", 1024, LumTraMode(0));
-    EXPECT_EQ(channel.IsEnabled(), c.enabled) << (c.setting ? c.setting : "unset");
+    EXPECT_EQ(channel.IsEnabled(), c.enabled)
+        << (c.setting ? c.setting : "unset");
   }
   ::unsetenv("LUM_TRACE");
 }
@@ -135,7 +137,8 @@ TEST(Trace, FileDestinationIsAppendedTo) {
 TEST(FatalError, ReportsOneLineAndReturnsThroughAHandler) {
   CaptureStderr err;
   LumFatalErrorHandler previous = LumSetFatalErrorHandler(RecordFatal);
-  LumFatalError("AssertionFailed:pServer", nullptr, nullptr, nullptr, "f.cpp", 42);
+  LumFatalError("AssertionFailed:pServer", nullptr, nullptr, nullptr, "f.cpp",
+                42);
   LumSetFatalErrorHandler(previous);
   EXPECT_EQ(lastFatal, "AssertionFailed:pServer");
   EXPECT_EQ(err.Text(),
@@ -143,10 +146,10 @@ TEST(FatalError, ReportsOneLineAndReturnsThroughAHandler) {
 }
 
 TEST(FatalErrorDeathTest, EndsTheProcessByDefault) {
-  EXPECT_EXIT(LumFatalError("AssertionFailed:0", nullptr, nullptr, nullptr,
-                            "f.cpp", 7),
-              ::testing::ExitedWithCode(3),
-              "fatal error: AssertionFailed:0 file \\[f.cpp\\] line \\[7\\]");
+  EXPECT_EXIT(
+      LumFatalError("AssertionFailed:0", nullptr, nullptr, nullptr, "f.cpp", 7),
+      ::testing::ExitedWithCode(3),
+      "fatal error: AssertionFailed:0 file \\[f.cpp\\] line \\[7\\]");
 }
 
 }  // namespace

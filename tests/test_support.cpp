@@ -80,7 +80,8 @@ std::vector<std::string> Lines(const std::string& text) {
   auto result = ::testing::AssertionFailure();
   result << golden << " differs from line " << first + 1 << " (actual in "
          << actualPath << ")\n";
-  const std::size_t last = std::min(std::max(want.size(), got.size()), first + 8);
+  const std::size_t last =
+      std::min(std::max(want.size(), got.size()), first + 8);
   for (std::size_t i = first; i < last; ++i) {
     const std::string w = i < want.size() ? want[i] : "<none>";
     const std::string g = i < got.size() ? got[i] : "<none>";
@@ -104,13 +105,15 @@ RunResult Run(const std::string& program, const std::vector<std::string>& args,
   std::vector<std::string> environment;
   for (char** e = environ; *e; ++e) {
     const std::string entry = *e;
-    if (!env.count(entry.substr(0, entry.find('=')))) environment.push_back(entry);
+    if (!env.count(entry.substr(0, entry.find('='))))
+      environment.push_back(entry);
   }
   for (const auto& [name, value] : env)
     if (value) environment.push_back(name + "=" + *value);
 
   std::vector<char*> argv{const_cast<char*>(program.c_str())};
-  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+  for (const std::string& arg : args)
+    argv.push_back(const_cast<char*>(arg.c_str()));
   argv.push_back(nullptr);
   std::vector<char*> envp;
   for (std::string& entry : environment) envp.push_back(entry.data());

@@ -20,7 +20,8 @@ class ToolTest : public ::testing::Test {
     cXSLFile = "";
     traceVantrel.Capture(&trace);
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(info->test_suite_name()) + "." + info->name();
+    std::string name =
+        std::string(info->test_suite_name()) + "." + info->name();
     for (char& c : name)
       if (c == '/') c = '_';
     path = test_support::OutputPath(name + ".xml");

@@ -39,8 +39,10 @@ int Returns(LumKivTraceStep& step, int rc) {
 
 // Reports a null pointer found by the check at line; returns 1.
 int NullPointer(LumKivTraceStep& step, int line) {
-  std::cerr << "unexpected null pointer" << " line [" << line << "]"
-            << " File [" << __FILE__ << "]" << "\n";
+  std::cerr << "unexpected null pointer"
+            << " line [" << line << "]"
+            << " File [" << __FILE__ << "]"
+            << "\n";
   return Returns(step, 1);
 }
 
@@ -106,7 +108,10 @@ void DumpReference(std::ofstream* out, T* reference, const char* opener) {
 // Command line and run.
 
 int help() {
-  std::cerr << "usage :" << "\n" << "Vantrel -f fileName " << "\n";
+  std::cerr << "usage :"
+            << "\n"
+            << "Vantrel -f fileName "
+            << "\n";
   return 0;
 }
 
@@ -115,14 +120,16 @@ namespace {
 // Rejects the command line; returns the exit status 1.
 int Usage() {
   help();
-  std::cerr << "END Vantrel rc = 1" << "\n";
+  std::cerr << "END Vantrel rc = 1"
+            << "\n";
   return 1;
 }
 
 }  // namespace
 
 int VantrelMain(int argc, char* argv[]) {
-  std::cerr << "START Vantrel " << "\n";
+  std::cerr << "START Vantrel "
+            << "\n";
   if (argc != 5 && argc != 3) return Usage();
   if (std::strcmp(argv[1], "-f") != 0) return Usage();
   if (argc >= 4) {
@@ -179,11 +186,14 @@ int ReadAdmin(std::ofstream* out) {
 
 int DumpTitle(std::ofstream* out) {
   LumKivTraceStep step(traceVantrel, "DumpTitle");
-  *out << "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>" << "\n";
+  *out << "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>"
+       << "\n";
   if (iXSL)
     *out << "<?xml-stylesheet type=\"text/xsl\" href=\""
-         << cXSLFile.ConvertToChar() << "\" ?>" << "\n";
-  *out << "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >" << "\n";
+         << cXSLFile.ConvertToChar() << "\" ?>"
+         << "\n";
+  *out << "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >"
+       << "\n";
   return Returns(step, 0);
 }
 
@@ -204,8 +214,8 @@ namespace {
 // How a section of the document element gives back the references of its
 // list; each section keeps its own rule.
 enum class Give {
-  kEachAfterExport,  // null elements skipped; each released once exported
-  kNever,            // never released
+  kEachAfterExport,   // null elements skipped; each released once exported
+  kNever,             // never released
   kAllBeforeMessage,  // all released after the list; on failure, before the
                       // message
   kAllUnlessFailure,  // all released after the list; none on failure
@@ -228,7 +238,8 @@ int DumpSection(std::ofstream* out, LumKivTraceStep& step,
                 int (*exporter)(std::ofstream*, T*), const Section& section) {
   if (hr < 0) return Fail(step, section.getterFailure);
   const int count = list.Count();
-  step.Trace() << section.countLeadIn << count << "]" << "\n";
+  step.Trace() << section.countLeadIn << count << "]"
+               << "\n";
   for (int i = 1; i <= count; ++i) {
     T* element = At<T>(list, i);
     if (section.give == Give::kEachAfterExport && !element) continue;
@@ -251,7 +262,8 @@ int DumpRoot(std::ofstream* out, KivIAdmin* admin) {
   LumKivTraceStep step(traceVantrel, "DumpRoot");
   if (!admin) return NullPointer(step, __LINE__);
   // The document element neither indents nor deepens its children.
-  *out << "<AdminObjects>" << "\n";
+  *out << "<AdminObjects>"
+       << "\n";
 
   LumListPtrIUnknown projects(0);
   if (DumpSection<KivIProject>(
@@ -271,10 +283,10 @@ int DumpRoot(std::ofstream* out, KivIAdmin* admin) {
     return Fail(step, "cannot dump server list");
 
   LumListPtrIUnknown hosts(0);
-  if (DumpSection<KivIHost>(out, step, hosts, admin->GetHosts(hosts), DumpHost,
-                            {"number of host found : [",
-                             "cannot get the list of HOST", "cannot dump Host",
-                             Give::kNever}))
+  if (DumpSection<KivIHost>(
+          out, step, hosts, admin->GetHosts(hosts), DumpHost,
+          {"number of host found : [", "cannot get the list of HOST",
+           "cannot dump Host", Give::kNever}))
     return 1;
 
   LumListPtrIUnknown targets(0);
@@ -324,7 +336,8 @@ int DumpRoot(std::ofstream* out, KivIAdmin* admin) {
     localSite->Release();
   }
 
-  *out << "</AdminObjects>" << "\n";
+  *out << "</AdminObjects>"
+       << "\n";
   return Returns(step, 0);
 }
 
@@ -340,7 +353,8 @@ int DumpProject(std::ofstream* out, KivIProject* project) {
   if (project->GetDataDomains(dataDomains) < 0)
     return Fail(step, "cannot get the list of datadomain");
   LumUnicodeString name = project->GetName();
-  step.Trace() << "Project Name : [" << name.ConvertToChar() << "]" << "\n";
+  step.Trace() << "Project Name : [" << name.ConvertToChar() << "]"
+               << "\n";
   LumDbBinary oid(0);
   project->GetOid(oid);
   LumListPtrIUnknown vaultServers(0);
@@ -355,12 +369,14 @@ int DumpProject(std::ofstream* out, KivIProject* project) {
        << hexOid.ConvertToChar();
   DumpOidList<KivIVaultServer>(out, vaultServers, "\" VaultServers=\"");
   DumpOidList<KivIDataServer>(out, dataServers, "\" DataServers=\"");
-  *out << "\">" << "\n";
+  *out << "\">"
+       << "\n";
   ReleaseAll<KivIVaultServer>(vaultServers);
   ReleaseAll<KivIDataServer>(dataServers);
 
   const int count = dataDomains.Count();
-  step.Trace() << "number of DataDomain :[" << count << "]" << "\n";
+  step.Trace() << "number of DataDomain :[" << count << "]"
+               << "\n";
   for (int i = 1; i <= count; ++i) {
     KivIDataDomain* dataDomain = At<KivIDataDomain>(dataDomains, i);
     if (!dataDomain) continue;
@@ -369,7 +385,8 @@ int DumpProject(std::ofstream* out, KivIProject* project) {
     dataDomain->Release();
   }
   // The end tag stays in the first column: readers of this format expect it.
-  *out << "</PROJECT>" << "\n";
+  *out << "</PROJECT>"
+       << "\n";
   return Leave(step);
 }
 
@@ -385,11 +402,13 @@ int DumpDomain(std::ofstream* out, KivIDomain* domain) {
   if (domain->GetBusinessDomains(businessDomains) < 0) {
     // A domain whose business domains cannot be read ends quietly: an end tag
     // alone, the depth left one level higher, and the export goes on.
-    *out << "</DOMAIN>" << "\n";
+    *out << "</DOMAIN>"
+         << "\n";
     return Returns(step, 0);
   }
   LumUnicodeString name = domain->GetName();
-  step.Trace() << "Domain Name : [" << name.ConvertToChar() << "]" << "\n";
+  step.Trace() << "Domain Name : [" << name.ConvertToChar() << "]"
+               << "\n";
   LumDbBinary oid(0);
   domain->GetOid(oid);
   LumUnicodeString visible;
@@ -398,10 +417,12 @@ int DumpDomain(std::ofstream* out, KivIDomain* domain) {
   LumUnicodeString hexOid = oid.GetHexaValue();
   *out << "<DOMAIN Name=\"" << name.ConvertToChar() << "\" Visible=\""
        << visible.ConvertToChar() << "\" Oid=\"x" << hexOid.ConvertToChar()
-       << "\">" << "\n";
+       << "\">"
+       << "\n";
 
   const int count = businessDomains.Count();
-  step.Trace() << "number of BusinessDomain :[" << count << "]" << "\n";
+  step.Trace() << "number of BusinessDomain :[" << count << "]"
+               << "\n";
   for (int i = 1; i <= count; ++i) {
     KivIBusinessDomain* businessDomain =
         At<KivIBusinessDomain>(businessDomains, i);
@@ -410,7 +431,8 @@ int DumpDomain(std::ofstream* out, KivIDomain* domain) {
       return Fail(step, "error when writing BUSINESSDOMAIN node");
     businessDomain->Release();
   }
-  *out << "</DOMAIN>" << "\n";
+  *out << "</DOMAIN>"
+       << "\n";
   return Leave(step);
 }
 
@@ -436,7 +458,8 @@ int DumpBusinessDomain(std::ofstream* out, KivIBusinessDomain* businessDomain) {
        << metaDataName.ConvertToChar() << "\" Editor=\""
        << editor.ConvertToChar() << "\" CorvelFlag=\""
        << corvelFlag.ConvertToChar() << "\" DataModeler=\""
-       << dataModeler.ConvertToChar() << "\"/>" << "\n";
+       << dataModeler.ConvertToChar() << "\"/>"
+       << "\n";
   return Leave(step);
 }
 
@@ -449,7 +472,8 @@ int DumpDataDomain(std::ofstream* out, KivIDataDomain* dataDomain) {
   if (!dataDomain) return NullPointer(step, __LINE__);
 
   LumUnicodeString name = dataDomain->GetName();
-  step.Trace() << "DataDomain Name : [" << name.ConvertToChar() << "]" << "\n";
+  step.Trace() << "DataDomain Name : [" << name.ConvertToChar() << "]"
+               << "\n";
   if (!dataDomain->IsRdb()) return Fail(step, "DATAFILE node not supported");
 
   LumDbBinary oid(0);
@@ -480,7 +504,8 @@ int DumpDataDomain(std::ofstream* out, KivIDataDomain* dataDomain) {
     LumUnicodeString hexDataServer = dataServerOid.GetHexaValue();
     *out << "\" DataServer=\"x" << hexDataServer.ConvertToChar();
   }
-  *out << "\" />" << "\n";
+  *out << "\" />"
+       << "\n";
   businessDomain->Release();
   if (dataServer) dataServer->Release();
   return Leave(step);
@@ -501,7 +526,8 @@ int DumpServers(std::ofstream* out, KivIAdmin* admin) {
     return Returns(step, 0);
 
   // The wrapper stands in the first column and does not deepen its children.
-  *out << "<SERVER>" << "\n";
+  *out << "<SERVER>"
+       << "\n";
   for (int i = 1; i <= dataServers.Count(); ++i)
     if (DumpDataServer(out, At<KivIDataServer>(dataServers, i)) != 0)
       return Fail(step, "cannot dump data server ");
@@ -510,7 +536,8 @@ int DumpServers(std::ofstream* out, KivIAdmin* admin) {
       return Fail(step, "cannot dump data server ");
   ReleaseAll<KivIDataServer>(dataServers);
   ReleaseAll<KivIVaultServer>(vaultServers);
-  *out << "</SERVER>" << "\n";
+  *out << "</SERVER>"
+       << "\n";
   return Returns(step, 0);
 }
 
@@ -536,7 +563,8 @@ int DumpDataServer(std::ofstream* out, KivIDataServer* dataServer) {
        << authentication.ConvertToChar() << "\" DBMS=\"" << dbms.ConvertToChar()
        << "\" ConnectionString=\"" << connectionString.ConvertToChar();
   if (host) *out << "\" Host=\"x" << hostOid.GetHexaValue().ConvertToChar();
-  *out << "\"/>" << "\n";
+  *out << "\"/>"
+       << "\n";
   if (host) host->Release();
   return Leave(step);
 }
@@ -554,7 +582,8 @@ int DumpVaultServer(std::ofstream* out, KivIVaultServer* vaultServer) {
 
   *out << "<VAULTSERVER Oid=\"x" << oid.GetHexaValue().ConvertToChar()
        << "\" Name=\"" << name.ConvertToChar() << "\" AliasName=\""
-       << aliasName.ConvertToChar() << "\"/>" << "\n";
+       << aliasName.ConvertToChar() << "\"/>"
+       << "\n";
   return Leave(step);
 }
 
@@ -573,10 +602,10 @@ int DumpHost(std::ofstream* out, KivIHost* host) {
   host->GetOSType(osType);
   host->GetOSVersion(osVersion);
 
-  *out << "<HOST Oid=\"x" << oid.GetHexaValue().ConvertToChar()
-       << "\" Name=\"" << name.ConvertToChar() << "\" OSType=\""
-       << osType.ConvertToChar() << "\" OSVersion=\""
-       << osVersion.ConvertToChar() << "\"/>" << "\n";
+  *out << "<HOST Oid=\"x" << oid.GetHexaValue().ConvertToChar() << "\" Name=\""
+       << name.ConvertToChar() << "\" OSType=\"" << osType.ConvertToChar()
+       << "\" OSVersion=\"" << osVersion.ConvertToChar() << "\"/>"
+       << "\n";
   return Leave(step);
 }
 
@@ -596,10 +625,12 @@ int DumpSite(std::ofstream* out, T* site, const char* stepName,
   LumUnicodeString name;
   site->GetName(name);
   if (nameLeadIn)
-    step.Trace() << nameLeadIn << name.ConvertToChar() << "]" << "\n";
+    step.Trace() << nameLeadIn << name.ConvertToChar() << "]"
+                 << "\n";
 
   *out << elementOpener << oid.GetHexaValue().ConvertToChar() << "\" Name=\""
-       << name.ConvertToChar() << "\"/>" << "\n";
+       << name.ConvertToChar() << "\"/>"
+       << "\n";
   return Leave(step);
 }
 
@@ -634,7 +665,8 @@ int DumpPackageDefinition(std::ofstream* out,
        << "\" Name=\"" << name.ConvertToChar();
   DumpOidList<KivIDataDomain>(out, dataDomains, "\" WholeDataDomains=\"");
   ReleaseAll<KivIDataDomain>(dataDomains);
-  *out << "\" />" << "\n";
+  *out << "\" />"
+       << "\n";
   return Leave(step);
 }
 
@@ -650,7 +682,8 @@ int DumpMedia(std::ofstream* out, KivIReplMedia* media) {
 
   // The media identifier is bare hexadecimal, without the "x".
   *out << "<MEDIA Oid=\"" << oid.GetHexaValue().ConvertToChar()
-       << "\" MediaPath=\"" << mediaPath.ConvertToChar() << "\"/>" << "\n";
+       << "\" MediaPath=\"" << mediaPath.ConvertToChar() << "\"/>"
+       << "\n";
   return Leave(step);
 }
 
@@ -713,14 +746,16 @@ int DumpReplicationSet(std::ofstream* out, Set* set,
   DumpReference(out, media, "\" Media=\"x");
   DumpReference(out, packageDefinition, "\" PackageDefinition=\"x");
   DumpReference(out, externSite, "\" ExternSite=\"x");
-  *out << "\" >" << "\n";
+  *out << "\" >"
+       << "\n";
 
   LumListPtrIUnknown statuses(0);
   LumListPtrIUnknown atVaultServers(0);  // no references of their own
   LumListPtrIUnknown atDataServers(0);
   GetStatuses(set, statuses);
   const int count = statuses.Count();
-  step.Trace() << kind.countLeadIn << count << "]" << "\n";
+  step.Trace() << kind.countLeadIn << count << "]"
+               << "\n";
 
   for (int i = 1; i <= count; ++i) {
     KivIObject* server = nullptr;
@@ -742,7 +777,8 @@ int DumpReplicationSet(std::ofstream* out, Set* set,
       continue;
     }
     std::cerr << "-- Server not of right type -- file :[" << __FILE__
-              << "] at line [" << __LINE__ << "] " << "\n";
+              << "] at line [" << __LINE__ << "] "
+              << "\n";
     LumFatalError("AssertionFailed:0", nullptr, nullptr, nullptr, __FILE__,
                   __LINE__);
   }
@@ -838,10 +874,9 @@ int DumpDataServerCaptureStatus(std::ofstream* out,
 
 int DumpVaultServerCaptureStatus(std::ofstream* out,
                                  KivIReplCaptureStatus* status) {
-  return DumpStatus<KivIVaultServer>(out, status,
-                                     "DumpVaultServerCaptureStatus",
-                                     "<VAULTSERVERCAPTURESTATUS Oid=\"x",
-                                     "\" CapturedObject=\"x");
+  return DumpStatus<KivIVaultServer>(
+      out, status, "DumpVaultServerCaptureStatus",
+      "<VAULTSERVERCAPTURESTATUS Oid=\"x", "\" CapturedObject=\"x");
 }
 
 int DumpDataServerApplyStatus(std::ofstream* out, KivIReplApplyStatus* status) {

@@ -55,5 +55,4 @@ int DumpDataServerCaptureStatus(std::ofstream* out,
 int DumpVaultServerCaptureStatus(std::ofstream* out,
                                  KivIReplCaptureStatus* status);
 int DumpDataServerApplyStatus(std::ofstream* out, KivIReplApplyStatus* status);
-int DumpVaultServerApplyStatus(std::ofstream* out,
-                               KivIReplApplyStatus* status);
+int DumpVaultServerApplyStatus(std::ofstream* out, KivIReplApplyStatus* status);

@@ -13,7 +13,8 @@
 // The base of every administration object.
 struct KivIObject : IUnknown {
   static constexpr const char* kName = "KivIObject";
-  static constexpr IID kIid = {0x4B495600, 0, 0, {0x4B, 0x49, 0x56, 0, 0, 0, 0, 0}};
+  static constexpr IID kIid = {
+      0x4B495600, 0, 0, {0x4B, 0x49, 0x56, 0, 0, 0, 0, 0}};
 
   // Returns non-zero when the object implements the interface named name (its
   // own interface, KivIObject or IUnknown).
@@ -24,10 +25,10 @@ struct KivIObject : IUnknown {
 };
 
 // Declares the name and identifier of an administration interface.
-#define KIV_INTERFACE_ID(Name, n)                     \
-  static constexpr const char* kName = #Name;         \
-  static constexpr IID kIid = {0x4B495600 + (n), 0, 0, \
-                               {0x4B, 0x49, 0x56, 0, 0, 0, 0, (n)}}
+#define KIV_INTERFACE_ID(Name, n)             \
+  static constexpr const char* kName = #Name; \
+  static constexpr IID kIid = {               \
+      0x4B495600 + (n), 0, 0, {0x4B, 0x49, 0x56, 0, 0, 0, 0, (n)}}
 
 struct KivIHost;
 struct KivIDataServer;
@@ -228,7 +229,8 @@ struct KivIReplSubscription : KivIObject {
 // as a pointer to the kind's interface.
 struct KivIAdmin : IUnknown {
   static constexpr const char* kName = "KivIAdmin";
-  static constexpr IID kIid = {0x4B495610, 0, 0, {0x4B, 0x49, 0x56, 0, 0, 0, 0, 0x10}};
+  static constexpr IID kIid = {
+      0x4B495610, 0, 0, {0x4B, 0x49, 0x56, 0, 0, 0, 0, 0x10}};
 
   // Opens the administration store for reading (the environment variable
   // KIV_ADMIN_STORE names it; unset, the built-in demonstration

@@ -30,8 +30,8 @@ inline bool operator==(const IID& a, const IID& b) {
 // The root of every interface. Objects are destroyed by their owner, never
 // through an interface pointer, so the destructor is not public.
 struct IUnknown {
-  static constexpr IID kIid = {0x00000000, 0x0000, 0x0000,
-                               {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+  static constexpr IID kIid = {
+      0x00000000, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
   // Sets *ppv to this object seen as the interface riid and adds a reference,
   // or sets it to null and returns E_NOINTERFACE.

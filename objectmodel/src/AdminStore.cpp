@@ -51,8 +51,8 @@ class Rows {
  public:
   Rows(Connection& db, const char* table, const char* columns)
       : db_(db), table_(table) {
-    const std::string sql = std::string("SELECT ") + columns + " FROM " +
-                            table + " ORDER BY rowid";
+    const std::string sql =
+        std::string("SELECT ") + columns + " FROM " + table + " ORDER BY rowid";
     if (sqlite3_prepare_v2(db.Handle(), sql.c_str(), -1, &stmt_, nullptr) !=
         SQLITE_OK)
       throw StoreError(std::string("table ") + table_ + ": " + db.Error());
@@ -79,7 +79,8 @@ class Rows {
   std::string Oid(int col) {
     std::string oid = Blob(col);
     if (oid.empty())
-      throw StoreError(std::string("table ") + table_ + ": an oid is not a non-empty BLOB");
+      throw StoreError(std::string("table ") + table_ +
+                       ": an oid is not a non-empty BLOB");
     return oid;
   }
 
@@ -88,7 +89,8 @@ class Rows {
     if (sqlite3_column_type(stmt_, col) == SQLITE_NULL) return std::string();
     std::string oid = Blob(col);
     if (oid.empty())
-      throw StoreError(std::string("table ") + table_ + ": a reference is not a non-empty BLOB");
+      throw StoreError(std::string("table ") + table_ +
+                       ": a reference is not a non-empty BLOB");
     return oid;
   }
 
@@ -117,6 +119,7 @@ class Loader {
   Loader(AdminStore& store, Connection& db) : s_(store), db_(db) {}
 
   void Run() {
+    byOid_.reserve(CountObjects());
     for (Rows r(db_, "host", "oid, name, os_type, os_version"); r.Next();) {
       Host* h = Add(s_.hosts, r);
       h->name = r.Text(1);
@@ -144,8 +147,7 @@ class Loader {
          r.Next();)
       Link(Find<Project>(r, 0, "project"), &Project::vaultServers,
            Find<VaultServer>(r, 1, "vault_server"));
-    for (Rows r(db_, "project_data_server", "project, data_server");
-         r.Next();)
+    for (Rows r(db_, "project_data_server", "project, data_server"); r.Next();)
       Link(Find<Project>(r, 0, "project"), &Project::dataServers,
            Find<DataServer>(r, 1, "data_server"));
     for (Rows r(db_, "domain", "oid, name, visible"); r.Next();) {
@@ -220,8 +222,7 @@ class Loader {
     std::string oid = r.Oid(0);
     objects.emplace_back(oid);
     T* object = &objects.back();
-    const auto added =
-        byOid_.emplace(std::move(oid), Entry{r.Table(), object});
+    const auto added = byOid_.emplace(std::move(oid), Entry{r.Table(), object});
     if (!added.second)
       throw StoreError("oid " + Hex(added.first->first) + " is used by both " +
                        added.first->second.table + " and " + r.Table());
@@ -241,6 +242,27 @@ class Loader {
     return static_cast<T*>(it->second.object);
   }
 
+  // The number of objects in the store, in one statement, so that the index
+  // of oids is built without rehashing.
+  std::size_t CountObjects() {
+    std::string sql = "SELECT 0";
+    for (const char* table :
+         {"host", "data_server", "vault_server", "project", "domain",
+          "business_domain", "data_domain", "extern_site", "local_site",
+          "media", "package_definition", "subscribing_target", "subscription",
+          "capture_status", "apply_status"})
+      sql += std::string(" + (SELECT count(*) FROM ") + table + ")";
+    sqlite3_stmt* stmt = nullptr;
+    std::size_t count = 0;
+    // A table that is missing is reported when it is read.
+    if (sqlite3_prepare_v2(db_.Handle(), sql.c_str(), -1, &stmt, nullptr) ==
+            SQLITE_OK &&
+        sqlite3_step(stmt) == SQLITE_ROW)
+      count = static_cast<std::size_t>(sqlite3_column_int64(stmt, 0));
+    sqlite3_finalize(stmt);
+    return count;
+  }
+
   // Adds item to the list of owner, when both exist.
   template <class Owner, class T>
   static void Link(Owner* owner, std::vector<T*> Owner::*list, T* item) {
@@ -249,7 +271,8 @@ class Loader {
 
   template <class T>
   void LoadSets(std::deque<T>& sets, const char* table) {
-    for (Rows r(db_, table, "oid, name, media, package_definition, extern_site");
+    for (Rows r(db_, table,
+                "oid, name, media, package_definition, extern_site");
          r.Next();) {
       T* set = Add(sets, r);
       set->name = r.Text(1);

@@ -79,9 +79,7 @@ inline HRESULT SetText(LumUnicodeString& out, const std::string& text) {
 struct Host : StoreObject<KivIHost> {
   using StoreObject::StoreObject;
   LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetOSType(LumUnicodeString& v) override {
-    return SetText(v, osType);
-  }
+  HRESULT GetOSType(LumUnicodeString& v) override { return SetText(v, osType); }
   HRESULT GetOSVersion(LumUnicodeString& v) override {
     return SetText(v, osVersion);
   }
@@ -124,9 +122,7 @@ struct BusinessDomain : StoreObject<KivIBusinessDomain> {
   HRESULT GetMetaDataName(LumUnicodeString& v) override {
     return SetText(v, metaDataName);
   }
-  HRESULT GetEditor(LumUnicodeString& v) override {
-    return SetText(v, editor);
-  }
+  HRESULT GetEditor(LumUnicodeString& v) override { return SetText(v, editor); }
   std::string name, metaDataName, editor, corvelFlag, dataModeler;
 };
 
@@ -152,9 +148,7 @@ struct Domain : StoreObject<KivIDomain> {
 struct DataDomain : StoreObject<KivIDataDomain> {
   using StoreObject::StoreObject;
   LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetDriver(LumUnicodeString& v) override {
-    return SetText(v, driver);
-  }
+  HRESULT GetDriver(LumUnicodeString& v) override { return SetText(v, driver); }
   HRESULT GetBusinessDomain(KivIBusinessDomain*& b) override {
     return HandOut(b, businessDomain);
   }
@@ -290,8 +284,7 @@ class AdminStore {
   // Reads the store at path, read-only, in one snapshot; a null path loads
   // the built-in demonstration administration. On failure returns null and
   // sets *error to the reason.
-  static std::unique_ptr<AdminStore> Load(const char* path,
-                                          std::string* error);
+  static std::unique_ptr<AdminStore> Load(const char* path, std::string* error);
 
   std::deque<Host> hosts;
   std::deque<DataServer> dataServers;

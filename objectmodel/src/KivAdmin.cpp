@@ -89,8 +89,7 @@ class Admin final : public KivIAdmin {
     return store_ ? AppendKind<KivIHost>(l, store_->hosts) : E_FAIL;
   }
   HRESULT GetDataServers(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIDataServer>(l, store_->dataServers)
-                  : E_FAIL;
+    return store_ ? AppendKind<KivIDataServer>(l, store_->dataServers) : E_FAIL;
   }
   HRESULT GetVaultServers(LumListPtrIUnknown& l) override {
     return store_ ? AppendKind<KivIVaultServer>(l, store_->vaultServers)
@@ -112,8 +111,7 @@ class Admin final : public KivIAdmin {
                                       : HandOut(site, &store_->localSites[0]);
   }
   HRESULT GetExternSites(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIExternSite>(l, store_->externSites)
-                  : E_FAIL;
+    return store_ ? AppendKind<KivIExternSite>(l, store_->externSites) : E_FAIL;
   }
   HRESULT GetPackageDefinitions(LumListPtrIUnknown& l) override {
     return store_ ? AppendKind<KivIReplPackageDefinition>(
