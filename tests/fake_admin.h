@@ -85,42 +85,73 @@ HRESULT Give(I*& out, T* item, HRESULT status = S_OK) {
 
 HRESULT Text(LumUnicodeString& out, const std::string& text);
 
+// The getters of the double: each logs its call and hands out its field.
+#define FAKE_NAME                       \
+  LumUnicodeString GetName() override { \
+    Log("GetName");                     \
+    return name.c_str();                \
+  }
+#define FAKE_TEXT(Op, field)                 \
+  HRESULT Op(LumUnicodeString& v) override { \
+    this->Log(#Op);                          \
+    return Text(v, field);                   \
+  }
+#define FAKE_LIST(Op, I, field, status)        \
+  HRESULT Op(LumListPtrIUnknown& l) override { \
+    Log(#Op);                                  \
+    return Fill<I>(l, field, status);          \
+  }
+#define FAKE_REF(Op, I, field, status) \
+  HRESULT Op(I*& p) override {         \
+    Log(#Op);                          \
+    return Give(p, field, status);     \
+  }
+#define FAKE_OUT(Op, I, field) \
+  HRESULT Op(I** p) override { \
+    this->Log(#Op);            \
+    return Give(*p, field);    \
+  }
+
 struct Host : Fake<KivIHost> {
-  LumUnicodeString GetName() override;
-  HRESULT GetOSType(LumUnicodeString& v) override;
-  HRESULT GetOSVersion(LumUnicodeString& v) override;
+  FAKE_NAME
+  FAKE_TEXT(GetOSType, osType)
+  FAKE_TEXT(GetOSVersion, osVersion)
   std::string name, osType, osVersion;
 };
 
 struct DataServer : Fake<KivIDataServer> {
-  LumUnicodeString GetName() override;
-  HRESULT GetHost(KivIHost*& h) override;
-  HRESULT GetAuthentication(LumUnicodeString& v) override;
-  HRESULT GetDBMS(LumUnicodeString& v) override;
-  HRESULT GetConnectionString(LumUnicodeString& v) override;
+  FAKE_NAME
+  FAKE_REF(GetHost, KivIHost, host, S_OK)
+  FAKE_TEXT(GetAuthentication, authentication)
+  FAKE_TEXT(GetDBMS, dbms)
+  FAKE_TEXT(GetConnectionString, connectionString)
   std::string name, authentication, dbms, connectionString;
   Host* host = nullptr;
 };
 
 struct VaultServer : Fake<KivIVaultServer> {
-  LumUnicodeString GetName() override;
-  HRESULT GetAliasName(LumUnicodeString& v) override;
+  FAKE_NAME
+  FAKE_TEXT(GetAliasName, aliasName)
   std::string name, aliasName;
 };
 
 struct BusinessDomain : Fake<KivIBusinessDomain> {
-  LumUnicodeString GetName() override;
-  HRESULT GetDataModeler(LumUnicodeString& v) override;
-  HRESULT GetCorvelFlag(LumUnicodeString& v) override;
-  HRESULT GetMetaDataName(LumUnicodeString& v) override;
-  HRESULT GetEditor(LumUnicodeString& v) override;
+  FAKE_NAME
+  FAKE_TEXT(GetDataModeler, dataModeler)
+  FAKE_TEXT(GetCorvelFlag, corvelFlag)
+  FAKE_TEXT(GetMetaDataName, metaDataName)
+  FAKE_TEXT(GetEditor, editor)
   std::string name, metaDataName, editor, corvelFlag, dataModeler;
 };
 
 struct Domain : Fake<KivIDomain> {
-  int GetVisible() override;
-  HRESULT GetBusinessDomains(LumListPtrIUnknown& l) override;
-  LumUnicodeString GetName() override;
+  int GetVisible() override {
+    Log("GetVisible");
+    return visible;
+  }
+  FAKE_LIST(GetBusinessDomains, KivIBusinessDomain, businessDomains,
+            businessDomainsStatus)
+  FAKE_NAME
   std::string name;
   int visible = 1;
   std::vector<BusinessDomain*> businessDomains;
@@ -128,13 +159,17 @@ struct Domain : Fake<KivIDomain> {
 };
 
 struct DataDomain : Fake<KivIDataDomain> {
-  LumUnicodeString GetName() override;
-  HRESULT GetDriver(LumUnicodeString& v) override;
-  HRESULT GetBusinessDomain(KivIBusinessDomain*& b) override;
-  HRESULT GetAliasName(LumUnicodeString& v) override;
-  int IsRdb() override;
-  HRESULT GetOwnerDico(LumUnicodeString& v) override;
-  HRESULT GetDataServer(KivIDataServer*& d) override;
+  FAKE_NAME
+  FAKE_TEXT(GetDriver, driver)
+  FAKE_REF(GetBusinessDomain, KivIBusinessDomain, businessDomain,
+           businessDomainStatus)
+  FAKE_TEXT(GetAliasName, aliasName)
+  int IsRdb() override {
+    Log("IsRdb");
+    return rdb;
+  }
+  FAKE_TEXT(GetOwnerDico, ownerDico)
+  FAKE_REF(GetDataServer, KivIDataServer, dataServer, S_OK)
   std::string name, aliasName, ownerDico, driver;
   int rdb = 1;
   BusinessDomain* businessDomain = nullptr;
@@ -143,10 +178,10 @@ struct DataDomain : Fake<KivIDataDomain> {
 };
 
 struct Project : Fake<KivIProject> {
-  LumUnicodeString GetName() override;
-  HRESULT GetDataDomains(LumListPtrIUnknown& l) override;
-  HRESULT GetVaultServers(LumListPtrIUnknown& l) override;
-  HRESULT GetDataServers(LumListPtrIUnknown& l) override;
+  FAKE_NAME
+  FAKE_LIST(GetDataDomains, KivIDataDomain, dataDomains, dataDomainsStatus)
+  FAKE_LIST(GetVaultServers, KivIVaultServer, vaultServers, vaultServersStatus)
+  FAKE_LIST(GetDataServers, KivIDataServer, dataServers, dataServersStatus)
   std::string name;
   std::vector<DataDomain*> dataDomains;
   std::vector<VaultServer*> vaultServers;
@@ -158,37 +193,31 @@ struct Project : Fake<KivIProject> {
 // An extern or the local site.
 template <class I>
 struct Site : Fake<I> {
-  HRESULT GetName(LumUnicodeString& v) override {
-    this->Log("GetName");
-    return Text(v, name);
-  }
+  FAKE_TEXT(GetName, name)
   std::string name;
 };
 using ExternSite = Site<KivIExternSite>;
 using LocalSite = Site<KivILocalSite>;
 
 struct Media : Fake<KivIReplMedia> {
-  HRESULT GetMediaPath(LumUnicodeString& v) override;
+  FAKE_TEXT(GetMediaPath, mediaPath)
   std::string mediaPath;
 };
 
 struct PackageDefinition : Fake<KivIReplPackageDefinition> {
-  HRESULT GetWholeDataDomains(LumListPtrIUnknown& l) override;
-  HRESULT GetName(LumUnicodeString& v) override;
+  FAKE_LIST(GetWholeDataDomains, KivIDataDomain, wholeDataDomains, S_OK)
+  FAKE_TEXT(GetName, name)
   std::string name;
   std::vector<DataDomain*> wholeDataDomains;
 };
 
-// A capture or an apply status.
+// A capture or an apply status; Server is its server getter.
 template <class I>
 struct Status : Fake<I> {
-  HRESULT GetLastSuccessfulDate(LumUnicodeString& v) override {
-    this->Log("GetLastSuccessfulDate");
-    return Text(v, lastSuccessfulDate);
-  }
-  HRESULT Server(KivIObject** out) {
-    *out = server;
-    if (server) server->AddRef();
+  FAKE_TEXT(GetLastSuccessfulDate, lastSuccessfulDate)
+  HRESULT Server(KivIObject** out, const char* op) {
+    this->Log(op);
+    Give(*out, server);
     return serverStatus;
   }
   std::string lastSuccessfulDate;
@@ -197,34 +226,26 @@ struct Status : Fake<I> {
 };
 
 struct CaptureStatus : Status<KivIReplCaptureStatus> {
-  HRESULT GetCaptureServer(KivIObject** out) override;
+  HRESULT GetCaptureServer(KivIObject** out) override {
+    return Server(out, "GetCaptureServer");
+  }
 };
 
 struct ApplyStatus : Status<KivIReplApplyStatus> {
-  HRESULT GetApplyServer(KivIObject** out) override;
+  HRESULT GetApplyServer(KivIObject** out) override {
+    return Server(out, "GetApplyServer");
+  }
 };
 
-// A subscribing target or a subscription.
+// A subscribing target or a subscription; Statuses is its status getter.
 template <class I, class S>
 struct ReplicationSet : Fake<I> {
-  HRESULT GetExternSite(KivIExternSite** out) override {
-    this->Log("GetExternSite");
-    return Give(*out, externSite);
-  }
-  HRESULT GetMedia(KivIReplMedia** out) override {
-    this->Log("GetMedia");
-    return Give(*out, media);
-  }
-  HRESULT GetPackageDefinition(KivIReplPackageDefinition** out) override {
-    this->Log("GetPackageDefinition");
-    return Give(*out, packageDefinition);
-  }
-  HRESULT GetName(LumUnicodeString& v) override {
-    this->Log("GetName");
-    return Text(v, name);
-  }
-  HRESULT Statuses(LumListPtrIUnknown& l) {
-    this->Log("GetStatuses");
+  FAKE_OUT(GetExternSite, KivIExternSite, externSite)
+  FAKE_OUT(GetMedia, KivIReplMedia, media)
+  FAKE_OUT(GetPackageDefinition, KivIReplPackageDefinition, packageDefinition)
+  FAKE_TEXT(GetName, name)
+  HRESULT Statuses(LumListPtrIUnknown& l, const char* op) {
+    this->Log(op);
     return Fill<typename S::Interface>(l, statuses, S_OK);
   }
   std::string name;
@@ -236,30 +257,46 @@ struct ReplicationSet : Fake<I> {
 
 struct SubscribingTarget
     : ReplicationSet<KivIReplSubscribingTarget, CaptureStatus> {
-  HRESULT GetCaptureStatuses(LumListPtrIUnknown& l) override;
+  HRESULT GetCaptureStatuses(LumListPtrIUnknown& l) override {
+    return Statuses(l, "GetCaptureStatuses");
+  }
 };
 
 struct Subscription : ReplicationSet<KivIReplSubscription, ApplyStatus> {
-  HRESULT GetApplyStatuses(LumListPtrIUnknown& l) override;
+  HRESULT GetApplyStatuses(LumListPtrIUnknown& l) override {
+    return Statuses(l, "GetApplyStatuses");
+  }
 };
 
 // The root, with a status per getter.
 struct Admin : KivIAdmin, Object {
-  HRESULT QueryInterface(const IID&, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  HRESULT QueryInterface(const IID&, void** ppv) override {
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG AddRef() override { return static_cast<ULONG>(++refs); }
+  ULONG Release() override {
+    ++releases;
+    return static_cast<ULONG>(--refs);
+  }
   HRESULT Init(LumUnicodeString&, LumUnicodeString&, int) override;
-  HRESULT End() override;
-  HRESULT GetProjects(LumListPtrIUnknown& l) override;
-  HRESULT GetDomains(LumListPtrIUnknown& l) override;
-  HRESULT GetHosts(LumListPtrIUnknown& l) override;
-  HRESULT GetDataServers(LumListPtrIUnknown& l) override;
-  HRESULT GetVaultServers(LumListPtrIUnknown& l) override;
-  HRESULT GetSubscribingTargets(LumListPtrIUnknown& l) override;
-  HRESULT GetSubscriptions(LumListPtrIUnknown& l) override;
-  HRESULT GetLocalSite(KivILocalSite*& s) override;
-  HRESULT GetExternSites(LumListPtrIUnknown& l) override;
-  HRESULT GetPackageDefinitions(LumListPtrIUnknown& l) override;
+  HRESULT End() override {
+    Log("End");
+    return endStatus;
+  }
+  FAKE_LIST(GetProjects, KivIProject, projects, projectsStatus)
+  FAKE_LIST(GetDomains, KivIDomain, domains, domainsStatus)
+  FAKE_LIST(GetHosts, KivIHost, hosts, hostsStatus)
+  FAKE_LIST(GetDataServers, KivIDataServer, dataServers, S_OK)
+  FAKE_LIST(GetVaultServers, KivIVaultServer, vaultServers, S_OK)
+  FAKE_LIST(GetSubscribingTargets, KivIReplSubscribingTarget, targets,
+            targetsStatus)
+  FAKE_LIST(GetSubscriptions, KivIReplSubscription, subscriptions,
+            subscriptionsStatus)
+  FAKE_REF(GetLocalSite, KivILocalSite, localSite, localSiteStatus)
+  FAKE_LIST(GetExternSites, KivIExternSite, externSites, externSitesStatus)
+  FAKE_LIST(GetPackageDefinitions, KivIReplPackageDefinition,
+            packageDefinitions, packageDefinitionsStatus)
 
   std::vector<Project*> projects;
   std::vector<Domain*> domains;

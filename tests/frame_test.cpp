@@ -2,9 +2,7 @@
 // traversal, in process on the test double.
 //
 // Plan:
-//   Title        the prolog with and without the stylesheet
-//   Tab          two blanks per level
-//   CommandLine  the process-wide state each command line leaves
+//   NullObject   every writer given a null object
 //   ExportRun    each outcome of the run: message, file, root, session
 //   Root         the document element: an empty administration, the order
 //                of sections, each getter failure, null elements and the
@@ -20,71 +18,53 @@ const char kProlog[] =
     "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n";
 const char kEmptyRoot[] = "<AdminObjects>\n</AdminObjects>\n";
 
-using Title = ToolTest;
+using NullObject = ToolTest;
 
-TEST_F(Title, StylesheetInstructionOnlyWhenAsked) {
+// Every writer reports a null object; those that indent leave their
+// indentation behind and the depth one level higher.
+TEST_F(NullObject, ReportedWithTheIndentationLeftBehind) {
+  using Dump = int (*)(std::ofstream*);
   const struct {
-    int xsl;
-    const char* path;
-    std::string doc;
+    const char* step;
+    Dump dump;
+    bool indents;
   } cases[] = {
-      {0, "ignored.xsl", kProlog},
-      {1, "s.xsl",
-       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
-       "<?xml-stylesheet type=\"text/xsl\" href=\"s.xsl\" ?>\n"
-       "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n"},
-      {1, "",
-       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
-       "<?xml-stylesheet type=\"text/xsl\" href=\"\" ?>\n"
-       "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n"},
+#define NULL_CASE(Writer, indents) \
+  {#Writer, [](std::ofstream* o) { return Writer(o, nullptr); }, indents}
+      NULL_CASE(DumpRoot, false),
+      NULL_CASE(DumpServers, false),
+      NULL_CASE(DumpProject, true),
+      NULL_CASE(DumpDomain, true),
+      NULL_CASE(DumpBusinessDomain, true),
+      NULL_CASE(DumpDataDomain, true),
+      NULL_CASE(DumpDataServer, true),
+      NULL_CASE(DumpVaultServer, true),
+      NULL_CASE(DumpHost, true),
+      NULL_CASE(DumpExternSite, true),
+      NULL_CASE(DumpLocalSite, true),
+      NULL_CASE(DumpPackageDefinition, true),
+      NULL_CASE(DumpMedia, true),
+      NULL_CASE(DumpSubscribingTarget, true),
+      NULL_CASE(DumpSubscription, true),
+      NULL_CASE(DumpDataServerCaptureStatus, true),
+      NULL_CASE(DumpVaultServerCaptureStatus, true),
+      NULL_CASE(DumpDataServerApplyStatus, true),
+      NULL_CASE(DumpVaultServerApplyStatus, true),
+#undef NULL_CASE
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.step);
     out = std::make_unique<std::ofstream>(path);
-    iXSL = c.xsl;
-    cXSLFile = c.path;
-    indent = 2;  // the prolog is never indented
-    EXPECT_EQ(DumpTitle(out.get()), 0);
-    EXPECT_EQ(Doc(), c.doc);
-    EXPECT_EQ(indent, 2);
-  }
-}
-
-using Tab = ToolTest;
-
-TEST_F(Tab, TwoBlanksPerLevel) {
-  for (int depth : {0, 1, 3}) {
-    out = std::make_unique<std::ofstream>(path);
-    indent = depth;
-    tab(out.get());
-    EXPECT_EQ(Doc(), std::string(2 * depth, ' '));
-  }
-}
-
-using CommandLine = ToolTest;
-
-TEST_F(CommandLine, StylesheetStateFollowsTheAcceptedForms) {
-  const std::string file = path;
-  const struct {
-    std::vector<std::string> args;
-    int rc, xsl;
-    const char* xslFile;
-  } cases[] = {
-      {{"-f", file}, 0, 0, ""},
-      {{"-f", file, "-xsl", "a.xsl"}, 0, 1, "a.xsl"},
-      {{"-f", file, "-xsl", ""}, 0, 1, ""},
-      {{"-xsl", "a.xsl", "-f", file}, 1, 0, ""},
-      {{"-f", file, "-XSL", "a.xsl"}, 1, 0, ""},
-  };
-  for (const auto& c : cases) {
-    iXSL = 0;
-    cXSLFile = "";
-    std::vector<char*> argv{const_cast<char*>("Vantrel")};
-    for (const std::string& arg : c.args)
-      argv.push_back(const_cast<char*>(arg.c_str()));
-    fake::World world;  // each run releases the root it got
-    EXPECT_EQ(VantrelMain(static_cast<int>(argv.size()), argv.data()), c.rc);
-    EXPECT_EQ(iXSL, c.xsl);
-    EXPECT_STREQ(cXSLFile.ConvertToChar(), c.xslFile);
+    trace.clear();
+    indent = 1;
+    test_support::CaptureStderr runErr;
+    EXPECT_EQ(c.dump(out.get()), 1);
+    EXPECT_EQ(WithoutLines(runErr.Text()), kNullReport);
+    EXPECT_EQ(Doc(), c.indents ? "  " : "");
+    EXPECT_EQ(indent, c.indents ? 2 : 1);
+    EXPECT_EQ(trace, std::string("[VANTREL] > ") + c.step +
+                         "\n[VANTREL]   returns 1\n[VANTREL] < " + c.step +
+                         "\n");
   }
 }
 
@@ -146,12 +126,6 @@ TEST_F(Root, EmptyAdministrationCountsEveryList) {
             "[VANTREL]   returns 0\n"
             "[VANTREL] < DumpRoot\n");
   EXPECT_EQ(Err(), "");
-}
-
-TEST_F(Root, NullRoot) {
-  EXPECT_EQ(DumpRoot(out.get(), nullptr), 1);
-  EXPECT_EQ(Err(), kNullReport);
-  EXPECT_EQ(Doc(), "");
 }
 
 // One object of every kind, each in its section.

@@ -2,10 +2,9 @@
 // on the test double. The two twins run through the same typed tests.
 //
 // Plan:
-//   Replication  start tags by references, statuses sorted by the kind of
-//                their server, a failing or null server, a server of neither
-//                kind, the release passes
-//   Status       the four status lines, a null status, a null server
+//   Replication  statuses sorted by the kind of their server, a failing or
+//                null server, a server of neither kind, the release passes
+//   Status       the four status lines, a null server
 #include "tool_test.h"
 
 namespace {
@@ -79,35 +78,6 @@ class Replication : public ToolTest {
 using Twins = ::testing::Types<TargetTwin, SubscriptionTwin>;
 TYPED_TEST_SUITE(Replication, Twins);
 
-TYPED_TEST(Replication, ReferencesOnlyWhenPresentEachReleased) {
-  auto* media = this->fakes.template Add<fake::Media>("M", "13");
-  auto* definition =
-      this->fakes.template Add<fake::PackageDefinition>("K", "14");
-  auto* site = this->fakes.template Add<fake::ExternSite>("E", "11");
-  const struct {
-    bool media, definition, site;
-    const char* references;
-  } cases[] = {
-      {false, false, false, ""},
-      {true, false, false, "\" Media=\"x13"},
-      {false, true, true, "\" PackageDefinition=\"x14\" ExternSite=\"x11"},
-      {true, true, true,
-       "\" Media=\"x13\" PackageDefinition=\"x14\" ExternSite=\"x11"},
-  };
-  for (const auto& c : cases) {
-    this->set->media = c.media ? media : nullptr;
-    this->set->packageDefinition = c.definition ? definition : nullptr;
-    this->set->externSite = c.site ? site : nullptr;
-    this->out = std::make_unique<std::ofstream>(this->path);
-    EXPECT_EQ(TypeParam::Dump(this->out.get(), this->set), 0);
-    EXPECT_EQ(this->Doc(), this->StartTag(c.references) + this->EndTag());
-    EXPECT_EQ(this->fakes.Held(), "");
-    EXPECT_EQ(indent, 1);
-  }
-  EXPECT_NE(this->trace.find(std::string(TypeParam::kCount) + "0]\n"),
-            std::string::npos);
-}
-
 TYPED_TEST(Replication, VaultServerStatusesFirstThenDataEachInListOrder) {
   auto* d1 = this->fakes.template Add<fake::DataServer>("D1", "B1");
   auto* d2 = this->fakes.template Add<fake::DataServer>("D2", "B2");
@@ -178,13 +148,6 @@ TYPED_TEST(Replication, ServerOfNeitherKindIsFatalAndSkippedWhenItReturns) {
   EXPECT_EQ(this->fakes.Held(), "H:1");
 }
 
-TYPED_TEST(Replication, NullSetLeavesItsIndentation) {
-  EXPECT_EQ(TypeParam::Dump(this->out.get(), nullptr), 1);
-  EXPECT_EQ(this->Err(), this->kNullReport);
-  EXPECT_EQ(this->Doc(), "  ");
-  EXPECT_EQ(indent, 2);
-}
-
 using Status = ToolTest;
 
 TEST_F(Status, TheFourLinesDifferOnlyByTheirTable) {
@@ -221,14 +184,6 @@ TEST_F(Status, TheFourLinesDifferOnlyByTheirTable) {
   EXPECT_EQ(indent, 1);
   EXPECT_EQ(fakes.Calls().substr(0, 58),
             "C1.GetOid C1.GetLastSuccessfulDate C1.GetCaptureServer D.G");
-}
-
-TEST_F(Status, NullStatusLeavesItsIndentation) {
-  indent = 1;
-  EXPECT_EQ(DumpVaultServerApplyStatus(out.get(), nullptr), 1);
-  EXPECT_EQ(Err(), kNullReport);
-  EXPECT_EQ(Doc(), "  ");
-  EXPECT_EQ(indent, 2);
 }
 
 TEST(StatusDeathTest, NullServerIsFatal) {

@@ -88,16 +88,6 @@ TEST_F(Servers, NullElementLeavesTheWrapperOpenAndKeepsTheReferences) {
   }
 }
 
-TEST_F(Servers, NullRootAndNullServers) {
-  EXPECT_EQ(DumpServers(out.get(), nullptr), 1);
-  EXPECT_EQ(indent, 0);
-  EXPECT_EQ(DumpDataServer(out.get(), nullptr), 1);
-  EXPECT_EQ(DumpVaultServer(out.get(), nullptr), 1);
-  EXPECT_EQ(Err(), std::string(kNullReport) + kNullReport + kNullReport);
-  EXPECT_EQ(Doc(), "  ");
-  EXPECT_EQ(indent, 2);
-}
-
 using Sites = ToolTest;
 
 TEST_F(Sites, OneLineEachEveryAttributeAlwaysPresent) {
@@ -121,24 +111,6 @@ TEST_F(Sites, OneLineEachEveryAttributeAlwaysPresent) {
   EXPECT_NE(trace.find("LocalSite Name : [HOME]\n"), std::string::npos);
   EXPECT_EQ(trace.find("EAST"), std::string::npos);
   EXPECT_EQ(fakes.Held(), "");
-}
-
-TEST_F(Sites, NullObjectsLeaveTheirIndentation) {
-  using Dump = int (*)(std::ofstream*);
-  const Dump dumps[] = {
-      [](std::ofstream* o) { return DumpHost(o, nullptr); },
-      [](std::ofstream* o) { return DumpExternSite(o, nullptr); },
-      [](std::ofstream* o) { return DumpLocalSite(o, nullptr); },
-  };
-  for (Dump dump : dumps) {
-    out = std::make_unique<std::ofstream>(path);
-    indent = 1;
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(dump(out.get()), 1);
-    EXPECT_EQ(WithoutLines(runErr.Text()), kNullReport);
-    EXPECT_EQ(Doc(), "  ");
-    EXPECT_EQ(indent, 2);
-  }
 }
 
 }  // namespace

@@ -27,25 +27,12 @@ TEST(Identifier, HexaValueIsUpperCaseTwoDigitsPerByte) {
       {"\x0A\x1B", "0A1B"},
       {"\xFF\x01\xab", "FF01AB"},
   };
+  EXPECT_STREQ(LumDbBinary(0).GetHexaValue().ConvertToChar(), "");
   for (const HexCase& c : cases) {
     LumDbBinary oid(0);
     oid.Assign(c.bytes.data(), c.bytes.size());
     EXPECT_STREQ(oid.GetHexaValue().ConvertToChar(), c.hex);
   }
-}
-
-TEST(Identifier, BuiltFromZeroIsEmpty) {
-  EXPECT_STREQ(LumDbBinary(0).GetHexaValue().ConvertToChar(), "");
-  EXPECT_STREQ(LumDbBinary(16).GetHexaValue().ConvertToChar(), "");
-}
-
-TEST(Text, NullAndAssignment) {
-  LumUnicodeString text(nullptr);
-  EXPECT_STREQ(text.ConvertToChar(), "");
-  text = "a&b";
-  LumUnicodeString copy;
-  copy = text;
-  EXPECT_STREQ(copy.ConvertToChar(), "a&b");
 }
 
 int one = 1, two = 2, three = 3;
