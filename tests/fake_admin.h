@@ -34,9 +34,9 @@ class Object {
   World* world = nullptr;
 };
 
-// IUnknown, SupportsInterface and GetOid of a fake of interface I.
+// The IUnknown of a fake of interface I, counting into its ledger.
 template <class I>
-class Fake : public I, public Object {
+class Counted : public I, public Object {
  public:
   using Interface = I;
 
@@ -49,15 +49,21 @@ class Fake : public I, public Object {
     ++releases;
     return static_cast<ULONG>(--refs);
   }
+};
+
+// SupportsInterface and GetOid of a fake administration object.
+template <class I>
+class Fake : public Counted<I> {
+ public:
   int SupportsInterface(const char* name) override {
-    Log("SupportsInterface");
+    this->Log("SupportsInterface");
     for (const std::string& n : answersTo)
       if (n == name) return 1;
     return 0;
   }
   HRESULT GetOid(LumDbBinary& out) override {
-    Log("GetOid");
-    out.Assign(oid.data(), oid.size());
+    this->Log("GetOid");
+    out.Assign(this->oid.data(), this->oid.size());
     return S_OK;
   }
   // The interface names SupportsInterface answers to.
@@ -269,16 +275,7 @@ struct Subscription : ReplicationSet<KivIReplSubscription, ApplyStatus> {
 };
 
 // The root, with a status per getter.
-struct Admin : KivIAdmin, Object {
-  HRESULT QueryInterface(const IID&, void** ppv) override {
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG AddRef() override { return static_cast<ULONG>(++refs); }
-  ULONG Release() override {
-    ++releases;
-    return static_cast<ULONG>(--refs);
-  }
+struct Admin : Counted<KivIAdmin> {
   HRESULT Init(LumUnicodeString&, LumUnicodeString&, int) override;
   HRESULT End() override {
     Log("End");
