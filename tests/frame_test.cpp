@@ -54,14 +54,8 @@ TEST_F(NullObject, ReportedWithTheIndentationLeftBehind) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.step);
-    out = std::make_unique<std::ofstream>(path);
-    trace.clear();
-    indent = 1;
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(c.dump(out.get()), 1);
-    EXPECT_EQ(WithoutLines(runErr.Text()), kNullReport);
-    EXPECT_EQ(Doc(), c.indents ? "  " : "");
-    EXPECT_EQ(indent, c.indents ? 2 : 1);
+    EXPECT_EQ(Run(c.dump, 1), (Outcome{1, kNullReport, c.indents ? "  " : "",
+                                       c.indents ? 2 : 1}));
     EXPECT_EQ(trace, std::string("[VANTREL] > ") + c.step +
                          "\n[VANTREL]   returns 1\n[VANTREL] < " + c.step +
                          "\n");
@@ -96,11 +90,7 @@ TEST_F(ExportRun, EachOutcome) {
     SCOPED_TRACE(c.name);
     fake::World world;
     c.setUp(world);
-    out = std::make_unique<std::ofstream>(path);
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(ReadAdmin(out.get()), c.rc);
-    EXPECT_EQ(runErr.Text(), c.err);
-    EXPECT_EQ(Doc(), c.doc);
+    EXPECT_EQ(Run(ReadAdmin, 0), (Outcome{c.rc, c.err, c.doc, 0}));
     EXPECT_EQ(world.Held(), c.held);
     EXPECT_EQ(world.sessionsClosed, c.sessionsClosed);
   }
@@ -108,6 +98,7 @@ TEST_F(ExportRun, EachOutcome) {
 
 using Root = ToolTest;
 
+// The local site is missing too: the document closes all the same.
 TEST_F(Root, EmptyAdministrationCountsEveryList) {
   EXPECT_EQ(DumpRoot(out.get(), &fakes.admin), 0);
   EXPECT_EQ(Doc(), kEmptyRoot);
@@ -197,11 +188,10 @@ TEST_F(Root, GetterFailureEndsTheDocumentWithItsMessage) {
     fake::World world;
     FillAll(world);
     world.admin.*c.status = E_FAIL;
-    out = std::make_unique<std::ofstream>(path);
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(DumpRoot(out.get(), &world.admin), 1);
-    EXPECT_EQ(runErr.Text(), std::string(c.message) + "\n");
-    EXPECT_TRUE(EndsWith(Doc(), c.lastLine)) << Doc();
+    const Outcome o = Write(DumpRoot, &world.admin);
+    EXPECT_EQ(o.rc, 1);
+    EXPECT_EQ(o.err, std::string(c.message) + "\n");
+    EXPECT_TRUE(EndsWith(o.doc, c.lastLine)) << o.doc;
     EXPECT_TRUE(EndsWith(trace, "   returns 1\n[VANTREL] < DumpRoot\n"));
   }
 }
@@ -224,30 +214,12 @@ TEST_F(Root, NullProjectsAndDomainsAreSkippedButCounted) {
   EXPECT_EQ(fakes.Held(), "");
 }
 
-TEST_F(Root, MissingLocalSiteClosesTheDocument) {
-  fakes.admin.localSite = nullptr;
-  EXPECT_EQ(DumpRoot(out.get(), &fakes.admin), 0);
-  EXPECT_EQ(Doc(), kEmptyRoot);
-}
-
 struct ReleaseCase {
   const char* section;
-  std::function<void(fake::World&)> setUp;  // a failing second element
+  std::function<void(fake::World&)> setUp;  // the second element fails
   std::string err;
   std::string held;  // what stays held after the failure
 };
-
-// Three elements made by add, the second made to fail by spoil.
-template <class T>
-std::vector<T*> Three(fake::World& w, const char* prefix,
-                      const std::function<void(T*)>& spoil) {
-  std::vector<T*> items;
-  for (int i = 1; i <= 3; ++i)
-    items.push_back(
-        w.Add<T>(prefix + std::to_string(i), "0" + std::to_string(i)));
-  spoil(items[1]);
-  return items;
-}
 
 // A domain cannot fail under the root: it skips its null business domains
 // and the root skips null domains.
@@ -256,46 +228,49 @@ TEST_F(Root, EachSectionKeepsItsReleaseRuleOnFailure) {
   const ReleaseCase cases[] = {
       {"projects",
        [](fake::World& w) {
-         w.admin.projects = Three<fake::Project>(
-             w, "P", [](fake::Project* p) { p->dataDomainsStatus = E_FAIL; });
+         auto* failing = w.Add<fake::Project>("P2", "02");
+         failing->dataDomainsStatus = E_FAIL;
+         w.admin.projects = {w.Add<fake::Project>("P1", "01"), failing,
+                             w.Add<fake::Project>("P3", "03")};
        },
        "cannot get the list of datadomain\nerror when writing PROJECT node\n",
        "P2:1 P3:1"},
       {"hosts",
        [](fake::World& w) {
-         auto hosts = Three<fake::Host>(w, "H", [](fake::Host*) {});
-         w.admin.hosts = {hosts[0], nullptr, hosts[2]};
+         w.admin.hosts = {w.Add<fake::Host>("H1", "01"), nullptr,
+                          w.Add<fake::Host>("H3", "03")};
        },
        nullReport + "cannot dump Host\n", "H1:1 H3:1"},
       {"targets",
        [](fake::World& w) {
-         auto* status = w.Add<fake::CaptureStatus>("C", "0C");
-         status->serverStatus = E_FAIL;
-         w.admin.targets = Three<fake::SubscribingTarget>(
-             w, "T",
-             [status](fake::SubscribingTarget* t) { t->statuses = {status}; });
+         auto* failing = w.Add<fake::SubscribingTarget>("T2", "02");
+         failing->statuses = {w.Add<fake::CaptureStatus>("C", "0C")};
+         failing->statuses[0]->serverStatus = E_FAIL;
+         w.admin.targets = {w.Add<fake::SubscribingTarget>("T1", "01"), failing,
+                            w.Add<fake::SubscribingTarget>("T3", "03")};
        },
        "cannot get capture server\ncannot dump Subscribing target \n", "C:1"},
       {"subscriptions",
        [](fake::World& w) {
-         auto* status = w.Add<fake::ApplyStatus>("A", "0A");
-         status->serverStatus = E_FAIL;
-         w.admin.subscriptions = Three<fake::Subscription>(
-             w, "S",
-             [status](fake::Subscription* s) { s->statuses = {status}; });
+         auto* failing = w.Add<fake::Subscription>("S2", "02");
+         failing->statuses = {w.Add<fake::ApplyStatus>("A", "0A")};
+         failing->statuses[0]->serverStatus = E_FAIL;
+         w.admin.subscriptions = {w.Add<fake::Subscription>("S1", "01"),
+                                  failing,
+                                  w.Add<fake::Subscription>("S3", "03")};
        },
        "cannot get Apply server\ncannot dump Subscrption \n", "A:1"},
       {"package definitions",
        [](fake::World& w) {
-         auto items = Three<fake::PackageDefinition>(
-             w, "K", [](fake::PackageDefinition*) {});
-         w.admin.packageDefinitions = {items[0], nullptr, items[2]};
+         w.admin.packageDefinitions = {
+             w.Add<fake::PackageDefinition>("K1", "01"), nullptr,
+             w.Add<fake::PackageDefinition>("K3", "03")};
        },
        nullReport + "cannot dump package definition\n", "K1:1 K3:1"},
       {"extern sites",
        [](fake::World& w) {
-         auto items = Three<fake::ExternSite>(w, "E", [](fake::ExternSite*) {});
-         w.admin.externSites = {items[0], nullptr, items[2]};
+         w.admin.externSites = {w.Add<fake::ExternSite>("E1", "01"), nullptr,
+                                w.Add<fake::ExternSite>("E3", "03")};
        },
        nullReport + "cannot dump package definition\n", ""},
   };
@@ -303,10 +278,9 @@ TEST_F(Root, EachSectionKeepsItsReleaseRuleOnFailure) {
     SCOPED_TRACE(c.section);
     fake::World world;
     c.setUp(world);
-    out = std::make_unique<std::ofstream>(path);
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(DumpRoot(out.get(), &world.admin), 1);
-    EXPECT_EQ(WithoutLines(runErr.Text()), c.err);
+    const Outcome o = Write(DumpRoot, &world.admin);
+    EXPECT_EQ(o.rc, 1);
+    EXPECT_EQ(o.err, c.err);
     EXPECT_EQ(world.Held(), c.held);
   }
 }

@@ -31,29 +31,24 @@ fake::DataDomain* AddDataDomain(fake::World& w, const std::string& label,
   return dataDomain;
 }
 
-class Project : public ToolTest {
- protected:
-  void SetUp() override {
-    ToolTest::SetUp();
-    project = fakes.Add<fake::Project>("P", "0A1B");
-    project->name = "P1";
-    indent = 1;
-  }
-  fake::Project* project = nullptr;
-};
+using Project = ToolTest;
 
 TEST_F(Project, DataDomainsOneLevelDeeperNullsSkippedButCounted) {
+  auto* project = fakes.Add<fake::Project>("P", "0A1B");
+  project->name = "P1";
   project->dataDomains = {AddDataDomain(fakes, "DD1", "01"), nullptr,
                           AddDataDomain(fakes, "DD2", "02")};
-  EXPECT_EQ(DumpProject(out.get(), project), 0);
   EXPECT_EQ(
-      Doc(),
-      "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"
-      "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
-      "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
-      "    <DATARDB Name=\"DD2\" AliasName=\"ADD2\"  Oid=\"x02\" "
-      "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" />\n"
-      "</PROJECT>\n");
+      Write(DumpProject, project, 1),
+      (Outcome{
+          0, "",
+          "  <PROJECT Name=\"P1\" Oid=\"x0A1B\">\n"
+          "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
+          "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
+          "    <DATARDB Name=\"DD2\" AliasName=\"ADD2\"  Oid=\"x02\" "
+          "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" />\n"
+          "</PROJECT>\n",
+          1}));
   EXPECT_NE(trace.find("Project Name : [P1]\n"), std::string::npos);
   EXPECT_NE(trace.find("number of DataDomain :[3]\n"), std::string::npos);
   EXPECT_EQ(fakes.Held(), "");
@@ -63,7 +58,7 @@ struct Failure {
   const char* name;
   std::function<void(fake::World&, fake::Project*)> spoil;
   std::string err, doc, held;
-  int indentAfter;
+  int depth;
 };
 
 TEST_F(Project, EachFailureKeepsWhatItWroteAndItsReferences) {
@@ -98,14 +93,8 @@ TEST_F(Project, EachFailureKeepsWhatItWroteAndItsReferences) {
     p->name = "P1";
     p->vaultServers = {world.Add<fake::VaultServer>("V", "C1")};
     c.spoil(world, p);
-    out = std::make_unique<std::ofstream>(path);
-    indent = 1;
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(DumpProject(out.get(), p), 1);
-    EXPECT_EQ(runErr.Text(), c.err);
-    EXPECT_EQ(Doc(), c.doc);
+    EXPECT_EQ(Write(DumpProject, p, 1), (Outcome{1, c.err, c.doc, c.depth}));
     EXPECT_EQ(world.Held(), c.held);
-    EXPECT_EQ(indent, c.indentAfter);
   }
 }
 
@@ -122,31 +111,27 @@ TEST_F(Domain, BusinessDomainsOneLevelDeeperAndReleased) {
   full->dataModeler = "dm";
   domain->businessDomains = {full, nullptr,
                              fakes.Add<fake::BusinessDomain>("B2", "0F02")};
-  indent = 1;
-  EXPECT_EQ(DumpDomain(out.get(), domain), 0);
   EXPECT_EQ(
-      Doc(),
-      "  <DOMAIN Name=\"DOM\" Visible=\"Y\" Oid=\"x0E01\">\n"
-      "    <BUSINESSDOMAIN Oid=\"x0F01\" Name=\"BD\" MetaDataName=\"META\" "
-      "Editor=\"ed\" CorvelFlag=\"1\" DataModeler=\"dm\"/>\n"
-      "    <BUSINESSDOMAIN Oid=\"x0F02\" Name=\"\" MetaDataName=\"\" "
-      "Editor=\"\" CorvelFlag=\"\" DataModeler=\"\"/>\n"
-      "</DOMAIN>\n");
+      Write(DumpDomain, domain, 1),
+      (Outcome{0, "",
+               "  <DOMAIN Name=\"DOM\" Visible=\"Y\" Oid=\"x0E01\">\n"
+               "    <BUSINESSDOMAIN Oid=\"x0F01\" Name=\"BD\" "
+               "MetaDataName=\"META\" Editor=\"ed\" CorvelFlag=\"1\" "
+               "DataModeler=\"dm\"/>\n"
+               "    <BUSINESSDOMAIN Oid=\"x0F02\" Name=\"\" MetaDataName=\"\" "
+               "Editor=\"\" CorvelFlag=\"\" DataModeler=\"\"/>\n"
+               "</DOMAIN>\n",
+               1}));
   EXPECT_NE(trace.find("Domain Name : [DOM]\n"), std::string::npos);
   EXPECT_NE(trace.find("number of BusinessDomain :[3]\n"), std::string::npos);
   EXPECT_NE(trace.find("BusinessDomain Name : [BD]\n"), std::string::npos);
   EXPECT_EQ(fakes.Held(), "");
-  EXPECT_EQ(indent, 1);
 }
 
 TEST_F(Domain, FailingListEndsQuietlyWithAnEndTagAndDeeperIndent) {
   auto* domain = fakes.Add<fake::Domain>("D", "0E01");
   domain->businessDomainsStatus = E_FAIL;
-  indent = 1;
-  EXPECT_EQ(DumpDomain(out.get(), domain), 0);
-  EXPECT_EQ(Doc(), "  </DOMAIN>\n");
-  EXPECT_EQ(Err(), "");
-  EXPECT_EQ(indent, 2);
+  EXPECT_EQ(Write(DumpDomain, domain, 1), (Outcome{0, "", "  </DOMAIN>\n", 2}));
   EXPECT_TRUE(EndsWith(trace, "returns 0\n[VANTREL] < DumpDomain\n"));
 }
 
@@ -186,15 +171,10 @@ TEST_F(DataDomain, RefusedBeforeAnythingIsWritten) {
     dataDomain->rdb = c.rdb;
     if (!c.businessDomain) dataDomain->businessDomain = nullptr;
     dataDomain->businessDomainStatus = c.status;
-    out = std::make_unique<std::ofstream>(path);
-    indent = 1;
-    test_support::CaptureStderr runErr;
-    EXPECT_EQ(DumpDataDomain(out.get(), dataDomain), 1);
-    EXPECT_EQ(runErr.Text(), c.err);
-    EXPECT_EQ(Doc(), "  ");
+    EXPECT_EQ(Write(DumpDataDomain, dataDomain, 1),
+              (Outcome{1, c.err, "  ", 2}));
     EXPECT_EQ(world.Held(), c.held);
     EXPECT_EQ(world.Calls().find("GetDataServer"), std::string::npos);
-    EXPECT_EQ(indent, 2);
   }
 }
 
@@ -214,16 +194,14 @@ TEST_F(PackageDefinition, WholeDataDomainsEachFollowedByABlankAndReleasedOnce) {
     for (int i = 1; i <= c.count; ++i)
       definition->wholeDataDomains.push_back(
           world.Add<fake::DataDomain>("DD", "100" + std::to_string(i)));
-    out = std::make_unique<std::ofstream>(path);
-    indent = 1;
-    EXPECT_EQ(DumpPackageDefinition(out.get(), definition), 0);
     EXPECT_EQ(
-        Doc(),
-        std::string("  <PACKAGEDEFINITION Oid=\"x1401\" Name=\"PK") + c.tail);
+        Write(DumpPackageDefinition, definition, 1),
+        (Outcome{0, "",
+                 std::string("  <PACKAGEDEFINITION Oid=\"x1401\" Name=\"PK") +
+                     c.tail,
+                 1}));
     for (auto* dataDomain : definition->wholeDataDomains)
       EXPECT_EQ(dataDomain->releases, 1);
-    EXPECT_EQ(world.Held(), "");
-    EXPECT_EQ(indent, 1);
   }
 }
 
@@ -232,10 +210,9 @@ using Media = ToolTest;
 TEST_F(Media, IdentifierWithoutTheX) {
   auto* media = fakes.Add<fake::Media>("M", "1301");
   media->mediaPath = "/media/one";
-  indent = 1;
-  EXPECT_EQ(DumpMedia(out.get(), media), 0);
-  EXPECT_EQ(Doc(), "  <MEDIA Oid=\"1301\" MediaPath=\"/media/one\"/>\n");
-  EXPECT_EQ(indent, 1);
+  EXPECT_EQ(Write(DumpMedia, media, 1),
+            (Outcome{0, "",
+                     "  <MEDIA Oid=\"1301\" MediaPath=\"/media/one\"/>\n", 1}));
 }
 
 }  // namespace

@@ -45,8 +45,9 @@ class Replication : public ToolTest {
     ToolTest::SetUp();
     set = fakes.Add<Set>("X", "15");
     set->name = "N";
-    indent = 1;
   }
+  // Exports the set entered at depth 1.
+  Outcome Dump() { return this->Write(Twin::Dump, set, 1); }
   // A status of the set at server.
   Status* AddStatus(const std::string& label, KivIObject* server) {
     auto* status = fakes.Add<Status>(label, label.substr(1));
@@ -89,29 +90,29 @@ TYPED_TEST(Replication, VaultServerStatusesFirstThenDataEachInListOrder) {
   this->AddStatus("S02", v1);
   this->AddStatus("S03", d2);
   this->AddStatus("S04", both);
-  EXPECT_EQ(TypeParam::Dump(this->out.get(), this->set), 0);
-  EXPECT_EQ(this->Doc(),
-            this->StartTag() + this->Line("VAULTSERVER", "S02", "C1") +
-                this->Line("VAULTSERVER", "S04", "C2") +
-                this->Line("DATASERVER", "S01", "B1") +
-                this->Line("DATASERVER", "S03", "B2") + this->EndTag());
+  EXPECT_EQ(this->Dump(),
+            (Outcome{0, "",
+                     this->StartTag() + this->Line("VAULTSERVER", "S02", "C1") +
+                         this->Line("VAULTSERVER", "S04", "C2") +
+                         this->Line("DATASERVER", "S01", "B1") +
+                         this->Line("DATASERVER", "S03", "B2") + this->EndTag(),
+                     1}));
   EXPECT_NE(this->trace.find(std::string(TypeParam::kCount) + "4]\n"),
             std::string::npos);
   // The sorted lists hold no references: each status is given back once.
   for (auto* status : this->set->statuses) EXPECT_EQ(status->releases, 1);
   EXPECT_EQ(this->fakes.Held(), "");
-  EXPECT_EQ(indent, 1);
 }
 
 TYPED_TEST(Replication, NullServerDroppedSilentlyOtherFailuresIgnored) {
   auto* d1 = this->fakes.template Add<fake::DataServer>("D1", "B1");
   this->AddStatus("S01", nullptr);
   this->AddStatus("S02", d1)->serverStatus = -2;  // only E_FAIL counts
-  EXPECT_EQ(TypeParam::Dump(this->out.get(), this->set), 0);
-  EXPECT_EQ(this->Doc(), this->StartTag() +
-                             this->Line("DATASERVER", "S02", "B1") +
-                             this->EndTag());
-  EXPECT_EQ(this->Err(), "");
+  EXPECT_EQ(this->Dump(),
+            (Outcome{0, "",
+                     this->StartTag() + this->Line("DATASERVER", "S02", "B1") +
+                         this->EndTag(),
+                     1}));
   EXPECT_NE(this->trace.find(std::string(TypeParam::kCount) + "2]\n"),
             std::string::npos);
 }
@@ -120,12 +121,10 @@ TYPED_TEST(Replication, ServerGetterFailingWithEFailEndsTheElement) {
   auto* d1 = this->fakes.template Add<fake::DataServer>("D1", "B1");
   this->AddStatus("S01", d1);
   this->AddStatus("S02", d1)->serverStatus = E_FAIL;
-  EXPECT_EQ(TypeParam::Dump(this->out.get(), this->set), 1);
-  EXPECT_EQ(this->Err(), TypeParam::kServerFailure);
-  EXPECT_EQ(this->Doc(), this->StartTag());
+  EXPECT_EQ(this->Dump(),
+            (Outcome{1, TypeParam::kServerFailure, this->StartTag(), 2}));
   EXPECT_EQ(this->trace.find("returns"), std::string::npos);
   EXPECT_EQ(this->fakes.Held(), "D1:1 S01:1 S02:1");
-  EXPECT_EQ(indent, 2);
 }
 
 TYPED_TEST(Replication, ServerOfNeitherKindIsFatalAndSkippedWhenItReturns) {
@@ -135,16 +134,17 @@ TYPED_TEST(Replication, ServerOfNeitherKindIsFatalAndSkippedWhenItReturns) {
   this->AddStatus("S02", v1);
   LumFatalErrorHandler previous =
       LumSetFatalErrorHandler([](const char*, const char*, int) {});
-  EXPECT_EQ(TypeParam::Dump(this->out.get(), this->set), 0);
+  const Outcome written = this->Dump();
   LumSetFatalErrorHandler(previous);
-  EXPECT_EQ(this->Err(),
-            "-- Server not of right type -- file :[Vantrel.m/src/Vantrel.cpp] "
-            "at line [N] \n"
-            "fatal error: AssertionFailed:0 file [Vantrel.m/src/Vantrel.cpp] "
-            "line [N]\n");
-  EXPECT_EQ(this->Doc(), this->StartTag() +
-                             this->Line("VAULTSERVER", "S02", "C1") +
-                             this->EndTag());
+  EXPECT_EQ(written,
+            (Outcome{0,
+                     "-- Server not of right type -- file "
+                     ":[Vantrel.m/src/Vantrel.cpp] at line [N] \n"
+                     "fatal error: AssertionFailed:0 file "
+                     "[Vantrel.m/src/Vantrel.cpp] line [N]\n",
+                     this->StartTag() + this->Line("VAULTSERVER", "S02", "C1") +
+                         this->EndTag(),
+                     1}));
   EXPECT_EQ(this->fakes.Held(), "H:1");
 }
 
@@ -163,25 +163,28 @@ TEST_F(Status, TheFourLinesDifferOnlyByTheirTable) {
   captureAtVault->server = vault;
   applyAtData->server = data;
   applyAtVault->server = vault;
-  indent = 1;
-  EXPECT_EQ(DumpDataServerCaptureStatus(out.get(), captureAtData), 0);
-  EXPECT_EQ(DumpVaultServerCaptureStatus(out.get(), captureAtVault), 0);
-  EXPECT_EQ(DumpDataServerApplyStatus(out.get(), applyAtData), 0);
-  EXPECT_EQ(DumpVaultServerApplyStatus(out.get(), applyAtVault), 0);
-  EXPECT_EQ(
-      Doc(),
-      "  <DATASERVERCAPTURESTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"D\" "
-      "CapturedObject=\"x0C2D\" />\n"
-      "  <VAULTSERVERCAPTURESTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"D\" "
-      "CapturedObject=\"x0C2D\" />\n"
-      "  <DATASERVERAPPLYSTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"\" "
-      "AppliedObject=\"x0C2D\" />\n"
-      "  <VAULTSERVERAPPLYSTATUS Oid=\"x0A1B\" LastSuccessfulDate=\"\" "
-      "AppliedObject=\"x0C2D\" />\n");
+  const Outcome written = Run(
+      [&](std::ofstream* o) {
+        return DumpDataServerCaptureStatus(o, captureAtData) +
+               DumpVaultServerCaptureStatus(o, captureAtVault) +
+               DumpDataServerApplyStatus(o, applyAtData) +
+               DumpVaultServerApplyStatus(o, applyAtVault);
+      },
+      1);
+  EXPECT_EQ(written,
+            (Outcome{0, "",
+                     "  <DATASERVERCAPTURESTATUS Oid=\"x0A1B\" "
+                     "LastSuccessfulDate=\"D\" CapturedObject=\"x0C2D\" />\n"
+                     "  <VAULTSERVERCAPTURESTATUS Oid=\"x0A1B\" "
+                     "LastSuccessfulDate=\"D\" CapturedObject=\"x0C2D\" />\n"
+                     "  <DATASERVERAPPLYSTATUS Oid=\"x0A1B\" "
+                     "LastSuccessfulDate=\"\" AppliedObject=\"x0C2D\" />\n"
+                     "  <VAULTSERVERAPPLYSTATUS Oid=\"x0A1B\" "
+                     "LastSuccessfulDate=\"\" AppliedObject=\"x0C2D\" />\n",
+                     1}));
   // The servers are given back; the statuses belong to the caller.
   EXPECT_EQ(fakes.Held(), "");
   EXPECT_EQ(captureAtData->releases + applyAtVault->releases, 0);
-  EXPECT_EQ(indent, 1);
   EXPECT_EQ(fakes.Calls().substr(0, 58),
             "C1.GetOid C1.GetLastSuccessfulDate C1.GetCaptureServer D.G");
 }

@@ -4,13 +4,31 @@
 #pragma once
 
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <ostream>
 #include <regex>
 #include <string>
 
 #include "Vantrel.h"
 #include "fake_admin.h"
 #include "test_support.h"
+
+// What a writer did: its result, standard error (with source line numbers
+// as N), the document, and the depth it left.
+struct Outcome {
+  int rc;
+  std::string err, doc;
+  int depth;
+  bool operator==(const Outcome& o) const {
+    return rc == o.rc && err == o.err && doc == o.doc && depth == o.depth;
+  }
+};
+
+inline std::ostream& operator<<(std::ostream& s, const Outcome& o) {
+  return s << "{rc " << o.rc << ", depth " << o.depth << ", err \"" << o.err
+           << "\", doc \"" << o.doc << "\"}";
+}
 
 class ToolTest : public ::testing::Test {
  protected:
@@ -28,6 +46,21 @@ class ToolTest : public ::testing::Test {
     out = std::make_unique<std::ofstream>(path);
   }
   void TearDown() override { traceVantrel.Capture(nullptr); }
+
+  // Runs writer on a fresh document and trace, entered at depth.
+  Outcome Run(const std::function<int(std::ofstream*)>& writer, int depth) {
+    out = std::make_unique<std::ofstream>(path);
+    trace.clear();
+    indent = depth;
+    test_support::CaptureStderr captured;
+    const int rc = writer(out.get());
+    return {rc, WithoutLines(captured.Text()), Doc(), indent};
+  }
+  // Runs an exporter on object.
+  template <class T, class U>
+  Outcome Write(int (*exporter)(std::ofstream*, T*), U* object, int depth = 0) {
+    return Run([&](std::ofstream* o) { return exporter(o, object); }, depth);
+  }
 
   // The document written so far.
   std::string Doc() {
