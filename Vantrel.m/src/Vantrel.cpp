@@ -71,7 +71,8 @@ T* At(LumListPtrIUnknown& list, int index) {
   return static_cast<T*>(list[index]);
 }
 
-// Gives back the reference of every element of list, in list order.
+// Gives back the reference of every element of list, in list order. A null
+// element holds no reference, and calling through it would be undefined.
 template <class T>
 void ReleaseAll(LumListPtrIUnknown& list) {
   for (int i = 1; i <= list.Count(); ++i)

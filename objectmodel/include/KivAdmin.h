@@ -225,6 +225,8 @@ struct KivIReplSubscription : KivIObject {
   ~KivIReplSubscription() = default;
 };
 
+#undef KIV_INTERFACE_ID
+
 // The administration root. Its list getters append every object of their kind
 // as a pointer to the kind's interface.
 struct KivIAdmin : IUnknown {
