@@ -51,7 +51,7 @@ class StoreTest : public ::testing::Test {
       ::setenv("KIV_ADMIN_STORE", store->c_str(), 1);
     else
       ::unsetenv("KIV_ADMIN_STORE");
-    GetKivIAdmin(admin);
+    if (!admin) GetKivIAdmin(admin);
     LumUnicodeString user(""), password("");
     return admin->Init(user, password, 0);
   }
@@ -229,7 +229,7 @@ TEST_F(StoreUse, ReadsOneSnapshotWhileAWriterIsAtWork) {
   sqlite3_close(writer);
 }
 
-TEST_F(StoreUse, GettersFailAfterEndAndCloseSessionEndsTheSession) {
+TEST_F(StoreUse, GettersFailAfterEndAndOnlyAClosedSessionIsReplaced) {
   OpenFull();
   ASSERT_NE(SdaiSession::CurrentSession(), nullptr);
   EXPECT_GE(admin->End(), 0);
@@ -238,8 +238,14 @@ TEST_F(StoreUse, GettersFailAfterEndAndCloseSessionEndsTheSession) {
   KivILocalSite* local = nullptr;
   EXPECT_LT(admin->GetLocalSite(local), 0);
   EXPECT_LT(admin->End(), 0);
+  {
+    CaptureStderr err;
+    EXPECT_LT(Open(&path), 0);  // the objects of the open session live on
+    EXPECT_EQ(err.Text(), "KivAdmin: Init: a session is already open\n");
+  }
   SdaiSession::CurrentSession()->CloseSession();
   EXPECT_EQ(SdaiSession::CurrentSession(), nullptr);
+  EXPECT_GE(Open(&path), 0);
 }
 
 TEST_F(StoreUse, ServesTheDemonstrationWhenNoStoreIsNamed) {

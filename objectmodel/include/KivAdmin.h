@@ -237,8 +237,8 @@ struct KivIAdmin : IUnknown {
   // Opens the administration store for reading (the environment variable
   // KIV_ADMIN_STORE names it; unset, the built-in demonstration
   // administration is served) and opens the current SdaiSession on it. The
-  // texts and the integer are reserved. On failure writes one line to
-  // standard error and returns a negative status.
+  // texts and the integer are reserved. Fails while a session is open. On
+  // failure writes one line to standard error and returns a negative status.
   virtual HRESULT Init(LumUnicodeString& user, LumUnicodeString& password,
                        int mode) = 0;
   // Ends the use of the store: the getters fail afterwards. Objects handed out

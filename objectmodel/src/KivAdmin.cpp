@@ -16,8 +16,6 @@ HRESULT AppendKind(LumListPtrIUnknown& list, std::deque<T>& objects) {
   return S_OK;
 }
 
-// The administration root of the process. It lives as long as the process:
-// its count only tracks the references handed out.
 // The session of a store, which owns its objects.
 class StoreSession final : public SdaiSession {
  public:
@@ -34,6 +32,8 @@ std::unique_ptr<StoreSession>& Current() {
   return current;
 }
 
+// The administration root of the process. It lives as long as the process:
+// its count only tracks the references handed out.
 class Admin final : public KivIAdmin {
  public:
   HRESULT QueryInterface(const IID& riid, void** ppv) override {
@@ -50,9 +50,10 @@ class Admin final : public KivIAdmin {
   ULONG Release() override { return refs_ > 0 ? --refs_ : 0; }
 
   HRESULT Init(LumUnicodeString&, LumUnicodeString&, int) override {
-    if (store_) {
-      std::cerr << "KivAdmin: Init: the administration store is already open"
-                << std::endl;
+    // Objects of an open session may still be in use: they are not freed
+    // under their holders' feet.
+    if (Current()) {
+      std::cerr << "KivAdmin: Init: a session is already open" << std::endl;
       return E_FAIL;
     }
     const char* path = std::getenv("KIV_ADMIN_STORE");
