@@ -1,16 +1,13 @@
 #include "test_support.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
-
-extern char** environ;
 
 namespace test_support {
 
@@ -96,46 +93,37 @@ CaptureStderr::CaptureStderr() : saved_(std::cerr.rdbuf(text_.rdbuf())) {}
 
 CaptureStderr::~CaptureStderr() { std::cerr.rdbuf(saved_); }
 
+namespace {
+
+// Quotes text for the shell.
+std::string Quote(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text)
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+}  // namespace
+
 RunResult Run(const std::string& program, const std::vector<std::string>& args,
               const std::map<std::string, std::optional<std::string>>& env) {
   static int runs = 0;
   const std::string stem = OutputPath("run" + std::to_string(++runs));
-  const std::string outPath = stem + ".out", errPath = stem + ".err";
-
-  std::vector<std::string> environment;
-  for (char** e = environ; *e; ++e) {
-    const std::string entry = *e;
-    if (!env.count(entry.substr(0, entry.find('='))))
-      environment.push_back(entry);
-  }
+  std::string command = "env", settings;
   for (const auto& [name, value] : env)
-    if (value) environment.push_back(name + "=" + *value);
-
-  std::vector<char*> argv{const_cast<char*>(program.c_str())};
-  for (const std::string& arg : args)
-    argv.push_back(const_cast<char*>(arg.c_str()));
-  argv.push_back(nullptr);
-  std::vector<char*> envp;
-  for (std::string& entry : environment) envp.push_back(entry.data());
-  envp.push_back(nullptr);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = 0;
+    if (value)
+      settings += " " + name + "=" + Quote(*value);
+    else
+      command += " -u " + name;  // env takes its options first
+  command += settings;
+  command += " " + Quote(program);
+  for (const std::string& arg : args) command += " " + Quote(arg);
+  command += " >" + Quote(stem + ".out") + " 2>" + Quote(stem + ".err");
+  const int status = std::system(command.c_str());
   RunResult result;
-  if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(),
-                  envp.data()) == 0) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
-  }
-  posix_spawn_file_actions_destroy(&actions);
-  result.out = ReadFile(outPath);
-  result.err = ReadFile(errPath);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  result.out = ReadFile(stem + ".out");
+  result.err = ReadFile(stem + ".err");
   return result;
 }
 

@@ -1,5 +1,5 @@
-// The fixture of the in-process tests of the tool: a fake administration, the
-// document written to a file in the build tree, standard error and the
+// The fixture of the in-process tests of the tool: a fake administration, and
+// writers run on a document in the build tree with standard error and the
 // "VANTREL" trace captured.
 #pragma once
 
@@ -67,9 +67,6 @@ class ToolTest : public ::testing::Test {
     out->flush();
     return test_support::ReadFile(path);
   }
-  // Standard error so far, with source line numbers replaced by N.
-  std::string Err() const { return WithoutLines(err.Text()); }
-
   static std::string WithoutLines(const std::string& text) {
     static const std::regex line(R"(line \[[0-9]+\])");
     return std::regex_replace(text, line, "line [N]");
@@ -86,5 +83,4 @@ class ToolTest : public ::testing::Test {
   std::string path;
   std::unique_ptr<std::ofstream> out;
   std::string trace;
-  test_support::CaptureStderr err;
 };
