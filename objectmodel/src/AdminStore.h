@@ -222,10 +222,7 @@ struct Status : StoreObject<I> {
     return SetText(v, lastSuccessfulDate);
   }
   HRESULT Server(KivIObject** out) {
-    if (!out) return E_POINTER;
-    *out = server;
-    if (server) server->AddRef();
-    return S_OK;
+    return out ? HandOut(*out, server) : E_POINTER;
   }
   std::string lastSuccessfulDate;
   KivIObject* server = nullptr;  // a DataServer or a VaultServer

@@ -139,10 +139,7 @@ Admin& TheAdmin() {
 }  // namespace kiv
 
 HRESULT GetKivIAdmin(KivIAdmin*& admin) {
-  kiv::Admin& root = kiv::TheAdmin();
-  root.AddRef();
-  admin = &root;
-  return S_OK;
+  return kiv::HandOut(admin, &kiv::TheAdmin());
 }
 
 SdaiSession* SdaiSession::CurrentSession() { return kiv::Current().get(); }
