@@ -2,10 +2,19 @@
 //
 // Plan:
 //   Arguments    every refused command line: usage, end line, no file
-//   Output       an output path that cannot be opened, truncation
-//   Export       golden documents of a store holding every kind of object,
-//                with and without a stylesheet; a refused store; a file data
-//                domain; the demonstration administration
+//   Output       a file that cannot be opened, nor written whole, nor be the
+//                store; a refused store still truncates the file
+//   Export       the golden document of a store holding every kind of object,
+//                with and without a stylesheet; a file data domain; the
+//                demonstration administration
+//   BadStore     every store refused, when it is opened or as its rows are
+//                read: status 1, one line naming the file and the table, row
+//                or column at fault, the store left byte for byte unchanged
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <functional>
+
 #include "test_support.h"
 
 using test_support::DataPath;
@@ -63,11 +72,27 @@ TEST(Arguments, RefusedFormsGiveUsageAndCreateNoFile) {
   }
 }
 
-TEST(Output, PathInAMissingDirectoryCannotBeOpened) {
-  const std::string file = OutputPath("no-such-directory/admin.xml");
-  const RunResult run = Vantrel({"-f", file});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "START Vantrel \ncannot open file " + file + "\n");
+TEST(Output, FilesThatCannotBeOpenedOrWrittenWhole) {
+  const std::string store = FullStore("output");
+  const std::string before = ReadFile(store);
+  const std::string missing = OutputPath("no-such-directory/admin.xml");
+  const struct {
+    std::string file, err;
+  } cases[] = {
+      {missing, "START Vantrel \ncannot open file " + missing + "\n"},
+      // Refused before the file is opened, which would truncate the store.
+      {store, "START Vantrel \ncannot open file " + store +
+                  ": it is the administration store\n"},
+      {"/dev/full",
+       "START Vantrel \ncannot write file /dev/full: No space left on "
+       "device\nEND Vantrel rc= 1\n"},
+  };
+  for (const auto& c : cases) {
+    const RunResult run = Vantrel({"-f", c.file}, store);
+    EXPECT_EQ(run.status, 1) << c.file;
+    EXPECT_EQ(run.err, c.err);
+  }
+  EXPECT_EQ(ReadFile(store), before);
 }
 
 TEST(Output, RefusedStoreLeavesAnEmptyTruncatedFile) {
@@ -87,24 +112,31 @@ TEST(Output, RefusedStoreLeavesAnEmptyTruncatedFile) {
   EXPECT_FALSE(FileExists(store));
 }
 
-TEST(Export, GoldenDocumentsWithAndWithoutStylesheet) {
+// A stylesheet adds one line after the declaration, its path as given.
+TEST(Export, GoldenDocumentWithAndWithoutStylesheet) {
   const std::string store = FullStore("golden");
-  const struct {
-    std::vector<std::string> options;
-    const char* golden;
-  } cases[] = {
-      {{}, "full.xml"},
-      {{"-xsl", "admin.xsl"}, "full-xsl.xml"},
-      {{"-xsl", ""}, "full-empty-xsl.xml"},
-  };
-  for (const auto& c : cases) {
-    const std::string file = OutputPath(c.golden);
+  const std::string golden = ReadFile(DataPath("full.xml"));
+  const std::size_t afterDeclaration = golden.find('\n') + 1;
+  for (const char* stylesheet :
+       {static_cast<const char*>(nullptr), "", "admin.xsl"}) {
+    const std::string file = OutputPath("full.xml");
     std::vector<std::string> args{"-f", file};
-    args.insert(args.end(), c.options.begin(), c.options.end());
+    std::string expected = golden;
+    if (stylesheet) {
+      args.insert(args.end(), {"-xsl", stylesheet});
+      expected.insert(
+          afterDeclaration,
+          std::string("<?xml-stylesheet type=\"text/xsl\" href=\"") +
+              stylesheet + "\" ?>\n");
+    }
     const RunResult run = Vantrel(args, store);
-    EXPECT_EQ(run.status, 0) << c.golden;
+    EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "START Vantrel \nEND Vantrel rc= 0\n");
-    EXPECT_TRUE(MatchesGolden(c.golden, ReadFile(file)));
+    const std::string doc = ReadFile(file);
+    if (stylesheet)
+      EXPECT_EQ(doc, expected) << stylesheet;
+    else
+      EXPECT_TRUE(MatchesGolden("full.xml", doc));
   }
 }
 
@@ -144,6 +176,201 @@ TEST(Export, DemonstrationHoldsEveryElementKindButMedia) {
         "</AdminObjects>\n"})
     EXPECT_NE(doc.find(element), std::string::npos) << element;
   EXPECT_EQ(doc.find("<MEDIA"), std::string::npos);
+}
+
+// Store makers: the schema and sql, or a loose schema (as a store made
+// elsewhere might have) and sql.
+using Maker = std::function<void(const std::string& path)>;
+Maker Strict(const std::string& sql) {
+  return [sql](const std::string& path) { MakeStore(path, {sql}); };
+}
+Maker Loose(const std::string& sql) {
+  return [sql](const std::string& path) {
+    MakeStore(path, {ReadFile(DataPath("full.sql")), sql}, true);
+  };
+}
+Maker Full(const std::string& sql) {
+  return [sql](const std::string& path) {
+    MakeStore(path, {ReadFile(DataPath("full.sql")), sql});
+  };
+}
+
+// Leaves the store of full.sql at path with the journal of a write that
+// never finished: a copy of both files taken in the middle of it.
+void WithHotJournal(const std::string& path) {
+  const std::string source = path + ".source";
+  MakeStore(source, {ReadFile(DataPath("full.sql"))});
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(source.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(db,
+                   "PRAGMA cache_size = 1; BEGIN EXCLUSIVE;"
+                   "DELETE FROM host; WITH RECURSIVE k(i) AS (SELECT 1 "
+                   "UNION ALL SELECT i + 1 FROM k WHERE i < 100) INSERT "
+                   "INTO media SELECT randomblob(8), hex(randomblob(500)) "
+                   "FROM k;",
+                   nullptr, nullptr, nullptr),
+      SQLITE_OK);
+  test_support::WriteFile(path, ReadFile(source));
+  test_support::WriteFile(path + "-journal", ReadFile(source + "-journal"));
+  sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+}
+
+struct BadStoreCase {
+  const char* name;
+  Maker make;
+  std::string reason;  // after the store's name
+};
+
+TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
+  const std::string recreate = ": create the store from the schema";
+  const std::string cut(80, 'z');
+  const std::vector<BadStoreCase> opening = {
+      {"directory", [](const std::string& p) { ::mkdir(p.c_str(), 0755); },
+       "the file is a directory, not a store: name a store file"},
+      {"fifo", [](const std::string& p) { ::mkfifo(p.c_str(), 0644); },
+       "the file is a FIFO, not a store: name a store file"},
+      {"empty", [](const std::string& p) { test_support::WriteFile(p, ""); },
+       "the file is empty, not a store: create one from the schema"},
+      {"text",
+       [](const std::string& p) {
+         test_support::WriteFile(p, std::string(600, 'x'));
+       },
+       "the file is not a SQLite database: name a store made from the schema"},
+      {"journal", WithHotJournal,
+       "an unfinished write left a journal or WAL file beside the store, "
+       "which only a process allowed to write the store and its directory "
+       "can recover: open the store once with the sqlite3 shell as such a "
+       "user, then retry"},
+      {"version", Strict("PRAGMA user_version = 2;"),
+       "store format version 2 is not the supported version 1"},
+      {"missing table", Strict("DROP TABLE media;"),
+       "table media is missing" + recreate},
+      {"view",
+       Strict("DROP TABLE media; CREATE VIEW media AS WITH RECURSIVE r(oid, "
+              "media_path) AS (SELECT x'01', '' UNION ALL SELECT * FROM r) "
+              "SELECT * FROM r;"),
+       "table media is a view, not a plain table" + recreate},
+      {"virtual",
+       Strict("DROP TABLE media; CREATE VIRTUAL TABLE media USING "
+              "fts5(oid, media_path);"),
+       "table media is a virtual table, not a plain table" + recreate},
+      {"without rowid",
+       Strict("DROP TABLE media; CREATE TABLE media (oid BLOB PRIMARY KEY, "
+              "media_path TEXT) WITHOUT ROWID;"),
+       "table media is a WITHOUT ROWID table, not a plain table" + recreate},
+      {"column", Strict("ALTER TABLE host DROP COLUMN os_type;"),
+       "table host has no column os_type" + recreate},
+      {"text oid", Loose("INSERT INTO host VALUES ('h1', 'a', '', '');"),
+       "table host, row 3, column oid: 'h1' is not an oid (a non-empty "
+       "BLOB)"},
+      {"empty oid", Loose("INSERT INTO extern_site VALUES (x'', 'a');"),
+       "table extern_site, row 3, column oid: an empty BLOB is not an oid (a "
+       "non-empty BLOB)"},
+      {"oid twice in a table",
+       Strict("DROP TABLE host; CREATE TABLE host (oid, name, os_type, "
+              "os_version); INSERT INTO host VALUES (x'01', '', '', ''), "
+              "(x'01', '', '', '');"),
+       "table host, row 2, column oid: x01 is also the oid of row 1"},
+      {"oid in two tables",
+       Full("INSERT INTO vault_server VALUES (x'0A01', '', '');"),
+       "table vault_server, row 3, column oid: x0A01 is also the oid of row 1 "
+       "of table host"},
+      {"two local sites", Full("INSERT INTO local_site VALUES (x'99', 'b');"),
+       "table local_site holds 2 rows: a store has at most one local site"},
+      {"owner missing",
+       Loose("UPDATE business_domain SET domain = NULL "
+             "WHERE oid = x'0F02';"),
+       "table business_domain, row 3 (oid x0F02), column domain: NULL is not "
+       "allowed: the row must name a domain row"},
+      {"owner unknown",
+       Full("UPDATE capture_status SET subscribing_target = x'99' WHERE oid "
+            "= x'1703';"),
+       "table capture_status, row 4 (oid x1703), column subscribing_target: "
+       "x99 names no subscribing_target row"},
+      {"owner of another kind",
+       Full("INSERT INTO project_data_server VALUES (x'0E01', x'0B01');"),
+       "table project_data_server, row 3, column project: x0E01 names no "
+       "project row"},
+  };
+  const std::vector<BadStoreCase> reading = {
+      {"visible text", Loose("UPDATE domain SET visible = 'Y';"),
+       "table domain, row 1 (oid x0E01), column visible: 'Y' is not the "
+       "integer 0 or 1"},
+      {"visible NULL", Loose("UPDATE domain SET visible = NULL;"),
+       "table domain, row 1 (oid x0E01), column visible: NULL is not the "
+       "integer 0 or 1"},
+      {"visible wide", Loose("UPDATE domain SET visible = 4294967296;"),
+       "table domain, row 1 (oid x0E01), column visible: 4294967296 is not "
+       "the integer 0 or 1"},
+      {"NUL in a text",
+       Full("UPDATE host SET os_type = CAST(x'4C0058' AS TEXT) WHERE oid = "
+            "x'0A02';"),
+       "table host, row 2 (oid x0A02), column os_type: 'L\\x00X' holds a NUL "
+       "byte"},
+      {"BLOB as text", Loose("UPDATE vault_server SET alias_name = x'41';"),
+       "table vault_server, row 1 (oid x0C01), column alias_name: x41 is not "
+       "a text (TEXT or NULL)"},
+      {"forged line",
+       Loose("UPDATE data_server SET host = 'a\"' || char(10) || "
+             "'END Vantrel rc= 0' || '" +
+             cut + "';"),
+       "table data_server, row 1 (oid x0B01), column host: 'a\\x22\\x0AEND "
+       "Vantrel rc= 0" +
+           std::string(34, 'z') +
+           "...' is not an "
+           "oid (a non-empty BLOB)"},
+      {"reference unknown",
+       Full("UPDATE data_domain SET data_server = x'99' WHERE oid = x'1003';"),
+       "table data_domain, row 1 (oid x1003), column data_server: x99 names "
+       "no data_server row"},
+      {"reference of another kind",
+       Full("UPDATE data_domain SET business_domain = x'0E01' WHERE oid = "
+            "x'1003';"),
+       "table data_domain, row 1 (oid x1003), column business_domain: x0E01 "
+       "names no business_domain row"},
+      {"server of another kind",
+       Full("UPDATE apply_status SET server = x'0A01' WHERE oid = x'1802';"),
+       "table apply_status, row 2 (oid x1802), column server: x0A01 names no "
+       "data_server or vault_server row"},
+      {"link missing",
+       Loose("UPDATE package_whole_data_domain SET data_domain = NULL;"),
+       "table package_whole_data_domain, row 1, column data_domain: NULL is "
+       "not allowed: the row must name a data_domain row"},
+      {"kind",
+       Loose("UPDATE data_domain SET kind = 'xml' WHERE oid = x'1002';"),
+       "table data_domain, row 3 (oid x1002), column kind: 'xml' is neither "
+       "'rdb' nor 'file'"},
+  };
+  for (const bool read : {false, true}) {
+    for (const BadStoreCase& c : read ? reading : opening) {
+      SCOPED_TRACE(c.name);
+      std::string store = OutputPath(std::string("bad-") + c.name);
+      for (char& ch : store)
+        if (ch == ' ') ch = '-';
+      ::rmdir(store.c_str());
+      std::remove(store.c_str());
+      c.make(store);
+      // A FIFO would block its reader: only files are compared.
+      struct stat st {};
+      const bool file = ::stat(store.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+      const std::string before = file ? ReadFile(store) : "";
+      const RunResult run = Vantrel({"-f", OutputPath("bad.xml")}, store);
+      EXPECT_EQ(run.status, 1);
+      const std::string line =
+          std::string("KivAdmin: cannot ") + (read ? "read" : "open") +
+          " the administration store \"" + store + "\": " + c.reason + "\n";
+      EXPECT_EQ(run.err.substr(0, 15 + line.size()), "START Vantrel \n" + line);
+      if (!read) {
+        EXPECT_EQ(run.err.substr(15 + line.size()),
+                  "cannot init KivAdmin\nEND Vantrel rc= 1\n");
+      }
+      if (file) {
+        EXPECT_EQ(ReadFile(store), before);
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST_F(ExportRun, EachOutcome) {
       {"success", [](fake::World&) {}, 0, "", whole, "", 1},
       {"no root", [](fake::World& w) { w.noRoot = true; }, 1,
        "cannot get KivAdmin\n", "", "", 0},
-      {"init", [](fake::World& w) { w.admin.initStatus = E_FAIL; }, 1,
+      {"init", [](fake::World& w) { w.admin.initStatus = -3; }, 1,
        "cannot init KivAdmin\n", "", "Admin:1", 0},
       {"root", [](fake::World& w) { w.admin.projectsStatus = -2; }, 1,
        "cannot get the list of projects\ncannot dump adminobjects \n",
@@ -187,15 +187,22 @@ TEST_F(Root, GetterFailureEndsTheDocumentWithItsMessage) {
        "cannot get the list of package definition ", "\" />\n"},
       {&fake::Admin::localSiteStatus, "cannot get KivILocalSite pointer",
        "<EXTERNSITE Oid=\"x08\" Name=\"\"/>\n"},
+      {nullptr, "cannot dump data server \ncannot dump server list",
+       "<SERVER>\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
     fake::World world;
     FillAll(world);
-    world.admin.*c.status = E_FAIL;
+    // The server section fails on a null data server; its messages follow
+    // the null-pointer report.
+    if (c.status)
+      world.admin.*c.status = E_FAIL;
+    else
+      world.admin.dataServers = {nullptr};
     const Outcome o = Write(DumpRoot, &world.admin);
     EXPECT_EQ(o.rc, 1);
-    EXPECT_EQ(o.err, std::string(c.message) + "\n");
+    EXPECT_TRUE(EndsWith(o.err, std::string(c.message) + "\n")) << o.err;
     EXPECT_TRUE(EndsWith(o.doc, c.lastLine)) << o.doc;
     EXPECT_TRUE(EndsWith(trace, "   returns 1\n[VANTREL] < DumpRoot\n"));
   }

@@ -21,8 +21,10 @@ void WriteFile(const std::string& path, const std::string& text);
 bool FileExists(const std::string& path);
 
 // Creates the store at path (replacing any file there) from the schema and
-// then each SQL text in turn.
-void MakeStore(const std::string& path, const std::vector<std::string>& sql);
+// then each SQL text in turn. A loose store, as one made elsewhere might be,
+// has no STRICT tables, CHECK or NOT NULL constraints.
+void MakeStore(const std::string& path, const std::vector<std::string>& sql,
+               bool loose = false);
 
 // Compares actual with the committed document data/golden. On a mismatch the
 // actual text is written to the output directory and the failure shows the

@@ -7,6 +7,8 @@
 // included, so every text below stays exactly as it is.
 #include "Vantrel.h"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -139,6 +141,18 @@ int VantrelMain(int argc, char* argv[]) {
     cXSLFile = argv[4];
   }
 
+  // The output is never the store: opening it would truncate the store
+  // before a row is read.
+  if (KivAdminStoreIs(argv[2])) {
+    std::cerr << "cannot open file " << argv[2]
+              << ": it is the administration store"
+              << "\n";
+    return 1;
+  }
+  // A file-size limit then fails the write, which is reported below, instead
+  // of ending the process without a word.
+  std::signal(SIGXFSZ, SIG_IGN);
+
   std::ofstream* out = new (std::nothrow) std::ofstream;
   if (!out) {
     std::cerr << "cannot allocate memory " << argv[2] << "\n";
@@ -150,8 +164,19 @@ int VantrelMain(int argc, char* argv[]) {
     std::cerr << "cannot open file " << argv[2] << "\n";
     return 1;
   }
-  const int rc = ReadAdmin(out);
+  int rc = ReadAdmin(out);
+  // Every write is checked here: a failed write leaves the stream failed
+  // (later writes do nothing), and closing writes what is left. A document
+  // that is not whole on disk is never a success.
+  out->close();
+  const int writeError = out->fail() ? errno : 0;
+  const bool written = !out->fail();
   delete out;
+  if (!written) {
+    std::cerr << "cannot write file " << argv[2] << ": "
+              << std::strerror(writeError) << "\n";
+    rc = 1;
+  }
   std::cerr << "END Vantrel rc= " << rc << "\n";
   return rc;
 }

@@ -263,3 +263,8 @@ struct KivIAdmin : IUnknown {
 // Sets admin to the administration root, with one reference owned by the
 // caller. Returns S_OK.
 HRESULT GetKivIAdmin(KivIAdmin*& admin);
+
+// Returns non-zero when path names the file that Init opens as the
+// administration store (the same device and inode), so that a caller never
+// writes over the store it reads; zero when either does not exist.
+int KivAdminStoreIs(const char* path);

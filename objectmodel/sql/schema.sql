@@ -1,99 +1,105 @@
 -- The administration store, format version 1.
 -- Every oid is a non-empty BLOB, unique across the whole store. A NULL text
 -- reads as empty, a NULL reference as no object. Lists keep insertion order.
+-- The tables are STRICT and checked, so that the sqlite3 shell refuses a bad
+-- row as it is typed; the reader checks every value again all the same.
 PRAGMA user_version = 1;
 
 CREATE TABLE host (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT, os_type TEXT, os_version TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT, os_type TEXT, os_version TEXT) STRICT;
 
 CREATE TABLE data_server (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   name TEXT, authentication TEXT, dbms TEXT, connection_string TEXT,
-  host BLOB REFERENCES host(oid));
+  host BLOB REFERENCES host(oid)) STRICT;
 
 CREATE TABLE vault_server (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT, alias_name TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT, alias_name TEXT) STRICT;
 
 CREATE TABLE project (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT) STRICT;
 
 CREATE TABLE project_vault_server (
   project BLOB NOT NULL REFERENCES project(oid),
-  vault_server BLOB NOT NULL REFERENCES vault_server(oid));
+  vault_server BLOB NOT NULL REFERENCES vault_server(oid)) STRICT;
 
 CREATE TABLE project_data_server (
   project BLOB NOT NULL REFERENCES project(oid),
-  data_server BLOB NOT NULL REFERENCES data_server(oid));
+  data_server BLOB NOT NULL REFERENCES data_server(oid)) STRICT;
 
 CREATE TABLE domain (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT, visible INTEGER NOT NULL DEFAULT 1);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT, visible INTEGER NOT NULL DEFAULT 1 CHECK (visible IN (0, 1))) STRICT;
 
 CREATE TABLE business_domain (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   domain BLOB NOT NULL REFERENCES domain(oid),
   name TEXT, meta_data_name TEXT, editor TEXT, corvel_flag TEXT,
-  data_modeler TEXT);
+  data_modeler TEXT) STRICT;
 
 CREATE TABLE data_domain (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   project BLOB NOT NULL REFERENCES project(oid),
   name TEXT, alias_name TEXT, owner_dico TEXT, driver TEXT,
   kind TEXT NOT NULL DEFAULT 'rdb' CHECK (kind IN ('rdb', 'file')),
   business_domain BLOB REFERENCES business_domain(oid),
-  data_server BLOB REFERENCES data_server(oid));
+  data_server BLOB REFERENCES data_server(oid)) STRICT;
 
 CREATE TABLE extern_site (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT) STRICT;
 
 CREATE TABLE local_site (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT) STRICT;
 
 CREATE TABLE media (
-  oid BLOB PRIMARY KEY NOT NULL,
-  media_path TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  media_path TEXT) STRICT;
 
 CREATE TABLE package_definition (
-  oid BLOB PRIMARY KEY NOT NULL,
-  name TEXT);
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
+  name TEXT) STRICT;
 
 CREATE TABLE package_whole_data_domain (
   package_definition BLOB NOT NULL REFERENCES package_definition(oid),
-  data_domain BLOB NOT NULL REFERENCES data_domain(oid));
+  data_domain BLOB NOT NULL REFERENCES data_domain(oid)) STRICT;
 
 CREATE TABLE subscribing_target (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   name TEXT,
   media BLOB REFERENCES media(oid),
   package_definition BLOB REFERENCES package_definition(oid),
-  extern_site BLOB REFERENCES extern_site(oid));
+  extern_site BLOB REFERENCES extern_site(oid)) STRICT;
 
 CREATE TABLE subscription (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   name TEXT,
   media BLOB REFERENCES media(oid),
   package_definition BLOB REFERENCES package_definition(oid),
-  extern_site BLOB REFERENCES extern_site(oid));
+  extern_site BLOB REFERENCES extern_site(oid)) STRICT;
 
 -- server is the oid of a data_server or a vault_server row.
 CREATE TABLE capture_status (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   subscribing_target BLOB NOT NULL REFERENCES subscribing_target(oid),
   server BLOB,
-  last_successful_date TEXT);
+  last_successful_date TEXT) STRICT;
 
 CREATE TABLE apply_status (
-  oid BLOB PRIMARY KEY NOT NULL,
+  oid BLOB PRIMARY KEY NOT NULL CHECK (length(oid) > 0),
   subscription BLOB NOT NULL REFERENCES subscription(oid),
   server BLOB,
-  last_successful_date TEXT);
+  last_successful_date TEXT) STRICT;
 
 CREATE INDEX business_domain_by_domain ON business_domain(domain);
 CREATE INDEX data_domain_by_project ON data_domain(project);
 CREATE INDEX capture_status_by_target ON capture_status(subscribing_target);
 CREATE INDEX apply_status_by_subscription ON apply_status(subscription);
+CREATE INDEX project_vault_server_by_project ON project_vault_server(project);
+CREATE INDEX project_data_server_by_project ON project_data_server(project);
+CREATE INDEX package_whole_data_domain_by_package
+  ON package_whole_data_domain(package_definition);

@@ -1,377 +1,817 @@
 #include "AdminStore.h"
 
 #include <sqlite3.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <stdexcept>
-#include <unordered_map>
+#include <iostream>
+
+#include "StoreObjects.h"
 
 namespace kiv {
+
+int AdminStore::busyTimeoutMs = 5000;
+
 namespace {
 
 constexpr int kFormatVersion = 1;
+constexpr std::size_t kShownMax = 60;  // longest store text a message quotes
 
-// A reason the store cannot be served; becomes the message of Init.
-class StoreError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
+// What the reader needs of a table: its columns after the oid, in the order
+// the objects read them; the first is the owner's reference in a child table.
+struct TableSpec {
+  const char* name;
+  std::vector<const char*> columns;
+  Table owner;  // kTableCount for a table without an owner
+  bool hasOid;
 };
 
-std::string Hex(const std::string& bytes) {
-  LumDbBinary oid(0);
-  oid.Assign(bytes.data(), bytes.size());
-  return std::string("x") + oid.GetHexaValue().ConvertToChar();
+const TableSpec kSpecs[kTableCount] = {
+    {"host", {"name", "os_type", "os_version"}, kTableCount, true},
+    {"data_server",
+     {"name", "authentication", "dbms", "connection_string", "host"},
+     kTableCount,
+     true},
+    {"vault_server", {"name", "alias_name"}, kTableCount, true},
+    {"project", {"name"}, kTableCount, true},
+    {"domain", {"name", "visible"}, kTableCount, true},
+    {"business_domain",
+     {"domain", "name", "meta_data_name", "editor", "corvel_flag",
+      "data_modeler"},
+     kDomain,
+     true},
+    {"data_domain",
+     {"project", "name", "alias_name", "owner_dico", "driver", "kind",
+      "business_domain", "data_server"},
+     kProject,
+     true},
+    {"extern_site", {"name"}, kTableCount, true},
+    {"local_site", {"name"}, kTableCount, true},
+    {"media", {"media_path"}, kTableCount, true},
+    {"package_definition", {"name"}, kTableCount, true},
+    {"subscribing_target",
+     {"name", "media", "package_definition", "extern_site"},
+     kTableCount,
+     true},
+    {"subscription",
+     {"name", "media", "package_definition", "extern_site"},
+     kTableCount,
+     true},
+    {"capture_status",
+     {"subscribing_target", "server", "last_successful_date"},
+     kSubscribingTarget,
+     true},
+    {"apply_status",
+     {"subscription", "server", "last_successful_date"},
+     kSubscription,
+     true},
+    {"project_vault_server", {"project", "vault_server"}, kProject, false},
+    {"project_data_server", {"project", "data_server"}, kProject, false},
+    {"package_whole_data_domain",
+     {"package_definition", "data_domain"},
+     kPackageDefinition,
+     false},
+};
+
+// Where a table's own columns start in its statements: after the rowid and,
+// for an object table, the oid.
+int FirstColumn(Table table) { return kSpecs[table].hasOid ? 2 : 1; }
+
+// The select list of a table's rows, each column prefixed with prefix.
+std::string SelectList(Table table, const char* prefix) {
+  const TableSpec& spec = kSpecs[table];
+  std::string list = std::string(prefix) + "rowid";
+  if (spec.hasOid) list += std::string(", ") + prefix + "oid";
+  for (const char* column : spec.columns)
+    list += std::string(", ") + prefix + "\"" + column + "\"";
+  return list;
 }
 
-// Owns one SQLite connection.
-class Connection {
- public:
-  Connection() = default;
-  ~Connection() { sqlite3_close(db_); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-
-  sqlite3*& Handle() { return db_; }
-  std::string Error() const { return sqlite3_errmsg(db_); }
-
-  // Runs statements that return no rows.
-  void Exec(const char* sql) {
-    if (sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
-      throw StoreError(Error());
-  }
-
- private:
-  sqlite3* db_ = nullptr;
-};
-
-// The rows of one table in insertion order, through one statement.
-class Rows {
- public:
-  Rows(Connection& db, const char* table, const char* columns)
-      : db_(db), table_(table) {
-    const std::string sql =
-        std::string("SELECT ") + columns + " FROM " + table + " ORDER BY rowid";
-    if (sqlite3_prepare_v2(db.Handle(), sql.c_str(), -1, &stmt_, nullptr) !=
-        SQLITE_OK)
-      throw StoreError(std::string("table ") + table_ + ": " + db.Error());
-  }
-  ~Rows() { sqlite3_finalize(stmt_); }
-  Rows(const Rows&) = delete;
-  Rows& operator=(const Rows&) = delete;
-
-  bool Next() {
-    const int rc = sqlite3_step(stmt_);
-    if (rc == SQLITE_ROW) return true;
-    if (rc == SQLITE_DONE) return false;
-    throw StoreError(std::string("table ") + table_ + ": " + db_.Error());
-  }
-
-  // A text column; NULL reads as empty.
-  std::string Text(int col) {
-    const auto* text = sqlite3_column_text(stmt_, col);
-    return text ? reinterpret_cast<const char*>(text) : "";
-  }
-  int Int(int col) { return sqlite3_column_int(stmt_, col); }
-
-  // The row's own oid: a non-empty BLOB.
-  std::string Oid(int col) {
-    std::string oid = Blob(col);
-    if (oid.empty())
-      throw StoreError(std::string("table ") + table_ +
-                       ": an oid is not a non-empty BLOB");
-    return oid;
-  }
-
-  // A reference column: the referenced oid, or empty for NULL.
-  std::string Ref(int col) {
-    if (sqlite3_column_type(stmt_, col) == SQLITE_NULL) return std::string();
-    std::string oid = Blob(col);
-    if (oid.empty())
-      throw StoreError(std::string("table ") + table_ +
-                       ": a reference is not a non-empty BLOB");
-    return oid;
-  }
-
-  // The table's name: a text that outlives the loader.
-  const char* Table() const { return table_; }
-
- private:
-  std::string Blob(int col) {
-    if (sqlite3_column_type(stmt_, col) != SQLITE_BLOB) return std::string();
-    const void* data = sqlite3_column_blob(stmt_, col);
-    const int size = sqlite3_column_bytes(stmt_, col);
-    return data ? std::string(static_cast<const char*>(data),
-                              static_cast<std::size_t>(size))
-                : std::string();
-  }
-
-  Connection& db_;
-  const char* table_;
-  sqlite3_stmt* stmt_ = nullptr;
-};
-
-// Builds the objects of a store table by table, each table in one statement.
-// Tables are read so that every reference points to a table already read.
-class Loader {
- public:
-  Loader(AdminStore& store, Connection& db) : s_(store), db_(db) {}
-
-  void Run() {
-    byOid_.reserve(CountObjects());
-    for (Rows r(db_, "host", "oid, name, os_type, os_version"); r.Next();) {
-      Host* h = Add(s_.hosts, r);
-      h->name = r.Text(1);
-      h->osType = r.Text(2);
-      h->osVersion = r.Text(3);
+// Bytes as a message may show them: upper-case hexadecimal for an
+// identifier, or text with control bytes, quotes and backslashes as \xNN;
+// cut after about max characters, ending with "...".
+std::string Escaped(const unsigned char* bytes, std::size_t size, bool blob,
+                    std::size_t max) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string shown;
+  for (std::size_t i = 0; i < size; ++i) {
+    if (shown.size() >= max) return shown + "...";
+    const unsigned char c = bytes[i];
+    if (!blob && c >= 0x20 && c != 0x7F && c != '\'' && c != '"' && c != '\\') {
+      shown += static_cast<char>(c);
+      continue;
     }
-    for (Rows r(db_, "data_server",
-                "oid, name, authentication, dbms, connection_string, host");
-         r.Next();) {
-      DataServer* d = Add(s_.dataServers, r);
-      d->name = r.Text(1);
-      d->authentication = r.Text(2);
-      d->dbms = r.Text(3);
-      d->connectionString = r.Text(4);
-      d->host = Find<Host>(r, 5, "host");
-    }
-    for (Rows r(db_, "vault_server", "oid, name, alias_name"); r.Next();) {
-      VaultServer* v = Add(s_.vaultServers, r);
-      v->name = r.Text(1);
-      v->aliasName = r.Text(2);
-    }
-    for (Rows r(db_, "project", "oid, name"); r.Next();)
-      Add(s_.projects, r)->name = r.Text(1);
-    for (Rows r(db_, "project_vault_server", "project, vault_server");
-         r.Next();)
-      Link(Find<Project>(r, 0, "project"), &Project::vaultServers,
-           Find<VaultServer>(r, 1, "vault_server"));
-    for (Rows r(db_, "project_data_server", "project, data_server"); r.Next();)
-      Link(Find<Project>(r, 0, "project"), &Project::dataServers,
-           Find<DataServer>(r, 1, "data_server"));
-    for (Rows r(db_, "domain", "oid, name, visible"); r.Next();) {
-      Domain* d = Add(s_.domains, r);
-      d->name = r.Text(1);
-      d->visible = r.Int(2);
-    }
-    for (Rows r(db_, "business_domain",
-                "oid, domain, name, meta_data_name, editor, corvel_flag, "
-                "data_modeler");
-         r.Next();) {
-      BusinessDomain* b = Add(s_.businessDomains, r);
-      Link(Find<Domain>(r, 1, "domain"), &Domain::businessDomains, b);
-      b->name = r.Text(2);
-      b->metaDataName = r.Text(3);
-      b->editor = r.Text(4);
-      b->corvelFlag = r.Text(5);
-      b->dataModeler = r.Text(6);
-    }
-    for (Rows r(db_, "data_domain",
-                "oid, project, name, alias_name, owner_dico, driver, kind, "
-                "business_domain, data_server");
-         r.Next();) {
-      DataDomain* d = Add(s_.dataDomains, r);
-      Link(Find<Project>(r, 1, "project"), &Project::dataDomains, d);
-      d->name = r.Text(2);
-      d->aliasName = r.Text(3);
-      d->ownerDico = r.Text(4);
-      d->driver = r.Text(5);
-      const std::string kind = r.Text(6);
-      if (kind != "rdb" && kind != "file")
-        throw StoreError("table data_domain: kind '" + kind +
-                         "' is neither 'rdb' nor 'file'");
-      d->rdb = kind == "rdb";
-      d->businessDomain = Find<BusinessDomain>(r, 7, "business_domain");
-      d->dataServer = Find<DataServer>(r, 8, "data_server");
-    }
-    for (Rows r(db_, "extern_site", "oid, name"); r.Next();)
-      Add(s_.externSites, r)->name = r.Text(1);
-    for (Rows r(db_, "local_site", "oid, name"); r.Next();) {
-      if (!s_.localSites.empty())
-        throw StoreError("table local_site: more than one local site");
-      Add(s_.localSites, r)->name = r.Text(1);
-    }
-    for (Rows r(db_, "media", "oid, media_path"); r.Next();)
-      Add(s_.medias, r)->mediaPath = r.Text(1);
-    for (Rows r(db_, "package_definition", "oid, name"); r.Next();)
-      Add(s_.packageDefinitions, r)->name = r.Text(1);
-    for (Rows r(db_, "package_whole_data_domain",
-                "package_definition, data_domain");
-         r.Next();)
-      Link(Find<PackageDefinition>(r, 0, "package_definition"),
-           &PackageDefinition::wholeDataDomains,
-           Find<DataDomain>(r, 1, "data_domain"));
-    LoadSets(s_.subscribingTargets, "subscribing_target");
-    LoadSets(s_.subscriptions, "subscription");
-    LoadStatuses<SubscribingTarget>(s_.captureStatuses, "capture_status",
-                                    "subscribing_target");
-    LoadStatuses<Subscription>(s_.applyStatuses, "apply_status",
-                               "subscription");
+    if (!blob) shown += "\\x";
+    shown += kDigits[c >> 4];
+    shown += kDigits[c & 0x0F];
   }
-
- private:
-  struct Entry {
-    const char* table;
-    void* object;  // the T* of the table's kind
-  };
-
-  // Builds the object of the row's oid, which must be new to the store.
-  template <class T>
-  T* Add(std::deque<T>& objects, Rows& r) {
-    std::string oid = r.Oid(0);
-    objects.emplace_back(oid);
-    T* object = &objects.back();
-    const auto added = byOid_.emplace(std::move(oid), Entry{r.Table(), object});
-    if (!added.second)
-      throw StoreError("oid " + Hex(added.first->first) + " is used by both " +
-                       added.first->second.table + " and " + r.Table());
-    return object;
-  }
-
-  // The object of kind T, read from table, that column col refers to; null
-  // for a NULL reference.
-  template <class T>
-  T* Find(Rows& r, int col, const char* table) {
-    const std::string oid = r.Ref(col);
-    if (oid.empty()) return nullptr;
-    const auto it = byOid_.find(oid);
-    if (it == byOid_.end() || std::strcmp(it->second.table, table) != 0)
-      throw StoreError(std::string("table ") + r.Table() + ": " + Hex(oid) +
-                       " refers to no " + table + " row");
-    return static_cast<T*>(it->second.object);
-  }
-
-  // The number of objects in the store, in one statement, so that the index
-  // of oids is built without rehashing.
-  std::size_t CountObjects() {
-    std::string sql = "SELECT 0";
-    for (const char* table :
-         {"host", "data_server", "vault_server", "project", "domain",
-          "business_domain", "data_domain", "extern_site", "local_site",
-          "media", "package_definition", "subscribing_target", "subscription",
-          "capture_status", "apply_status"})
-      sql += std::string(" + (SELECT count(*) FROM ") + table + ")";
-    sqlite3_stmt* stmt = nullptr;
-    std::size_t count = 0;
-    // A table that is missing is reported when it is read.
-    if (sqlite3_prepare_v2(db_.Handle(), sql.c_str(), -1, &stmt, nullptr) ==
-            SQLITE_OK &&
-        sqlite3_step(stmt) == SQLITE_ROW)
-      count = static_cast<std::size_t>(sqlite3_column_int64(stmt, 0));
-    sqlite3_finalize(stmt);
-    return count;
-  }
-
-  // Adds item to the list of owner, when both exist.
-  template <class Owner, class T>
-  static void Link(Owner* owner, std::vector<T*> Owner::*list, T* item) {
-    if (owner && item) (owner->*list).push_back(item);
-  }
-
-  template <class T>
-  void LoadSets(std::deque<T>& sets, const char* table) {
-    for (Rows r(db_, table,
-                "oid, name, media, package_definition, extern_site");
-         r.Next();) {
-      T* set = Add(sets, r);
-      set->name = r.Text(1);
-      set->media = Find<Media>(r, 2, "media");
-      set->packageDefinition =
-          Find<PackageDefinition>(r, 3, "package_definition");
-      set->externSite = Find<ExternSite>(r, 4, "extern_site");
-    }
-  }
-
-  template <class Owner, class T>
-  void LoadStatuses(std::deque<T>& statuses, const char* table,
-                    const char* owner) {
-    const std::string columns =
-        std::string("oid, ") + owner + ", server, last_successful_date";
-    for (Rows r(db_, table, columns.c_str()); r.Next();) {
-      T* status = Add(statuses, r);
-      status->server = Server(r, 2);
-      status->lastSuccessfulDate = r.Text(3);
-      Link(Find<Owner>(r, 1, owner), &Owner::statuses, status);
-    }
-  }
-
-  // The server a status column refers to: a data server or a vault server.
-  KivIObject* Server(Rows& r, int col) {
-    const std::string oid = r.Ref(col);
-    if (oid.empty()) return nullptr;
-    const auto it = byOid_.find(oid);
-    if (it != byOid_.end()) {
-      if (std::strcmp(it->second.table, "data_server") == 0)
-        return static_cast<DataServer*>(it->second.object);
-      if (std::strcmp(it->second.table, "vault_server") == 0)
-        return static_cast<VaultServer*>(it->second.object);
-    }
-    throw StoreError(std::string("table ") + r.Table() + ": " + Hex(oid) +
-                     " refers to no data_server or vault_server row");
-  }
-
-  AdminStore& s_;
-  Connection& db_;
-  std::unordered_map<std::string, Entry> byOid_;
-};
-
-void OpenFile(Connection& db, const char* path) {
-  // SQLite reports a missing file only as "unable to open": say why.
-  if (!std::ifstream(path))
-    throw StoreError(std::string("cannot read the file: ") +
-                     std::strerror(errno));
-  if (sqlite3_open_v2(path, &db.Handle(), SQLITE_OPEN_READONLY, nullptr) !=
-      SQLITE_OK)
-    throw StoreError(db.Error());
-  // A writer holding its lock makes the reader wait instead of failing.
-  sqlite3_busy_timeout(db.Handle(), 10000);
+  return shown;
 }
 
-void OpenDemo(Connection& db) {
-  if (sqlite3_open_v2(":memory:", &db.Handle(),
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                      nullptr) != SQLITE_OK)
-    throw StoreError(db.Error());
-  db.Exec(kSchemaSql);
-  db.Exec(kDemoSql);
+// A store value as a message quotes it: "x" and hexadecimal for a BLOB, the
+// escaped text between single quotes for a text.
+std::string Shown(const unsigned char* bytes, std::size_t size, bool blob) {
+  const std::string shown = Escaped(bytes, size, blob, kShownMax);
+  return blob ? "x" + shown : "'" + shown + "'";
 }
 
-void CheckVersion(Connection& db) {
-  sqlite3_stmt* stmt = nullptr;
-  if (sqlite3_prepare_v2(db.Handle(), "PRAGMA user_version", -1, &stmt,
-                         nullptr) != SQLITE_OK)
-    throw StoreError(db.Error());
-  const int rc = sqlite3_step(stmt);
-  const int version = rc == SQLITE_ROW ? sqlite3_column_int(stmt, 0) : -1;
-  sqlite3_finalize(stmt);
-  if (rc != SQLITE_ROW) throw StoreError(db.Error());
-  if (version != kFormatVersion)
-    throw StoreError("store format version " + std::to_string(version) +
-                     " is not the supported version " +
-                     std::to_string(kFormatVersion));
+std::string ShownBlob(std::string_view bytes) {
+  return Shown(reinterpret_cast<const unsigned char*>(bytes.data()),
+               bytes.size(), true);
+}
+
+// The value of column col of stmt as a message shows it.
+std::string ShownValue(sqlite3_stmt* stmt, int col) {
+  switch (sqlite3_column_type(stmt, col)) {
+    case SQLITE_NULL:
+      return "NULL";
+    case SQLITE_INTEGER:
+      return std::to_string(sqlite3_column_int64(stmt, col));
+    case SQLITE_FLOAT: {
+      char text[32];
+      std::snprintf(text, sizeof text, "%.17g",
+                    sqlite3_column_double(stmt, col));
+      return text;
+    }
+    case SQLITE_TEXT:
+      return Shown(sqlite3_column_text(stmt, col),
+                   static_cast<std::size_t>(sqlite3_column_bytes(stmt, col)),
+                   false);
+    default: {
+      const void* blob = sqlite3_column_blob(stmt, col);
+      const int size = sqlite3_column_bytes(stmt, col);
+      if (size == 0) return "an empty BLOB";
+      return Shown(static_cast<const unsigned char*>(blob),
+                   static_cast<std::size_t>(size), true);
+    }
+  }
+}
+
+// Text as a message quotes it: escaped and cut.
+std::string ShownText(const std::string& text) {
+  return Shown(reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+               false);
 }
 
 }  // namespace
 
-std::unique_ptr<AdminStore> AdminStore::Load(const char* path,
+std::string EscapedPath(const char* path) {
+  return Escaped(reinterpret_cast<const unsigned char*>(path),
+                 std::strlen(path), false, std::string::npos);
+}
+
+namespace {
+
+std::uint64_t Prefix(std::string_view oid) {
+  std::uint64_t prefix = 0;
+  for (std::size_t i = 0; i < 8; ++i)
+    prefix = (prefix << 8) |
+             (i < oid.size() ? static_cast<unsigned char>(oid[i]) : 0u);
+  return prefix;
+}
+
+// Orders two oids of two indexes as SQLite orders BLOBs.
+int Order(const OidIndex& a, const OidEntry& x, const OidIndex& b,
+          const OidEntry& y) {
+  if (x.prefix != y.prefix) return x.prefix < y.prefix ? -1 : 1;
+  return a.Bytes(x).compare(b.Bytes(y));
+}
+
+// The reason SQLite gave for rc on db, told so that the reader knows what to
+// do about it.
+std::string Reason(sqlite3* db, int rc) {
+  switch (rc & 0xFF) {
+    case SQLITE_BUSY:
+      return "the store is locked by a process writing to it; gave up after "
+             "waiting " +
+             (AdminStore::busyTimeoutMs % 1000
+                  ? std::to_string(AdminStore::busyTimeoutMs) + " ms"
+                  : std::to_string(AdminStore::busyTimeoutMs / 1000) + " s") +
+             ": retry once the writer has finished";
+    case SQLITE_NOTADB:
+      return "the file is not a SQLite database: name a store made from the "
+             "schema";
+    case SQLITE_READONLY:
+      return "an unfinished write left a journal or WAL file beside the "
+             "store, which only a process allowed to write the store and its "
+             "directory can recover: open the store once with the sqlite3 "
+             "shell as such a user, then retry";
+    case SQLITE_NOMEM:
+      return "out of memory";
+    default:
+      return ShownText(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+  }
+}
+
+// The name of a file type that is not a regular file.
+const char* FileKind(mode_t mode) {
+  if (S_ISDIR(mode)) return "a directory";
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISSOCK(mode)) return "a socket";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+  return "not a regular file";
+}
+
+// Opens the store file at path read-only. It must be a regular file: SQLite
+// would wait for ever on a FIFO. The name is a path, never a URI.
+sqlite3* OpenFile(const char* path) {
+  struct stat st {};
+  if (::stat(path, &st) != 0 || ::access(path, R_OK) != 0)
+    throw StoreError(std::string("cannot read the file: ") +
+                     std::strerror(errno));
+  if (!S_ISREG(st.st_mode))
+    throw StoreError(std::string("the file is ") + FileKind(st.st_mode) +
+                     ", not a store: name a store file");
+  if (st.st_size == 0)
+    throw StoreError(
+        "the file is empty, not a store: create one from the "
+        "schema");
+  const std::string name = path[0] == '/' ? path : std::string("./") + path;
+  sqlite3* db = nullptr;
+  const int rc =
+      sqlite3_open_v2(name.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  if (rc != SQLITE_OK) {
+    const std::string reason = Reason(db, rc);
+    sqlite3_close(db);
+    throw StoreError(reason);
+  }
+  sqlite3_extended_result_codes(db, 1);
+  // A writer holding its lock makes the reader wait instead of failing.
+  sqlite3_busy_timeout(db, AdminStore::busyTimeoutMs);
+  return db;
+}
+
+// The built-in demonstration, in a database of its own in memory.
+sqlite3* OpenDemo() {
+  sqlite3* db = nullptr;
+  int rc = sqlite3_open_v2(":memory:", &db,
+                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  if (rc == SQLITE_OK)
+    rc = sqlite3_exec(db, kSchemaSql, nullptr, nullptr, nullptr);
+  if (rc == SQLITE_OK)
+    rc = sqlite3_exec(db, kDemoSql, nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) {
+    const std::string reason = Reason(db, rc);
+    sqlite3_close(db);
+    throw StoreError(reason);
+  }
+  return db;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// The index of oids.
+
+void OidIndex::Add(std::string_view oid, std::int64_t rowid) {
+  entries_.push_back({Prefix(oid), static_cast<std::uint32_t>(arena_.size()),
+                      static_cast<std::uint32_t>(oid.size()), rowid});
+  arena_.append(oid.data(), oid.size());
+}
+
+int OidIndex::Compare(const OidEntry& a, std::string_view b) const {
+  const std::uint64_t prefix = Prefix(b);
+  if (a.prefix != prefix) return a.prefix < prefix ? -1 : 1;
+  return Bytes(a).compare(b);
+}
+
+const OidEntry* OidIndex::Find(std::string_view oid) const {
+  if (entries_.empty()) return nullptr;
+  for (std::size_t i = last_; i < last_ + 2 && i < entries_.size(); ++i)
+    if (Compare(entries_[i], oid) == 0) return &entries_[last_ = i];
+  std::size_t low = 0, high = entries_.size();
+  while (low < high) {
+    const std::size_t mid = low + (high - low) / 2;
+    if (Compare(entries_[mid], oid) < 0)
+      low = mid + 1;
+    else
+      high = mid;
+  }
+  if (low == entries_.size() || Compare(entries_[low], oid) != 0)
+    return nullptr;
+  return &entries_[last_ = low];
+}
+
+// ---------------------------------------------------------------------------
+// Rows.
+
+int Row::Index(int column) const { return FirstColumn(table_) + column; }
+
+std::int64_t Row::Rowid() const { return sqlite3_column_int64(stmt_, 0); }
+
+std::string_view Row::Oid() const {
+  const void* bytes = sqlite3_column_blob(stmt_, 1);
+  return std::string_view(
+      static_cast<const char*>(bytes),
+      static_cast<std::size_t>(sqlite3_column_bytes(stmt_, 1)));
+}
+
+void Row::Refuse(int column, const std::string& what) const {
+  throw StoreError("table " + std::string(kSpecs[table_].name) + ", row " +
+                   std::to_string(Rowid()) +
+                   (kSpecs[table_].hasOid ? " (oid " + ShownBlob(Oid()) + ")"
+                                          : std::string()) +
+                   ", column " + kSpecs[table_].columns[column] + ": " +
+                   ShownValue(stmt_, Index(column)) + " " + what);
+}
+
+std::string_view Row::Text(int column) const {
+  const int col = Index(column);
+  switch (sqlite3_column_type(stmt_, col)) {
+    case SQLITE_NULL:
+      return std::string_view();
+    case SQLITE_TEXT:
+      break;
+    default:
+      Refuse(column, "is not a text (TEXT or NULL)");
+  }
+  const auto* text =
+      reinterpret_cast<const char*>(sqlite3_column_text(stmt_, col));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(stmt_, col));
+  if (!text) throw StoreError("out of memory");
+  if (std::memchr(text, '\0', size)) Refuse(column, "holds a NUL byte");
+  return std::string_view(text, size);
+}
+
+int Row::Flag(int column) const {
+  const int col = Index(column);
+  if (sqlite3_column_type(stmt_, col) == SQLITE_INTEGER) {
+    const sqlite3_int64 value = sqlite3_column_int64(stmt_, col);
+    if (value == 0 || value == 1) return static_cast<int>(value);
+  }
+  Refuse(column, "is not the integer 0 or 1");
+}
+
+const OidEntry* Row::Ref(int column, Table table, bool mandatory,
+                         Table alternative) const {
+  const int col = Index(column);
+  const std::string kinds =
+      std::string(kSpecs[table].name) +
+      (alternative == kTableCount
+           ? std::string()
+           : std::string(" or ") + kSpecs[alternative].name);
+  switch (sqlite3_column_type(stmt_, col)) {
+    case SQLITE_NULL:
+      if (!mandatory) return nullptr;
+      Refuse(column, "is not allowed: the row must name a " + kinds + " row");
+    case SQLITE_BLOB:
+      if (sqlite3_column_bytes(stmt_, col) > 0) break;
+      [[fallthrough]];
+    default:
+      Refuse(column, "is not an oid (a non-empty BLOB)");
+  }
+  const std::string_view oid(
+      static_cast<const char*>(sqlite3_column_blob(stmt_, col)),
+      static_cast<std::size_t>(sqlite3_column_bytes(stmt_, col)));
+  refTable_ = table;
+  if (const OidEntry* entry = store_.Index(table).Find(oid)) return entry;
+  refTable_ = alternative;
+  if (alternative != kTableCount)
+    if (const OidEntry* entry = store_.Index(alternative).Find(oid))
+      return entry;
+  Refuse(column, "names no " + kinds + " row");
+}
+
+// ---------------------------------------------------------------------------
+// Opening.
+
+// The rows of one child table in the order of their owners' rows, stepped as
+// the owners ask for them; an owner asked out of that order reads its own.
+struct AdminStore::Cursor {
+  sqlite3_stmt* inOrder = nullptr;
+  sqlite3_stmt* ofOwner = nullptr;
+  bool started = false;
+  bool pending = false;  // inOrder holds a row not yet taken
+  bool done = false;
+  std::int64_t lastOwner = 0;
+};
+
+AdminStore::AdminStore(sqlite3* db, std::string path)
+    : db_(db), path_(std::move(path)) {}
+
+AdminStore::~AdminStore() {
+  while (objects_) Free(objects_);
+  for (auto& statement : statements_) sqlite3_finalize(statement.second);
+  sqlite3_close(db_);  // ends the read transaction
+}
+
+std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
                                              std::string* error) {
   try {
-    Connection db;
-    if (path)
-      OpenFile(db, path);
-    else
-      OpenDemo(db);
-    auto store = std::make_unique<AdminStore>();
-    // One read transaction: every table comes from the same snapshot.
-    db.Exec("BEGIN");
-    CheckVersion(db);
-    Loader(*store, db).Run();
-    db.Exec("COMMIT");
+    std::unique_ptr<AdminStore> store(
+        new AdminStore(path ? OpenFile(path) : OpenDemo(), path ? path : ""));
+    // One read transaction: every table comes from the same snapshot, from
+    // these checks to the last getter.
+    sqlite3_stmt* begin = store->Statement("BEGIN");
+    store->Step(begin);
+    sqlite3_stmt* version = store->Statement("PRAGMA user_version");
+    if (!store->Step(version)) throw StoreError("no format version");
+    const int v = sqlite3_column_int(version, 0);
+    if (v != kFormatVersion)
+      throw StoreError("store format version " + std::to_string(v) +
+                       " is not the supported version " +
+                       std::to_string(kFormatVersion));
+    store->CheckTables();
+    for (int t = 0; t < kObjectTables; ++t) store->IndexOids(Table(t));
+    store->CheckUnique();
+    const std::size_t locals = store->indexes_[kLocalSite].Entries().size();
+    if (locals > 1)
+      throw StoreError("table local_site holds " + std::to_string(locals) +
+                       " rows: a store has at most one local site");
+    for (int t = 0; t < kTableCount; ++t)
+      if (kSpecs[t].owner != kTableCount) store->CheckOwners(Table(t));
     return store;
   } catch (const StoreError& e) {
-    *error = e.what();
+    *error = e.Message();
     return nullptr;
+  }
+}
+
+sqlite3_stmt* AdminStore::Statement(const std::string& sql) {
+  for (auto& statement : statements_)
+    if (statement.first == sql) return statement.second;
+  sqlite3_stmt* stmt = nullptr;
+  const int rc = sqlite3_prepare_v3(db_, sql.c_str(), -1,
+                                    SQLITE_PREPARE_PERSISTENT, &stmt, nullptr);
+  if (rc != SQLITE_OK) {
+    sqlite3_finalize(stmt);
+    throw StoreError(Reason(db_, rc));
+  }
+  statements_.emplace_back(sql, stmt);
+  return stmt;
+}
+
+bool AdminStore::Step(sqlite3_stmt* stmt) {
+  const int rc = sqlite3_step(stmt);
+  if (rc == SQLITE_ROW) return true;
+  if (rc == SQLITE_DONE) return false;
+  const std::string reason = Reason(db_, rc);
+  sqlite3_reset(stmt);
+  throw StoreError(reason);
+}
+
+// Every table must be a plain table with its columns; anything else would
+// run code of the store's (a view) or outside it (a virtual table), so it is
+// refused before any of its rows is asked for.
+void AdminStore::CheckTables() {
+  sqlite3_stmt* list = Statement(
+      "SELECT name, type, wr FROM pragma_table_list WHERE schema = 'main'");
+  sqlite3_reset(list);
+  struct Found {
+    std::string type;
+    bool withoutRowid;
+  };
+  std::vector<std::pair<std::string, Found>> found;
+  while (Step(list))
+    found.push_back(
+        {reinterpret_cast<const char*>(sqlite3_column_text(list, 0)),
+         {reinterpret_cast<const char*>(sqlite3_column_text(list, 1)),
+          sqlite3_column_int(list, 2) != 0}});
+  for (const TableSpec& spec : kSpecs) {
+    const std::string table = std::string("table ") + spec.name;
+    const Found* kind = nullptr;
+    for (const auto& f : found)
+      if (strcasecmp(f.first.c_str(), spec.name) == 0) kind = &f.second;
+    if (!kind)
+      throw StoreError(table + " is missing: create the store from the schema");
+    if (kind->type != "table")
+      throw StoreError(table + " is a " +
+                       (kind->type == "view"
+                            ? std::string("view")
+                            : EscapedPath(kind->type.c_str()) + " table") +
+                       ", not a plain table: create the store from the schema");
+    if (kind->withoutRowid)
+      throw StoreError(table +
+                       " is a WITHOUT ROWID table, not a plain table: create "
+                       "the store from the schema");
+    sqlite3_stmt* info = Statement(
+        std::string("SELECT name FROM pragma_table_info('") + spec.name + "')");
+    std::vector<std::string> columns;
+    while (Step(info))
+      columns.push_back(
+          reinterpret_cast<const char*>(sqlite3_column_text(info, 0)));
+    std::vector<const char*> wanted = spec.columns;
+    if (spec.hasOid) wanted.push_back("oid");
+    for (const char* column : wanted) {
+      bool present = false;
+      for (const std::string& c : columns)
+        present = present || strcasecmp(c.c_str(), column) == 0;
+      if (!present)
+        throw StoreError(table + " has no column " + column +
+                         ": create the store from the schema");
+    }
+    // A column of that name would hide the row's own number.
+    for (const std::string& c : columns)
+      if (strcasecmp(c.c_str(), "rowid") == 0 ||
+          strcasecmp(c.c_str(), "_rowid_") == 0)
+        throw StoreError(table + " has a column named " + ShownText(c) +
+                         ": create the store from the schema");
+  }
+}
+
+std::string AdminStore::RowOid(Table table, std::int64_t rowid) {
+  if (!kSpecs[table].hasOid) return std::string();
+  sqlite3_stmt* stmt = Statement(std::string("SELECT oid FROM \"") +
+                                 kSpecs[table].name + "\" WHERE rowid = ?1");
+  sqlite3_bind_int64(stmt, 1, rowid);
+  const std::string shown =
+      Step(stmt) ? " (oid " + ShownValue(stmt, 0) + ")" : std::string();
+  sqlite3_reset(stmt);
+  return shown;
+}
+
+// Reads the oids of table in their order, as the covering index of the
+// primary key holds them: each a non-empty BLOB used by one row only.
+void AdminStore::IndexOids(Table table) {
+  const std::string name = kSpecs[table].name;
+  sqlite3_stmt* stmt =
+      Statement("SELECT oid, rowid FROM \"" + name + "\" ORDER BY oid");
+  OidIndex& index = indexes_[table];
+  while (Step(stmt)) {
+    const std::int64_t rowid = sqlite3_column_int64(stmt, 1);
+    const std::string where =
+        "table " + name + ", row " + std::to_string(rowid) + ", column oid: ";
+    if (sqlite3_column_type(stmt, 0) != SQLITE_BLOB ||
+        sqlite3_column_bytes(stmt, 0) == 0)
+      throw StoreError(where + ShownValue(stmt, 0) +
+                       " is not an oid (a non-empty BLOB)");
+    const std::string_view oid(
+        static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
+        static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0)));
+    if (!index.Entries().empty()) {
+      const OidEntry& last = index.Entries().back();
+      if (index.Compare(last, oid) == 0)
+        throw StoreError(where + ShownBlob(oid) + " is also the oid of row " +
+                         std::to_string(last.rowid));
+    }
+    index.Add(oid, rowid);
+  }
+}
+
+// Oids are unique across the store: merges the sorted indexes of all the
+// tables and refuses the first oid that two of them hold.
+void AdminStore::CheckUnique() {
+  std::size_t at[kObjectTables] = {};
+  int previous = -1;
+  const OidEntry* last = nullptr;
+  for (;;) {
+    int next = -1;
+    for (int t = 0; t < kObjectTables; ++t) {
+      if (at[t] == indexes_[t].Entries().size()) continue;
+      if (next < 0 ||
+          Order(indexes_[t], indexes_[t].Entries()[at[t]], indexes_[next],
+                indexes_[next].Entries()[at[next]]) < 0)
+        next = t;
+    }
+    if (next < 0) return;
+    const OidEntry& entry = indexes_[next].Entries()[at[next]++];
+    if (last && Order(indexes_[previous], *last, indexes_[next], entry) == 0)
+      throw StoreError(
+          "table " + std::string(kSpecs[next].name) + ", row " +
+          std::to_string(entry.rowid) + ", column oid: " +
+          ShownBlob(indexes_[next].Bytes(entry)) + " is also the oid of row " +
+          std::to_string(last->rowid) + " of table " + kSpecs[previous].name);
+    previous = next;
+    last = &entry;
+  }
+}
+
+// Every row of a child table names its owner: a row whose owner is missing
+// would be left out of the document without a word.
+void AdminStore::CheckOwners(Table child) {
+  const TableSpec& spec = kSpecs[child];
+  const Table owner = spec.owner;
+  sqlite3_stmt* stmt = Statement(std::string("SELECT \"") + spec.columns[0] +
+                                 "\", rowid FROM \"" + spec.name +
+                                 "\" ORDER BY \"" + spec.columns[0] + "\"");
+  while (Step(stmt)) {
+    const bool blob = sqlite3_column_type(stmt, 0) == SQLITE_BLOB &&
+                      sqlite3_column_bytes(stmt, 0) > 0;
+    if (blob && indexes_[owner].Find(std::string_view(
+                    static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
+                    static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0)))))
+      continue;
+    const std::int64_t rowid = sqlite3_column_int64(stmt, 1);
+    const std::string value = ShownValue(stmt, 0);
+    const char* what =
+        sqlite3_column_type(stmt, 0) == SQLITE_NULL
+            ? " is not allowed: the row must name a "
+            : (blob ? " names no " : " is not an oid (a non-empty BLOB) of a ");
+    throw StoreError("table " + std::string(spec.name) + ", row " +
+                     std::to_string(rowid) + RowOid(child, rowid) +
+                     ", column " + spec.columns[0] + ": " + value + what +
+                     kSpecs[owner].name + " row");
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Reading.
+
+template <class Read>
+HRESULT AdminStore::Guarded(Read&& read) {
+  if (failed_) return E_FAIL;
+  try {
+    read();
+    return S_OK;
+  } catch (const StoreError& e) {
+    // Reported once: every later getter fails without a word.
+    failed_ = true;
+    std::cerr << "KivAdmin: cannot read the administration store \""
+              << EscapedPath(path_.c_str()) << "\": " << e.Message()
+              << std::endl;
+    return E_FAIL;
+  }
+}
+
+StoreObjectBase* AdminStore::Adopt(StoreObjectBase* object) {
+  object->next = objects_;
+  if (objects_) objects_->prev = object;
+  objects_ = object;
+  ++live_;
+  return object;
+}
+
+void AdminStore::Free(StoreObjectBase* object) {
+  if (object->prev) object->prev->next = object->next;
+  if (object->next) object->next->prev = object->prev;
+  if (objects_ == object) objects_ = object->next;
+  --live_;
+  delete object;
+}
+
+StoreObjectBase* AdminStore::Make(Table table, const OidEntry* entry) {
+  if (!entry) return nullptr;
+  return Adopt(
+      NewObject(table, *this, entry->rowid, indexes_[table].Bytes(*entry)));
+}
+
+StoreObjectBase* AdminStore::FromRow(Table table, const Row& row) {
+  std::unique_ptr<StoreObjectBase> object(
+      NewObject(table, *this, row.Rowid(), row.Oid()));
+  object->Fill(row);
+  object->MarkLoaded();
+  return Adopt(object.release());
+}
+
+HRESULT AdminStore::AppendAll(std::vector<StoreObjectBase*>& objects,
+                              LumListPtrIUnknown& list, HRESULT hr) {
+  if (hr < 0) {
+    for (StoreObjectBase* object : objects) Free(object);
+    return hr;
+  }
+  for (StoreObjectBase* object : objects) list.Append(object->Interface());
+  return hr;
+}
+
+HRESULT AdminStore::List(Table table, LumListPtrIUnknown& list) {
+  std::vector<StoreObjectBase*> objects;
+  const HRESULT hr = Guarded([&] {
+    sqlite3_stmt* stmt =
+        Statement("SELECT " + SelectList(table, "") + " FROM \"" +
+                  kSpecs[table].name + "\" ORDER BY rowid");
+    sqlite3_reset(stmt);
+    while (Step(stmt))
+      objects.push_back(FromRow(table, Row(*this, stmt, table)));
+  });
+  return AppendAll(objects, list, hr);
+}
+
+template <class Add>
+void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
+                           Add&& add) {
+  const TableSpec& spec = kSpecs[child];
+  std::unique_ptr<Cursor>& cursor = cursors_[child];
+  if (!cursor) {
+    cursor = std::make_unique<Cursor>();
+    // Each owner's rows through the index of the owner column, owners in
+    // the order of their rows: the order in which the root lists them.
+    const std::string ownerColumn = std::string("\"") + spec.columns[0] + "\"";
+    cursor->inOrder = Statement(
+        "SELECT " + SelectList(child, "c.") + ", o.rowid FROM \"" +
+        kSpecs[spec.owner].name + "\" AS o CROSS JOIN \"" + spec.name +
+        "\" AS c ON c." + ownerColumn + " = o.oid ORDER BY o.rowid, c.rowid");
+    cursor->ofOwner =
+        Statement("SELECT " + SelectList(child, "c.") + " FROM \"" + spec.name +
+                  "\" AS c WHERE c." + ownerColumn + " = ?1 ORDER BY c.rowid");
+  }
+  const std::int64_t rowid = owner.Rowid();
+  if (cursor->started && rowid <= cursor->lastOwner) {
+    // Asked again, or out of order: the owner's rows alone.
+    sqlite3_stmt* stmt = cursor->ofOwner;
+    sqlite3_reset(stmt);
+    sqlite3_bind_blob(stmt, 1, owner.OidBytes().data(),
+                      static_cast<int>(owner.OidBytes().size()), SQLITE_STATIC);
+    while (Step(stmt)) add(Row(*this, stmt, child));
+    return;
+  }
+  cursor->started = true;
+  cursor->lastOwner = rowid;
+  sqlite3_stmt* stmt = cursor->inOrder;
+  const int ownerAt =
+      FirstColumn(child) + static_cast<int>(spec.columns.size());
+  for (;;) {
+    if (!cursor->pending) {
+      if (cursor->done || !Step(stmt)) {
+        cursor->done = true;
+        return;
+      }
+      cursor->pending = true;
+    }
+    const std::int64_t of = sqlite3_column_int64(stmt, ownerAt);
+    if (of > rowid) return;
+    cursor->pending = false;
+    if (of == rowid) add(Row(*this, stmt, child));
+  }
+}
+
+HRESULT AdminStore::Children(Table child, const StoreObjectBase& owner,
+                             LumListPtrIUnknown& list) {
+  std::vector<StoreObjectBase*> objects;
+  const HRESULT hr = Guarded([&] {
+    EachChild(child, owner,
+              [&](const Row& row) { objects.push_back(FromRow(child, row)); });
+  });
+  return AppendAll(objects, list, hr);
+}
+
+HRESULT AdminStore::Linked(Table link, Table target,
+                           const StoreObjectBase& owner,
+                           LumListPtrIUnknown& list) {
+  std::vector<StoreObjectBase*> objects;
+  const HRESULT hr = Guarded([&] {
+    EachChild(link, owner, [&](const Row& row) {
+      objects.push_back(Make(target, row.Ref(1, target, true)));
+    });
+  });
+  return AppendAll(objects, list, hr);
+}
+
+HRESULT AdminStore::LocalSite(KivILocalSite*& out) {
+  out = nullptr;
+  if (failed_) return E_FAIL;
+  const auto& entries = indexes_[kLocalSite].Entries();
+  if (!entries.empty())
+    out = static_cast<kiv::LocalSite*>(Make(kLocalSite, &entries[0]));
+  return S_OK;
+}
+
+bool AdminStore::Load(StoreObjectBase& object) {
+  const Table table = object.TableOf();
+  return Guarded([&] {
+           sqlite3_stmt* stmt =
+               Statement("SELECT " + SelectList(table, "") + " FROM \"" +
+                         kSpecs[table].name + "\" WHERE rowid = ?1");
+           sqlite3_reset(stmt);
+           sqlite3_bind_int64(stmt, 1, object.Rowid());
+           if (!Step(stmt))
+             throw StoreError("table " + std::string(kSpecs[table].name) +
+                              ", row " + std::to_string(object.Rowid()) +
+                              ": the row has gone");
+           object.Fill(Row(*this, stmt, table));
+           object.MarkLoaded();
+           sqlite3_reset(stmt);
+         }) >= 0;
+}
+
+StoreObjectBase* NewObject(Table table, AdminStore& store, std::int64_t rowid,
+                           std::string_view oid) {
+  switch (table) {
+    case kHost:
+      return new Host(store, rowid, oid);
+    case kDataServer:
+      return new DataServer(store, rowid, oid);
+    case kVaultServer:
+      return new VaultServer(store, rowid, oid);
+    case kProject:
+      return new Project(store, rowid, oid);
+    case kDomain:
+      return new Domain(store, rowid, oid);
+    case kBusinessDomain:
+      return new BusinessDomain(store, rowid, oid);
+    case kDataDomain:
+      return new DataDomain(store, rowid, oid);
+    case kExternSite:
+      return new ExternSite(store, rowid, oid);
+    case kLocalSite:
+      return new LocalSite(store, rowid, oid);
+    case kMedia:
+      return new Media(store, rowid, oid);
+    case kPackageDefinition:
+      return new PackageDefinition(store, rowid, oid);
+    case kSubscribingTarget:
+      return new SubscribingTarget(store, rowid, oid);
+    case kSubscription:
+      return new Subscription(store, rowid, oid);
+    case kCaptureStatus:
+      return new CaptureStatus(store, rowid, oid);
+    case kApplyStatus:
+      return new ApplyStatus(store, rowid, oid);
+    default:
+      return nullptr;  // link tables hold no objects
   }
 }
 

@@ -1,40 +1,190 @@
-// The administration objects read from a store, and the store that owns them.
+// The administration store: a SQLite file read in one read transaction, and
+// the objects made from its rows as the getters hand them out.
+//
+// Opening checks the whole store's shape at once: its tables, every oid
+// (a non-empty BLOB, unique across the store) and the owner of every child
+// row. The other values are checked as their rows are read; the first bad
+// one is reported once and makes every later getter fail.
 #pragma once
 
-#include <deque>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KivAdmin.h"
 
+struct sqlite3;
+struct sqlite3_stmt;
+
 namespace kiv {
 
-// Appends p to list as a pointer to interface I, with one new reference.
-template <class I>
-void AppendRef(LumListPtrIUnknown& list, I* p) {
-  p->AddRef();
-  list.Append(static_cast<void*>(p));
-}
+// The tables a store is read from; the object tables come first.
+enum Table : std::uint8_t {
+  kHost,
+  kDataServer,
+  kVaultServer,
+  kProject,
+  kDomain,
+  kBusinessDomain,
+  kDataDomain,
+  kExternSite,
+  kLocalSite,
+  kMedia,
+  kPackageDefinition,
+  kSubscribingTarget,
+  kSubscription,
+  kCaptureStatus,
+  kApplyStatus,
+  kProjectVaultServer,
+  kProjectDataServer,
+  kPackageWholeDataDomain,
+  kTableCount
+};
+constexpr int kObjectTables = kApplyStatus + 1;
 
-// Sets out to p (or null) with one new reference.
-template <class I, class T>
-HRESULT HandOut(I*& out, T* p) {
-  out = p;
-  if (p) p->AddRef();
-  return S_OK;
-}
+// One row of an object table in its index of oids.
+struct OidEntry {
+  std::uint64_t prefix;  // the first 8 bytes, big-endian, zero-padded
+  std::uint32_t offset;  // where the bytes start in the index's arena
+  std::uint32_t size;
+  std::int64_t rowid;
+};
 
-// The IUnknown and KivIObject parts of every object of kind I. Objects belong
-// to their store: the count only tracks the references handed out, and the
-// store frees the objects when its session closes.
-template <class I>
-class StoreObject : public I {
+// The oids of one table, sorted as SQLite sorts BLOBs (memcmp, then length).
+class OidIndex {
  public:
-  explicit StoreObject(std::string oid) : oid_(std::move(oid)) {}
-  virtual ~StoreObject() = default;
-  StoreObject(const StoreObject&) = delete;
-  StoreObject& operator=(const StoreObject&) = delete;
+  // Adds an oid; entries must come in sorted order.
+  void Add(std::string_view oid, std::int64_t rowid);
+  // The entry of oid, or null. Searches from the last hit first, so that
+  // references in the order of their rows cost no search.
+  const OidEntry* Find(std::string_view oid) const;
+  std::string_view Bytes(const OidEntry& e) const {
+    return std::string_view(arena_.data() + e.offset, e.size);
+  }
+  const std::vector<OidEntry>& Entries() const { return entries_; }
+  // Orders a against b as SQLite orders BLOBs.
+  int Compare(const OidEntry& a, std::string_view b) const;
+
+ private:
+  std::vector<OidEntry> entries_;
+  std::string arena_;
+  mutable std::size_t last_ = 0;
+};
+
+// A bad value; the message names the table, the row and the column.
+class StoreError {
+ public:
+  explicit StoreError(std::string message) : message_(std::move(message)) {}
+  const std::string& Message() const { return message_; }
+
+ private:
+  std::string message_;
+};
+
+class AdminStore;
+
+// One row of a statement, with its values checked against the format as
+// they are read. Every accessor throws StoreError on a bad value.
+class Row {
+ public:
+  Row(AdminStore& store, sqlite3_stmt* stmt, Table table)
+      : store_(store), stmt_(stmt), table_(table) {}
+  std::int64_t Rowid() const;
+  std::string_view Oid() const;  // the row's own oid, checked at opening
+  // A column of the table's own (0 for the first after the oid): NULL reads
+  // as empty; anything else but a text without NUL is refused.
+  std::string_view Text(int column) const;
+  // The integer 0 or 1.
+  int Flag(int column) const;
+  // A reference to a row of table, or of alternative when it is not
+  // kTableCount: its index entry, or null for NULL when optional.
+  const OidEntry* Ref(int column, Table table, bool mandatory,
+                      Table alternative = kTableCount) const;
+  // The table of the object that Ref last found.
+  Table RefTable() const { return refTable_; }
+  // Throws the refusal of column, saying what is wrong.
+  [[noreturn]] void Refuse(int column, const std::string& what) const;
+
+ private:
+  int Index(int column) const;
+  AdminStore& store_;
+  sqlite3_stmt* stmt_;
+  Table table_;
+  mutable Table refTable_ = kTableCount;
+};
+
+// Up to N texts of one object in one allocation, each ended by a NUL (store
+// texts never hold one).
+template <int N>
+class Texts {
+ public:
+  void Assign(std::initializer_list<std::string_view> texts) {
+    buffer_.clear();
+    int i = 0;
+    for (std::string_view text : texts) {
+      start_[i++] = static_cast<std::uint32_t>(buffer_.size());
+      buffer_.append(text.data(), text.size());
+      buffer_.push_back('\0');
+    }
+  }
+  // Text i, or the empty text before Assign.
+  const char* operator[](int i) const {
+    return buffer_.empty() ? "" : buffer_.c_str() + start_[i];
+  }
+
+ private:
+  std::string buffer_;
+  std::uint32_t start_[N] = {};
+};
+
+// What every store object shares: its row, its count of references, and its
+// place among the live objects of the store, which frees what is still held
+// when the session closes.
+class StoreObjectBase {
+ public:
+  StoreObjectBase(AdminStore& store, std::int64_t rowid, std::string_view oid)
+      : store_(store), rowid_(rowid), oid_(oid) {}
+  virtual ~StoreObjectBase() = default;
+  StoreObjectBase(const StoreObjectBase&) = delete;
+  StoreObjectBase& operator=(const StoreObjectBase&) = delete;
+
+  std::int64_t Rowid() const { return rowid_; }
+  const std::string& OidBytes() const { return oid_; }
+  // Reads the object's values (the columns after its oid) from row.
+  virtual void Fill(const Row& row) = 0;
+  // This object as the interface of its kind, and the table of its kind.
+  virtual void* Interface() = 0;
+  virtual Table TableOf() const = 0;
+  bool Loaded() const { return loaded_; }
+  void MarkLoaded() { loaded_ = true; }
+
+  StoreObjectBase* prev = nullptr;
+  StoreObjectBase* next = nullptr;
+
+ protected:
+  // Reads the object's row on first use: an object made from a reference
+  // starts with its identifier alone. False when the row cannot be read.
+  bool Load();
+  ULONG ReleaseRef();
+
+  AdminStore& store_;
+  ULONG refs_ = 1;
+
+ private:
+  std::int64_t rowid_;
+  std::string oid_;
+  bool loaded_ = false;
+};
+
+// The IUnknown and KivIObject parts of an object of interface I kept in
+// table T. A new object carries the one reference of its caller.
+template <class I, Table T>
+class StoreObject : public I, public StoreObjectBase {
+ public:
+  static constexpr Table kTable = T;
+  using StoreObjectBase::StoreObjectBase;
 
   HRESULT QueryInterface(const IID& riid, void** ppv) override {
     if (!ppv) return E_POINTER;
@@ -52,253 +202,117 @@ class StoreObject : public I {
     return S_OK;
   }
   ULONG AddRef() override { return ++refs_; }
-  ULONG Release() override { return refs_ > 0 ? --refs_ : 0; }
+  ULONG Release() override { return ReleaseRef(); }
   int SupportsInterface(const char* name) override {
     const std::string n = name ? name : "";
     return n == I::kName || n == "KivIObject" || n == "IUnknown";
   }
   HRESULT GetOid(LumDbBinary& oid) override {
-    oid.Assign(oid_.data(), oid_.size());
+    oid.Assign(OidBytes().data(), OidBytes().size());
     return S_OK;
   }
-
-  const std::string& Oid() const { return oid_; }
-  // References handed out and not yet given back.
-  ULONG Refs() const { return refs_; }
-
- private:
-  std::string oid_;
-  ULONG refs_ = 0;
+  void* Interface() override { return static_cast<I*>(this); }
+  Table TableOf() const override { return T; }
 };
 
-inline HRESULT SetText(LumUnicodeString& out, const std::string& text) {
-  out = text.c_str();
-  return S_OK;
-}
-
-struct Host : StoreObject<KivIHost> {
-  using StoreObject::StoreObject;
-  LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetOSType(LumUnicodeString& v) override { return SetText(v, osType); }
-  HRESULT GetOSVersion(LumUnicodeString& v) override {
-    return SetText(v, osVersion);
-  }
-  std::string name, osType, osVersion;
-};
-
-struct DataServer : StoreObject<KivIDataServer> {
-  using StoreObject::StoreObject;
-  LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetHost(KivIHost*& h) override { return HandOut(h, host); }
-  HRESULT GetAuthentication(LumUnicodeString& v) override {
-    return SetText(v, authentication);
-  }
-  HRESULT GetDBMS(LumUnicodeString& v) override { return SetText(v, dbms); }
-  HRESULT GetConnectionString(LumUnicodeString& v) override {
-    return SetText(v, connectionString);
-  }
-  std::string name, authentication, dbms, connectionString;
-  Host* host = nullptr;
-};
-
-struct VaultServer : StoreObject<KivIVaultServer> {
-  using StoreObject::StoreObject;
-  LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetAliasName(LumUnicodeString& v) override {
-    return SetText(v, aliasName);
-  }
-  std::string name, aliasName;
-};
-
-struct BusinessDomain : StoreObject<KivIBusinessDomain> {
-  using StoreObject::StoreObject;
-  LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetDataModeler(LumUnicodeString& v) override {
-    return SetText(v, dataModeler);
-  }
-  HRESULT GetCorvelFlag(LumUnicodeString& v) override {
-    return SetText(v, corvelFlag);
-  }
-  HRESULT GetMetaDataName(LumUnicodeString& v) override {
-    return SetText(v, metaDataName);
-  }
-  HRESULT GetEditor(LumUnicodeString& v) override { return SetText(v, editor); }
-  std::string name, metaDataName, editor, corvelFlag, dataModeler;
-};
-
-// Appends every element of items to list, each as interface I.
-template <class I, class T>
-HRESULT AppendAll(LumListPtrIUnknown& list, const std::vector<T*>& items) {
-  for (T* item : items) AppendRef<I>(list, item);
-  return S_OK;
-}
-
-struct Domain : StoreObject<KivIDomain> {
-  using StoreObject::StoreObject;
-  int GetVisible() override { return visible; }
-  HRESULT GetBusinessDomains(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIBusinessDomain>(l, businessDomains);
-  }
-  LumUnicodeString GetName() override { return name.c_str(); }
-  std::string name;
-  int visible = 0;
-  std::vector<BusinessDomain*> businessDomains;
-};
-
-struct DataDomain : StoreObject<KivIDataDomain> {
-  using StoreObject::StoreObject;
-  LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetDriver(LumUnicodeString& v) override { return SetText(v, driver); }
-  HRESULT GetBusinessDomain(KivIBusinessDomain*& b) override {
-    return HandOut(b, businessDomain);
-  }
-  HRESULT GetAliasName(LumUnicodeString& v) override {
-    return SetText(v, aliasName);
-  }
-  int IsRdb() override { return rdb; }
-  HRESULT GetOwnerDico(LumUnicodeString& v) override {
-    return SetText(v, ownerDico);
-  }
-  HRESULT GetDataServer(KivIDataServer*& d) override {
-    return HandOut(d, dataServer);
-  }
-  std::string name, aliasName, ownerDico, driver;
-  int rdb = 1;
-  BusinessDomain* businessDomain = nullptr;
-  DataServer* dataServer = nullptr;
-};
-
-struct Project : StoreObject<KivIProject> {
-  using StoreObject::StoreObject;
-  LumUnicodeString GetName() override { return name.c_str(); }
-  HRESULT GetDataDomains(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIDataDomain>(l, dataDomains);
-  }
-  HRESULT GetVaultServers(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIVaultServer>(l, vaultServers);
-  }
-  HRESULT GetDataServers(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIDataServer>(l, dataServers);
-  }
-  std::string name;
-  std::vector<DataDomain*> dataDomains;
-  std::vector<VaultServer*> vaultServers;
-  std::vector<DataServer*> dataServers;
-};
-
-// An extern or a local site: both are a name and an identifier.
-template <class I>
-struct Site : StoreObject<I> {
-  using StoreObject<I>::StoreObject;
-  HRESULT GetName(LumUnicodeString& v) override { return SetText(v, name); }
-  std::string name;
-};
-using ExternSite = Site<KivIExternSite>;
-using LocalSite = Site<KivILocalSite>;
-
-struct Media : StoreObject<KivIReplMedia> {
-  using StoreObject::StoreObject;
-  HRESULT GetMediaPath(LumUnicodeString& v) override {
-    return SetText(v, mediaPath);
-  }
-  std::string mediaPath;
-};
-
-struct PackageDefinition : StoreObject<KivIReplPackageDefinition> {
-  using StoreObject::StoreObject;
-  HRESULT GetWholeDataDomains(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIDataDomain>(l, wholeDataDomains);
-  }
-  HRESULT GetName(LumUnicodeString& v) override { return SetText(v, name); }
-  std::string name;
-  std::vector<DataDomain*> wholeDataDomains;
-};
-
-// A capture or an apply status: a date and the server it is kept at.
-template <class I>
-struct Status : StoreObject<I> {
-  using StoreObject<I>::StoreObject;
-  HRESULT GetLastSuccessfulDate(LumUnicodeString& v) override {
-    return SetText(v, lastSuccessfulDate);
-  }
-  HRESULT Server(KivIObject** out) {
-    return out ? HandOut(*out, server) : E_POINTER;
-  }
-  std::string lastSuccessfulDate;
-  KivIObject* server = nullptr;  // a DataServer or a VaultServer
-};
-
-struct CaptureStatus : Status<KivIReplCaptureStatus> {
-  using Status::Status;
-  HRESULT GetCaptureServer(KivIObject** out) override { return Server(out); }
-};
-
-struct ApplyStatus : Status<KivIReplApplyStatus> {
-  using Status::Status;
-  HRESULT GetApplyServer(KivIObject** out) override { return Server(out); }
-};
-
-// The references of a subscribing target and of a subscription.
-template <class I>
-struct ReplicationSet : StoreObject<I> {
-  using StoreObject<I>::StoreObject;
-  HRESULT GetExternSite(KivIExternSite** out) override {
-    return out ? HandOut(*out, externSite) : E_POINTER;
-  }
-  HRESULT GetMedia(KivIReplMedia** out) override {
-    return out ? HandOut(*out, media) : E_POINTER;
-  }
-  HRESULT GetPackageDefinition(KivIReplPackageDefinition** out) override {
-    return out ? HandOut(*out, packageDefinition) : E_POINTER;
-  }
-  HRESULT GetName(LumUnicodeString& v) override { return SetText(v, name); }
-  std::string name;
-  Media* media = nullptr;
-  PackageDefinition* packageDefinition = nullptr;
-  ExternSite* externSite = nullptr;
-};
-
-struct SubscribingTarget : ReplicationSet<KivIReplSubscribingTarget> {
-  using ReplicationSet::ReplicationSet;
-  HRESULT GetCaptureStatuses(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIReplCaptureStatus>(l, statuses);
-  }
-  std::vector<CaptureStatus*> statuses;
-};
-
-struct Subscription : ReplicationSet<KivIReplSubscription> {
-  using ReplicationSet::ReplicationSet;
-  HRESULT GetApplyStatuses(LumListPtrIUnknown& l) override {
-    return AppendAll<KivIReplApplyStatus>(l, statuses);
-  }
-  std::vector<ApplyStatus*> statuses;
-};
-
-// Every object of one administration, each kind in the store's row order.
-// Deques keep the objects where they were built as more are loaded.
+// The administration store and the objects of its session.
 class AdminStore {
  public:
-  // Reads the store at path, read-only, in one snapshot; a null path loads
-  // the built-in demonstration administration. On failure returns null and
-  // sets *error to the reason.
-  static std::unique_ptr<AdminStore> Load(const char* path, std::string* error);
+  // Opens the store at path (the built-in demonstration for null) read-only
+  // and begins its one read transaction, after checking the file, the format
+  // version, the tables, the oids and the owner of every child row. On
+  // failure returns null and sets *error to the reason.
+  static std::unique_ptr<AdminStore> Open(const char* path, std::string* error);
+  ~AdminStore();  // frees the objects still held
+  AdminStore(const AdminStore&) = delete;
+  AdminStore& operator=(const AdminStore&) = delete;
 
-  std::deque<Host> hosts;
-  std::deque<DataServer> dataServers;
-  std::deque<VaultServer> vaultServers;
-  std::deque<Project> projects;
-  std::deque<Domain> domains;
-  std::deque<BusinessDomain> businessDomains;
-  std::deque<DataDomain> dataDomains;
-  std::deque<ExternSite> externSites;
-  std::deque<LocalSite> localSites;
-  std::deque<Media> medias;
-  std::deque<PackageDefinition> packageDefinitions;
-  std::deque<SubscribingTarget> subscribingTargets;
-  std::deque<Subscription> subscriptions;
-  std::deque<CaptureStatus> captureStatuses;
-  std::deque<ApplyStatus> applyStatuses;
+  // Appends an object for every row of table, in row order, each as its
+  // interface with one reference. On a bad row appends nothing and returns
+  // E_FAIL after reporting it; so do all getters after that.
+  HRESULT List(Table table, LumListPtrIUnknown& list);
+  // Appends the objects of table child that owner owns, in row order.
+  HRESULT Children(Table child, const StoreObjectBase& owner,
+                   LumListPtrIUnknown& list);
+  // Appends the objects of table target that the rows of table link name for
+  // owner, in row order.
+  HRESULT Linked(Table link, Table target, const StoreObjectBase& owner,
+                 LumListPtrIUnknown& list);
+  // Sets out to the local site, or to null when the store has none.
+  HRESULT LocalSite(KivILocalSite*& out);
+  // A new object for the row of entry in table, with one reference and its
+  // identifier alone; null for a null entry.
+  StoreObjectBase* Make(Table table, const OidEntry* entry);
+
+  // Reads the row of object into it. False after reporting a bad row.
+  bool Load(StoreObjectBase& object);
+  // Destroys an object whose last reference was given back.
+  void Free(StoreObjectBase* object);
+
+  const OidIndex& Index(Table table) const { return indexes_[table]; }
+  // The oid of a row as refusals name it, " (oid xHEX)", or nothing.
+  std::string RowOid(Table table, std::int64_t rowid);
+  // Objects made and not yet freed.
+  std::size_t Live() const { return live_; }
+  // True once a bad row was reported.
+  bool Failed() const { return failed_; }
+
+  // How long a reader waits for a writer's lock before giving up.
+  static int busyTimeoutMs;
+
+ private:
+  struct Cursor;
+  AdminStore(sqlite3* db, std::string path);
+
+  sqlite3_stmt* Statement(const std::string& sql);
+  // Steps stmt; false at its end. A step error is a refusal, never an end.
+  bool Step(sqlite3_stmt* stmt);
+  void CheckTables();
+  void IndexOids(Table table);
+  void CheckUnique();
+  void CheckOwners(Table child);
+  // Runs add on each row of child that owner owns, in row order.
+  template <class Add>
+  void EachChild(Table child, const StoreObjectBase& owner, Add&& add);
+  // Runs read; on a refusal reports it once and fails every later getter.
+  template <class Read>
+  HRESULT Guarded(Read&& read);
+  // Makes the object of a row, fills it and links it among the live ones.
+  StoreObjectBase* FromRow(Table table, const Row& row);
+  StoreObjectBase* Adopt(StoreObjectBase* object);
+  // Appends objects to list as their interfaces; drops them on a refusal.
+  HRESULT AppendAll(std::vector<StoreObjectBase*>& objects,
+                    LumListPtrIUnknown& list, HRESULT hr);
+
+  sqlite3* db_;
+  std::string path_;
+  OidIndex indexes_[kObjectTables];
+  std::unique_ptr<Cursor> cursors_[kTableCount];
+  std::vector<std::pair<std::string, sqlite3_stmt*>> statements_;
+  StoreObjectBase* objects_ = nullptr;  // the live objects, newest first
+  std::size_t live_ = 0;
+  bool failed_ = false;
 };
+
+inline bool StoreObjectBase::Load() { return loaded_ || store_.Load(*this); }
+
+inline ULONG StoreObjectBase::ReleaseRef() {
+  if (refs_ == 0) return 0;
+  if (--refs_ > 0) return refs_;
+  store_.Free(this);  // destroys this object
+  return 0;
+}
+
+// Makes a new object of kind T (in its table) for the row of entry, with
+// its identifier alone; null for a null entry.
+StoreObjectBase* NewObject(Table table, AdminStore& store, std::int64_t rowid,
+                           std::string_view oid);
+
+// The store of the open session, or null.
+AdminStore* CurrentStore();
+
+// path as a message shows it, with control bytes and quotes as \xNN.
+std::string EscapedPath(const char* path);
 
 // The schema and the demonstration administration, as SQL.
 extern const char* const kSchemaSql;

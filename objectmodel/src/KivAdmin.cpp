@@ -1,20 +1,16 @@
 #include "KivAdmin.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <iostream>
 
 #include "AdminStore.h"
 #include "SdaiSession.h"
+#include "StoreObjects.h"
 
 namespace kiv {
 namespace {
-
-// Appends every object of a store kind to list as interface I.
-template <class I, class T>
-HRESULT AppendKind(LumListPtrIUnknown& list, std::deque<T>& objects) {
-  for (T& object : objects) AppendRef<I>(list, &object);
-  return S_OK;
-}
 
 // The session of a store, which owns its objects.
 class StoreSession final : public SdaiSession {
@@ -62,11 +58,11 @@ class Admin final : public KivIAdmin {
                    "built-in demonstration administration"
                 << std::endl;
     std::string error;
-    std::unique_ptr<AdminStore> store = AdminStore::Load(path, &error);
+    std::unique_ptr<AdminStore> store = AdminStore::Open(path, &error);
     if (!store) {
       std::cerr << "KivAdmin: cannot open the administration store \""
-                << (path ? path : "<demonstration>") << "\": " << error
-                << std::endl;
+                << (path ? EscapedPath(path) : "<demonstration>")
+                << "\": " << error << std::endl;
       return E_FAIL;
     }
     store_ = store.get();
@@ -74,50 +70,44 @@ class Admin final : public KivIAdmin {
     return S_OK;
   }
 
+  // Fails, too, when a bad row was reported: no export reads on past it.
   HRESULT End() override {
     if (!store_) return E_FAIL;
+    const bool failed = store_->Failed();
     store_ = nullptr;
-    return S_OK;
+    return failed ? E_FAIL : S_OK;
   }
 
   HRESULT GetProjects(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIProject>(l, store_->projects) : E_FAIL;
+    return store_ ? store_->List(kProject, l) : E_FAIL;
   }
   HRESULT GetDomains(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIDomain>(l, store_->domains) : E_FAIL;
+    return store_ ? store_->List(kDomain, l) : E_FAIL;
   }
   HRESULT GetHosts(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIHost>(l, store_->hosts) : E_FAIL;
+    return store_ ? store_->List(kHost, l) : E_FAIL;
   }
   HRESULT GetDataServers(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIDataServer>(l, store_->dataServers) : E_FAIL;
+    return store_ ? store_->List(kDataServer, l) : E_FAIL;
   }
   HRESULT GetVaultServers(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIVaultServer>(l, store_->vaultServers)
-                  : E_FAIL;
+    return store_ ? store_->List(kVaultServer, l) : E_FAIL;
   }
   HRESULT GetSubscribingTargets(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIReplSubscribingTarget>(
-                        l, store_->subscribingTargets)
-                  : E_FAIL;
+    return store_ ? store_->List(kSubscribingTarget, l) : E_FAIL;
   }
   HRESULT GetSubscriptions(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIReplSubscription>(l, store_->subscriptions)
-                  : E_FAIL;
+    return store_ ? store_->List(kSubscription, l) : E_FAIL;
   }
   HRESULT GetLocalSite(KivILocalSite*& site) override {
     site = nullptr;
-    if (!store_) return E_FAIL;
-    return store_->localSites.empty() ? S_OK
-                                      : HandOut(site, &store_->localSites[0]);
+    return store_ ? store_->LocalSite(site) : E_FAIL;
   }
   HRESULT GetExternSites(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIExternSite>(l, store_->externSites) : E_FAIL;
+    return store_ ? store_->List(kExternSite, l) : E_FAIL;
   }
   HRESULT GetPackageDefinitions(LumListPtrIUnknown& l) override {
-    return store_ ? AppendKind<KivIReplPackageDefinition>(
-                        l, store_->packageDefinitions)
-                  : E_FAIL;
+    return store_ ? store_->List(kPackageDefinition, l) : E_FAIL;
   }
 
   // Forgets the store of a session being closed.
@@ -136,10 +126,23 @@ Admin& TheAdmin() {
 }
 
 }  // namespace
+
+AdminStore* CurrentStore() { return Current() ? Current()->Store() : nullptr; }
+
 }  // namespace kiv
 
 HRESULT GetKivIAdmin(KivIAdmin*& admin) {
-  return kiv::HandOut(admin, &kiv::TheAdmin());
+  admin = &kiv::TheAdmin();
+  admin->AddRef();
+  return S_OK;
+}
+
+int KivAdminStoreIs(const char* path) {
+  const char* store = std::getenv("KIV_ADMIN_STORE");
+  struct stat a {
+  }, b{};
+  return store && path && ::stat(store, &a) == 0 && ::stat(path, &b) == 0 &&
+         a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 SdaiSession* SdaiSession::CurrentSession() { return kiv::Current().get(); }
