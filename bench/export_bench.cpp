@@ -1,16 +1,36 @@
-// Measures a whole export against generated stores of growing size: the
-// store is read and every object written, as the tool does it.
+// Measures the export of generated stores against reading the same rows.
 //
-// A store of scale n holds about 6n objects: n hosts, data servers, data
-// domains, capture and apply statuses, and a tenth or a hundredth of n of
-// every other kind, all linked.
+// Each iteration reads every row of every table through the SQLite C API
+// (every value touched), then has the sqlite3 shell print every table to
+// /dev/null, then exports the store as the tool does (to /dev/null), so that
+// all three are timed side by side, on the same machine at the same moment;
+// the machine's noise cancels out of their ratios. The two references:
+//   readAll  SQLite's reading alone, in process
+//   shell    the sqlite3 shell printing every table, in a process of its own:
+//            the reference of the first measurements of the export
+// The counters give the times, the export's ratio to each, and the export's
+// peak memory, measured once in a child process of its own.
+//
+// A store of about n objects is shaped like a large administration: per
+// 900 thousand rows, 100 thousand projects with two data domains and two
+// vault and two data servers each, 10 thousand domains with 100 thousand
+// business domains, 20 thousand servers, 10 thousand hosts, 10 thousand
+// targets and subscriptions with two statuses each, package definitions and
+// sites. Rows are stored in their owners' order, or, for the random store,
+// every table in a random order. Stores are generated once and kept in the
+// build tree.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -19,109 +39,219 @@
 
 namespace {
 
-// The SQL that fills a store of scale n; oids are the kind's letter and the
-// row's number.
-std::string FillSql(int n) {
+// The SQL that fills a store of about n rows.
+std::string FillSql(long n, bool random) {
+  const auto count = [n](long per900k) {
+    const long c = per900k * n / 900000;
+    return c > 0 ? c : 1;
+  };
+  const long hosts = count(10000), dataServers = count(10000),
+             vaultServers = count(10000), projects = count(100000),
+             domains = count(10000), businessDomains = count(100000),
+             sites = count(100), packages = count(1000), targets = count(10000);
   std::ostringstream sql;
-  const auto rows = [&sql](const char* table, int count, const char* select) {
+  const auto rows = [&](const char* table, long rowCount,
+                        const std::string& select) {
     sql << "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
            "WHERE i < "
-        << count << ") INSERT INTO " << table << " SELECT " << select
-        << " FROM k;\n";
+        << rowCount << ") INSERT INTO " << table << " SELECT " << select
+        << " FROM k" << (random ? " ORDER BY random()" : "") << ";\n";
   };
-  const int tenth = n / 10 > 0 ? n / 10 : 1,
-            hundredth = n / 100 > 0 ? n / 100 : 1;
-  const auto oid = [](char kind, const std::string& expr) {
-    return std::string("CAST('") + kind + "' || (" + expr + ") AS BLOB)";
+  // An oid of eight bytes: the kind's letter and seven digits.
+  const auto oid = [](char kind, const std::string& number) {
+    return std::string("CAST(printf('") + kind + "%07d', " + number +
+           ") AS BLOB)";
   };
-  const std::string t = std::to_string(tenth), h = std::to_string(hundredth);
-  rows("host", n, (oid('H', "i") + ", 'host' || i, 'Linux', '6.1'").c_str());
-  rows("data_server", n,
-       (oid('D', "i") + ", 'db' || i, 'native', 'Oracle', 'db' || i, " +
-        oid('H', "i"))
-           .c_str());
-  rows("vault_server", tenth, (oid('V', "i") + ", 'vault' || i, 'v'").c_str());
-  rows("project", tenth, (oid('P', "i") + ", 'project' || i").c_str());
-  rows("project_vault_server", tenth,
-       (oid('P', "i") + ", " + oid('V', "i")).c_str());
-  rows("project_data_server", tenth,
-       (oid('P', "i") + ", " + oid('D', "i")).c_str());
-  rows("domain", hundredth, (oid('O', "i") + ", 'domain' || i, 1").c_str());
-  rows("business_domain", tenth,
-       (oid('B', "i") + ", " + oid('O', "i % " + h + " + 1") +
-        ", 'bd' || i, 'meta', 'ed', 'Y', 'dm'")
-           .c_str());
-  rows("data_domain", n,
-       (oid('A', "i") + ", " + oid('P', "i % " + t + " + 1") +
-        ", 'dd' || i, 'a', 'owner', 'oracle', 'rdb', " +
-        oid('B', "i % " + t + " + 1") + ", " + oid('D', "i"))
-           .c_str());
-  rows("extern_site", 10, (oid('E', "i") + ", 'site' || i").c_str());
-  sql << "INSERT INTO local_site VALUES (CAST('L' AS BLOB), 'home');\n";
-  rows("media", 10, (oid('M', "i") + ", '/media/' || i").c_str());
-  rows("package_definition", hundredth,
-       (oid('K', "i") + ", 'pk' || i").c_str());
-  rows("package_whole_data_domain", tenth,
-       (oid('K', "i % " + h + " + 1") + ", " + oid('A', "i")).c_str());
+  // The number of the row that the i-th child of per-owner children names.
+  const auto owner = [](long per) {
+    return "(i - 1) / " + std::to_string(per) + " + 1";
+  };
+  const auto cycle = [](long of) {
+    return "(i - 1) % " + std::to_string(of) + " + 1";
+  };
+  rows("host", hosts, oid('H', "i") + ", 'host' || i, 'Linux', '6.1'");
+  rows("data_server", dataServers,
+       oid('D', "i") + ", 'db' || i, 'native', 'Oracle', 'db' || i || " +
+           "':1521/PDM', " + oid('H', cycle(hosts)));
+  rows("vault_server", vaultServers,
+       oid('V', "i") + ", 'vault' || i, 'vault number ' || i");
+  rows("project", projects, oid('P', "i") + ", 'project' || i");
+  rows("project_vault_server", 2 * projects,
+       oid('P', owner(2)) + ", " + oid('V', cycle(vaultServers)));
+  rows("project_data_server", 2 * projects,
+       oid('P', owner(2)) + ", " + oid('D', cycle(dataServers)));
+  rows("domain", domains, oid('O', "i") + ", 'domain' || i, i % 2");
+  rows("business_domain", businessDomains,
+       oid('B', "i") + ", " + oid('O', owner(businessDomains / domains)) +
+           ", 'bd' || i, 'META' || i, 'editor', 'Y', 'standard'");
+  rows("data_domain", 2 * projects,
+       oid('A', "i") + ", " + oid('P', owner(2)) +
+           ", 'dd' || i, 'a' || i, 'OWNER', 'oracle', 'rdb', " +
+           oid('B', cycle(businessDomains)) + ", CASE WHEN i % 2 THEN " +
+           oid('D', cycle(dataServers)) + " END");
+  rows("extern_site", sites, oid('E', "i") + ", 'site' || i");
+  rows("local_site", 1, oid('L', "i") + ", 'home'");
+  rows("media", 10, oid('M', "i") + ", '/replication/media' || i");
+  rows("package_definition", packages, oid('K', "i") + ", 'package' || i");
+  rows("package_whole_data_domain", 2 * packages,
+       oid('K', owner(2)) + ", " + oid('A', "i"));
   for (const char kind : {'T', 'S'})
-    rows(kind == 'T' ? "subscribing_target" : "subscription", hundredth,
-         (oid(kind, "i") + ", 'set' || i, " + oid('M', "i % 10 + 1") + ", " +
-          oid('K', "i") + ", " + oid('E', "i % 10 + 1"))
-             .c_str());
-  const std::string server = "CASE WHEN i % 2 THEN " + oid('D', "i") +
-                             " ELSE " + oid('V', "i % " + t + " + 1") + " END";
-  rows("capture_status", n,
-       (oid('C', "i") + ", " + oid('T', "i % " + h + " + 1") + ", " + server +
-        ", '2026-11-01'")
-           .c_str());
-  rows("apply_status", n,
-       (oid('Y', "i") + ", " + oid('S', "i % " + h + " + 1") + ", " + server +
-        ", '2026-11-01'")
-           .c_str());
+    rows(kind == 'T' ? "subscribing_target" : "subscription", targets,
+         oid(kind, "i") + ", 'set' || i, " + oid('M', cycle(10)) + ", " +
+             oid('K', cycle(packages)) + ", " + oid('E', cycle(sites)));
+  const std::string server = "CASE WHEN i % 2 THEN " +
+                             oid('D', cycle(dataServers)) + " ELSE " +
+                             oid('V', cycle(vaultServers)) + " END";
+  rows("capture_status", 2 * targets,
+       oid('C', "i") + ", " + oid('T', owner(2)) + ", " + server +
+           ", '2026-11-01 03:00:00'");
+  rows("apply_status", 2 * targets,
+       oid('Y', "i") + ", " + oid('S', owner(2)) + ", " + server +
+           ", '2026-11-01 04:00:00'");
   return sql.str();
 }
 
-// Builds the store of scale n once; returns its path.
-std::string Store(int n) {
-  const std::string path =
-      std::string(BENCH_DIR) + "/store-" + std::to_string(n) + ".db";
+// Builds the store once; returns its path.
+std::string Store(long n, bool random) {
+  const std::string path = std::string(BENCH_DIR) + "/store-" +
+                           std::to_string(n) + (random ? "-random" : "") +
+                           ".db";
   if (std::ifstream(path)) return path;
   std::ostringstream schema;
   schema << std::ifstream(SCHEMA_SQL).rdbuf();
+  const std::string building = path + ".part";
+  std::remove(building.c_str());
   sqlite3* db = nullptr;
-  sqlite3_open(path.c_str(), &db);
+  sqlite3_open(building.c_str(), &db);
   char* error = nullptr;
-  const std::string sql = schema.str() + "BEGIN;\n" + FillSql(n) + "COMMIT;\n";
+  const std::string sql =
+      schema.str() + "BEGIN;\n" + FillSql(n, random) + "COMMIT;\n";
   if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
     const std::string message = error ? error : "";
     sqlite3_free(error);
     sqlite3_close(db);
-    std::remove(path.c_str());
     throw std::runtime_error(message);
   }
   sqlite3_close(db);
+  std::rename(building.c_str(), path.c_str());
   return path;
 }
 
-void BM_Export(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  ::setenv("KIV_ADMIN_STORE", Store(n).c_str(), 1);
-  for (auto _ : state) {
-    std::ofstream out("/dev/null");
-    if (ReadAdmin(&out) != 0) state.SkipWithError("the export failed");
+// Reads every row of every table, touching every value; returns the rows.
+long ReadAll(const std::string& path) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
+  sqlite3_stmt* tables = nullptr;
+  sqlite3_prepare_v2(db, "SELECT name FROM sqlite_schema WHERE type = 'table'",
+                     -1, &tables, nullptr);
+  long rows = 0, bytes = 0;
+  while (sqlite3_step(tables) == SQLITE_ROW) {
+    const std::string sql =
+        std::string("SELECT * FROM \"") +
+        reinterpret_cast<const char*>(sqlite3_column_text(tables, 0)) + "\"";
+    sqlite3_stmt* stmt = nullptr;
+    sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr);
+    const int columns = sqlite3_column_count(stmt);
+    while (sqlite3_step(stmt) == SQLITE_ROW) {
+      ++rows;
+      for (int c = 0; c < columns; ++c) {
+        switch (sqlite3_column_type(stmt, c)) {
+          case SQLITE_INTEGER:
+            bytes += sqlite3_column_int64(stmt, c) & 1;
+            break;
+          case SQLITE_TEXT:
+            bytes += sqlite3_column_text(stmt, c) != nullptr;
+            bytes += sqlite3_column_bytes(stmt, c);
+            break;
+          case SQLITE_BLOB:
+            bytes += sqlite3_column_blob(stmt, c) != nullptr;
+            bytes += sqlite3_column_bytes(stmt, c);
+            break;
+        }
+      }
+    }
+    sqlite3_finalize(stmt);
   }
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  state.counters["objects"] = 6.0 * n;
-  state.counters["objects/s"] =
-      benchmark::Counter(6.0 * n * static_cast<double>(state.iterations()),
-                         benchmark::Counter::kIsRate);
-  state.counters["maxRSS_MiB"] = static_cast<double>(usage.ru_maxrss) / 1024.0;
+  sqlite3_finalize(tables);
+  sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  benchmark::DoNotOptimize(bytes);
+  return rows;
 }
 
-BENCHMARK(BM_Export)
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
+// Has the sqlite3 shell print every table of the store to /dev/null.
+void Shell(const std::string& path) {
+  const std::string command =
+      "sqlite3 -readonly '" + path +
+      "' \"SELECT 'SELECT * FROM \\\"' || name || '\\\";' FROM sqlite_schema "
+      "WHERE type = 'table'\" | sqlite3 -readonly '" +
+      path + "' >/dev/null";
+  if (std::system(command.c_str()) != 0)
+    throw std::runtime_error("the sqlite3 shell failed");
+}
+
+// Exports the store at path as the tool does; returns its exit status.
+int Export(const std::string& path) {
+  ::setenv("KIV_ADMIN_STORE", path.c_str(), 1);
+  char program[] = "Vantrel", option[] = "-f", file[] = "/dev/null";
+  char* argv[] = {program, option, file, nullptr};
+  std::fflush(stderr);
+  std::streambuf* saved = std::cerr.rdbuf(nullptr);  // START and END lines
+  const int rc = VantrelMain(3, argv);
+  std::cerr.rdbuf(saved);
+  return rc;
+}
+
+// The peak resident memory of one export, in its own process, in MiB.
+double ExportPeakMiB(const std::string& path) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(Export(path));
+  int status = 0;
+  rusage usage{};
+  ::wait4(child, &status, 0, &usage);
+  return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+double Seconds(std::chrono::steady_clock::duration d) {
+  return std::chrono::duration<double>(d).count();
+}
+
+void BM_ExportVsReadAll(benchmark::State& state) {
+  const long n = state.range(0);
+  const bool random = state.range(1) != 0;
+  const std::string path = Store(n, random);
+  double readAll = 0, shell = 0, exported = 0;
+  long rows = 0;
+  for (auto _ : state) {
+    const auto start = std::chrono::steady_clock::now();
+    rows = ReadAll(path);
+    const auto read = std::chrono::steady_clock::now();
+    Shell(path);
+    const auto dumped = std::chrono::steady_clock::now();
+    if (Export(path) != 0) state.SkipWithError("the export failed");
+    const auto end = std::chrono::steady_clock::now();
+    readAll += Seconds(read - start);
+    shell += Seconds(dumped - read);
+    exported += Seconds(end - dumped);
+  }
+  const double iterations = static_cast<double>(state.iterations());
+  state.counters["rows"] = static_cast<double>(rows);
+  state.counters["readAll_s"] = readAll / iterations;
+  state.counters["shell_s"] = shell / iterations;
+  state.counters["export_s"] = exported / iterations;
+  state.counters["xShell"] = exported / shell;
+  state.counters["xReadAll"] = exported / readAll;
+  state.counters["exportPeak_MiB"] = ExportPeakMiB(path);
+}
+
+BENCHMARK(BM_ExportVsReadAll)
+    ->ArgNames({"objects", "random"})
+    ->Args({9000, 0})
+    ->Args({90000, 0})
+    ->Args({900000, 0})
+    ->Args({900000, 1})
+    ->MinTime(2.0)
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -20,6 +20,7 @@ class LumUnicodeString {
   const char* ConvertToChar() const { return text_.c_str(); }
 
  private:
+  friend class LumDbBinary;  // writes its hexadecimal text in place
   std::string text_;
 };
 

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -167,10 +168,10 @@ std::string EscapedPath(const char* path) {
 namespace {
 
 std::uint64_t Prefix(std::string_view oid) {
+  unsigned char head[8] = {};
+  std::memcpy(head, oid.data(), oid.size() < 8 ? oid.size() : 8);
   std::uint64_t prefix = 0;
-  for (std::size_t i = 0; i < 8; ++i)
-    prefix = (prefix << 8) |
-             (i < oid.size() ? static_cast<unsigned char>(oid[i]) : 0u);
+  for (unsigned char byte : head) prefix = (prefix << 8) | byte;
   return prefix;
 }
 
@@ -178,6 +179,8 @@ std::uint64_t Prefix(std::string_view oid) {
 int Order(const OidIndex& a, const OidEntry& x, const OidIndex& b,
           const OidEntry& y) {
   if (x.prefix != y.prefix) return x.prefix < y.prefix ? -1 : 1;
+  if (x.size <= 8 && y.size <= 8)
+    return x.size == y.size ? 0 : (x.size < y.size ? -1 : 1);
   return a.Bytes(x).compare(b.Bytes(y));
 }
 
@@ -232,8 +235,9 @@ sqlite3* OpenFile(const char* path) {
         "schema");
   const std::string name = path[0] == '/' ? path : std::string("./") + path;
   sqlite3* db = nullptr;
-  const int rc =
-      sqlite3_open_v2(name.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  // The connection is used by one thread: no mutex of its own.
+  const int rc = sqlite3_open_v2(
+      name.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     const std::string reason = Reason(db, rc);
     sqlite3_close(db);
@@ -268,30 +272,52 @@ sqlite3* OpenDemo() {
 // The index of oids.
 
 void OidIndex::Add(std::string_view oid, std::int64_t rowid) {
-  entries_.push_back({Prefix(oid), static_cast<std::uint32_t>(arena_.size()),
-                      static_cast<std::uint32_t>(oid.size()), rowid});
-  arena_.append(oid.data(), oid.size());
+  OidEntry entry{Prefix(oid),
+                 static_cast<std::uint32_t>(arena_.size()),
+                 static_cast<std::uint32_t>(oid.size()),
+                 rowid,
+                 {}};
+  std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
+  if (oid.size() > 8) arena_.append(oid.data(), oid.size());
+  entries_.push_back(entry);
 }
 
+namespace {
+
+// An oid being looked for, with its prefix worked out once.
+struct Probe {
+  std::string_view bytes;
+  std::uint64_t prefix;
+};
+
+int Compare(const OidIndex& index, const OidEntry& a, const Probe& b) {
+  if (a.prefix != b.prefix) return a.prefix < b.prefix ? -1 : 1;
+  if (a.size <= 8 && b.bytes.size() <= 8)
+    return a.size == b.bytes.size() ? 0 : (a.size < b.bytes.size() ? -1 : 1);
+  return index.Bytes(a).compare(b.bytes);
+}
+
+}  // namespace
+
 int OidIndex::Compare(const OidEntry& a, std::string_view b) const {
-  const std::uint64_t prefix = Prefix(b);
-  if (a.prefix != prefix) return a.prefix < prefix ? -1 : 1;
-  return Bytes(a).compare(b);
+  return kiv::Compare(*this, a, Probe{b, Prefix(b)});
 }
 
 const OidEntry* OidIndex::Find(std::string_view oid) const {
   if (entries_.empty()) return nullptr;
+  const Probe probe{oid, Prefix(oid)};
   for (std::size_t i = last_; i < last_ + 2 && i < entries_.size(); ++i)
-    if (Compare(entries_[i], oid) == 0) return &entries_[last_ = i];
+    if (kiv::Compare(*this, entries_[i], probe) == 0)
+      return &entries_[last_ = i];
   std::size_t low = 0, high = entries_.size();
   while (low < high) {
     const std::size_t mid = low + (high - low) / 2;
-    if (Compare(entries_[mid], oid) < 0)
+    if (kiv::Compare(*this, entries_[mid], probe) < 0)
       low = mid + 1;
     else
       high = mid;
   }
-  if (low == entries_.size() || Compare(entries_[low], oid) != 0)
+  if (low == entries_.size() || kiv::Compare(*this, entries_[low], probe) != 0)
     return nullptr;
   return &entries_[last_ = low];
 }
@@ -382,6 +408,7 @@ const OidEntry* Row::Ref(int column, Table table, bool mandatory,
 // The rows of one child table in the order of their owners' rows, stepped as
 // the owners ask for them; an owner asked out of that order reads its own.
 struct AdminStore::Cursor {
+  bool stored = false;  // the rows are stored in their owners' order
   sqlite3_stmt* inOrder = nullptr;
   sqlite3_stmt* ofOwner = nullptr;
   bool started = false;
@@ -416,6 +443,7 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
                        " is not the supported version " +
                        std::to_string(kFormatVersion));
     store->CheckTables();
+    store->CountRows();
     for (int t = 0; t < kObjectTables; ++t) store->IndexOids(Table(t));
     store->CheckUnique();
     const std::size_t locals = store->indexes_[kLocalSite].Entries().size();
@@ -454,6 +482,17 @@ bool AdminStore::Step(sqlite3_stmt* stmt) {
   throw StoreError(reason);
 }
 
+namespace {
+
+// A name from the schema; null only when memory ran out.
+std::string SchemaText(sqlite3_stmt* stmt, int col) {
+  const unsigned char* text = sqlite3_column_text(stmt, col);
+  if (!text) throw StoreError("out of memory");
+  return reinterpret_cast<const char*>(text);
+}
+
+}  // namespace
+
 // Every table must be a plain table with its columns; anything else would
 // run code of the store's (a view) or outside it (a virtual table), so it is
 // refused before any of its rows is asked for.
@@ -467,10 +506,8 @@ void AdminStore::CheckTables() {
   };
   std::vector<std::pair<std::string, Found>> found;
   while (Step(list))
-    found.push_back(
-        {reinterpret_cast<const char*>(sqlite3_column_text(list, 0)),
-         {reinterpret_cast<const char*>(sqlite3_column_text(list, 1)),
-          sqlite3_column_int(list, 2) != 0}});
+    found.push_back({SchemaText(list, 0),
+                     {SchemaText(list, 1), sqlite3_column_int(list, 2) != 0}});
   for (const TableSpec& spec : kSpecs) {
     const std::string table = std::string("table ") + spec.name;
     const Found* kind = nullptr;
@@ -491,9 +528,7 @@ void AdminStore::CheckTables() {
     sqlite3_stmt* info = Statement(
         std::string("SELECT name FROM pragma_table_info('") + spec.name + "')");
     std::vector<std::string> columns;
-    while (Step(info))
-      columns.push_back(
-          reinterpret_cast<const char*>(sqlite3_column_text(info, 0)));
+    while (Step(info)) columns.push_back(SchemaText(info, 0));
     std::vector<const char*> wanted = spec.columns;
     if (spec.hasOid) wanted.push_back("oid");
     for (const char* column : wanted) {
@@ -522,6 +557,19 @@ std::string AdminStore::RowOid(Table table, std::int64_t rowid) {
       Step(stmt) ? " (oid " + ShownValue(stmt, 0) + ")" : std::string();
   sqlite3_reset(stmt);
   return shown;
+}
+
+// Sizes the indexes of oids before they are read.
+void AdminStore::CountRows() {
+  std::string sql = "SELECT 0";
+  for (int t = 0; t < kObjectTables; ++t)
+    sql += std::string(", (SELECT count(*) FROM \"") + kSpecs[t].name + "\")";
+  sqlite3_stmt* stmt = Statement(sql);
+  if (!Step(stmt)) return;
+  for (int t = 0; t < kObjectTables; ++t)
+    indexes_[t].Reserve(
+        static_cast<std::size_t>(sqlite3_column_int64(stmt, t + 1)));
+  sqlite3_reset(stmt);
 }
 
 // Reads the oids of table in their order, as the covering index of the
@@ -585,17 +633,32 @@ void AdminStore::CheckUnique() {
 void AdminStore::CheckOwners(Table child) {
   const TableSpec& spec = kSpecs[child];
   const Table owner = spec.owner;
-  sqlite3_stmt* stmt = Statement(std::string("SELECT \"") + spec.columns[0] +
-                                 "\", rowid FROM \"" + spec.name +
-                                 "\" ORDER BY \"" + spec.columns[0] + "\"");
+  const std::string column = std::string("\"") + spec.columns[0] + "\"";
+  sqlite3_stmt* stmt =
+      Statement("SELECT " + column + ", rowid FROM \"" + spec.name +
+                "\" ORDER BY " + column + ", rowid");
+  // The rows of each owner, as the first and last of them; the table is in
+  // its owners' order when, owners taken in their order, each owner's rows
+  // all come before the next owner's.
+  struct Span {
+    std::int64_t owner, first, last;
+  };
+  std::vector<Span> spans;
   while (Step(stmt)) {
+    const std::int64_t rowid = sqlite3_column_int64(stmt, 1);
     const bool blob = sqlite3_column_type(stmt, 0) == SQLITE_BLOB &&
                       sqlite3_column_bytes(stmt, 0) > 0;
-    if (blob && indexes_[owner].Find(std::string_view(
-                    static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
-                    static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0)))))
+    const OidEntry* found =
+        blob ? indexes_[owner].Find(std::string_view(
+                   static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
+                   static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0))))
+             : nullptr;
+    if (found) {
+      if (spans.empty() || spans.back().owner != found->rowid)
+        spans.push_back({found->rowid, rowid, rowid});
+      spans.back().last = rowid;
       continue;
-    const std::int64_t rowid = sqlite3_column_int64(stmt, 1);
+    }
     const std::string value = ShownValue(stmt, 0);
     const char* what =
         sqlite3_column_type(stmt, 0) == SQLITE_NULL
@@ -606,6 +669,13 @@ void AdminStore::CheckOwners(Table child) {
                      ", column " + spec.columns[0] + ": " + value + what +
                      kSpecs[owner].name + " row");
   }
+  std::sort(spans.begin(), spans.end(),
+            [](const Span& a, const Span& b) { return a.owner < b.owner; });
+  bool stored = true;
+  for (std::size_t i = 1; i < spans.size() && stored; ++i)
+    stored = spans[i - 1].last < spans[i].first;
+  cursors_[child] = std::make_unique<Cursor>();
+  cursors_[child]->stored = stored;
 }
 
 // ---------------------------------------------------------------------------
@@ -684,47 +754,55 @@ template <class Add>
 void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
                            Add&& add) {
   const TableSpec& spec = kSpecs[child];
-  std::unique_ptr<Cursor>& cursor = cursors_[child];
-  if (!cursor) {
-    cursor = std::make_unique<Cursor>();
-    // Each owner's rows through the index of the owner column, owners in
-    // the order of their rows: the order in which the root lists them.
-    const std::string ownerColumn = std::string("\"") + spec.columns[0] + "\"";
-    cursor->inOrder = Statement(
-        "SELECT " + SelectList(child, "c.") + ", o.rowid FROM \"" +
-        kSpecs[spec.owner].name + "\" AS o CROSS JOIN \"" + spec.name +
-        "\" AS c ON c." + ownerColumn + " = o.oid ORDER BY o.rowid, c.rowid");
-    cursor->ofOwner =
+  Cursor& cursor = *cursors_[child];
+  const std::string ownerColumn = std::string("\"") + spec.columns[0] + "\"";
+  if (!cursor.inOrder) {
+    // Rows stored in their owners' order are read in one pass; others
+    // through the index of the owner column, owners in the order of their
+    // rows, which is the order in which the root lists them.
+    cursor.inOrder =
+        cursor.stored
+            ? Statement("SELECT " + SelectList(child, "") + " FROM \"" +
+                        spec.name + "\" ORDER BY rowid")
+            : Statement("SELECT " + SelectList(child, "c.") + " FROM \"" +
+                        kSpecs[spec.owner].name + "\" AS o CROSS JOIN \"" +
+                        spec.name + "\" AS c ON c." + ownerColumn +
+                        " = o.oid ORDER BY o.rowid, c.rowid");
+    cursor.ofOwner =
         Statement("SELECT " + SelectList(child, "c.") + " FROM \"" + spec.name +
                   "\" AS c WHERE c." + ownerColumn + " = ?1 ORDER BY c.rowid");
   }
   const std::int64_t rowid = owner.Rowid();
-  if (cursor->started && rowid <= cursor->lastOwner) {
+  if (cursor.started && rowid <= cursor.lastOwner) {
     // Asked again, or out of order: the owner's rows alone.
-    sqlite3_stmt* stmt = cursor->ofOwner;
+    sqlite3_stmt* stmt = cursor.ofOwner;
     sqlite3_reset(stmt);
     sqlite3_bind_blob(stmt, 1, owner.OidBytes().data(),
                       static_cast<int>(owner.OidBytes().size()), SQLITE_STATIC);
     while (Step(stmt)) add(Row(*this, stmt, child));
     return;
   }
-  cursor->started = true;
-  cursor->lastOwner = rowid;
-  sqlite3_stmt* stmt = cursor->inOrder;
-  const int ownerAt =
-      FirstColumn(child) + static_cast<int>(spec.columns.size());
+  cursor.started = true;
+  cursor.lastOwner = rowid;
+  sqlite3_stmt* stmt = cursor.inOrder;
+  const int ownerAt = FirstColumn(child);
+  const OidIndex& owners = indexes_[spec.owner];
   for (;;) {
-    if (!cursor->pending) {
-      if (cursor->done || !Step(stmt)) {
-        cursor->done = true;
+    if (!cursor.pending) {
+      if (cursor.done || !Step(stmt)) {
+        cursor.done = true;
         return;
       }
-      cursor->pending = true;
+      cursor.pending = true;
     }
-    const std::int64_t of = sqlite3_column_int64(stmt, ownerAt);
-    if (of > rowid) return;
-    cursor->pending = false;
-    if (of == rowid) add(Row(*this, stmt, child));
+    // Every owner was found when the store was opened.
+    const OidEntry* of = owners.Find(std::string_view(
+        static_cast<const char*>(sqlite3_column_blob(stmt, ownerAt)),
+        static_cast<std::size_t>(sqlite3_column_bytes(stmt, ownerAt))));
+    if (!of) throw StoreError(std::string("table ") + spec.name + ": changed");
+    if (of->rowid > rowid) return;
+    cursor.pending = false;
+    if (of->rowid == rowid) add(Row(*this, stmt, child));
   }
 }
 

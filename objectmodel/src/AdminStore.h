@@ -44,24 +44,28 @@ enum Table : std::uint8_t {
 };
 constexpr int kObjectTables = kApplyStatus + 1;
 
-// One row of an object table in its index of oids.
+// One row of an object table in its index of oids. An oid of up to 8 bytes
+// is held in the entry itself, a longer one in the index's arena.
 struct OidEntry {
   std::uint64_t prefix;  // the first 8 bytes, big-endian, zero-padded
-  std::uint32_t offset;  // where the bytes start in the index's arena
+  std::uint32_t offset;  // where a longer oid starts in the arena
   std::uint32_t size;
   std::int64_t rowid;
+  char head[8];  // the first 8 bytes as they are
 };
 
 // The oids of one table, sorted as SQLite sorts BLOBs (memcmp, then length).
 class OidIndex {
  public:
+  void Reserve(std::size_t count) { entries_.reserve(count); }
   // Adds an oid; entries must come in sorted order.
   void Add(std::string_view oid, std::int64_t rowid);
   // The entry of oid, or null. Searches from the last hit first, so that
   // references in the order of their rows cost no search.
   const OidEntry* Find(std::string_view oid) const;
   std::string_view Bytes(const OidEntry& e) const {
-    return std::string_view(arena_.data() + e.offset, e.size);
+    return std::string_view(e.size <= 8 ? e.head : arena_.data() + e.offset,
+                            e.size);
   }
   const std::vector<OidEntry>& Entries() const { return entries_; }
   // Orders a against b as SQLite orders BLOBs.
@@ -270,6 +274,9 @@ class AdminStore {
   void CheckTables();
   void IndexOids(Table table);
   void CheckUnique();
+  void CountRows();
+  // Checks the owner of every row of child; notes whether its rows are
+  // stored in their owners' order.
   void CheckOwners(Table child);
   // Runs add on each row of child that owner owns, in row order.
   template <class Add>

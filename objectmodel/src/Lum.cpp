@@ -20,13 +20,14 @@ void LumDbBinary::Assign(const void* data, std::size_t size) {
 
 LumUnicodeString LumDbBinary::GetHexaValue() const {
   static const char kDigits[] = "0123456789ABCDEF";
-  std::string hex;
-  hex.reserve(bytes_.size() * 2);
+  LumUnicodeString hex;
+  hex.text_.resize(bytes_.size() * 2);
+  char* digit = &hex.text_[0];
   for (unsigned char byte : bytes_) {
-    hex += kDigits[byte >> 4];
-    hex += kDigits[byte & 0x0F];
+    *digit++ = kDigits[byte >> 4];
+    *digit++ = kDigits[byte & 0x0F];
   }
-  return LumUnicodeString(hex.c_str());
+  return hex;
 }
 
 LumRawCollPV::LumRawCollPV(int sizeHint) {
