@@ -757,17 +757,19 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
   Cursor& cursor = *cursors_[child];
   const std::string ownerColumn = std::string("\"") + spec.columns[0] + "\"";
   if (!cursor.inOrder) {
-    // Rows stored in their owners' order are read in one pass; others
-    // through the index of the owner column, owners in the order of their
-    // rows, which is the order in which the root lists them.
+    // Rows stored in their owners' order are read in one pass; others are
+    // read in one pass too, then sorted by their owners' rows, the order in
+    // which the root lists the owners. A join seeking each owner's rows
+    // would visit the table's pages at random.
     cursor.inOrder =
         cursor.stored
             ? Statement("SELECT " + SelectList(child, "") + " FROM \"" +
                         spec.name + "\" ORDER BY rowid")
-            : Statement("SELECT " + SelectList(child, "c.") + " FROM \"" +
-                        kSpecs[spec.owner].name + "\" AS o CROSS JOIN \"" +
-                        spec.name + "\" AS c ON c." + ownerColumn +
-                        " = o.oid ORDER BY o.rowid, c.rowid");
+            : Statement("SELECT " + SelectList(child, "c.") +
+                        ", o.rowid FROM \"" + spec.name +
+                        "\" AS c NOT INDEXED CROSS JOIN \"" +
+                        kSpecs[spec.owner].name + "\" AS o ON o.oid = c." +
+                        ownerColumn + " ORDER BY o.rowid, c.rowid");
     cursor.ofOwner =
         Statement("SELECT " + SelectList(child, "c.") + " FROM \"" + spec.name +
                   "\" AS c WHERE c." + ownerColumn + " = ?1 ORDER BY c.rowid");
