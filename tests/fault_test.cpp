@@ -76,43 +76,27 @@ void InstallFaultVfs() {
   faultVfs.xOpen = FaultOpen;
   faultIo = {};
   faultIo.iVersion = 1;
-  faultIo.xClose = [](sqlite3_file* f) {
-    return Real(f)->pMethods->xClose(Real(f));
-  };
   faultIo.xRead = [](sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
     if (reads.Fails()) return SQLITE_IOERR_READ;
     return Real(f)->pMethods->xRead(Real(f), p, n, at);
   };
-  faultIo.xWrite = [](sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
-    return Real(f)->pMethods->xWrite(Real(f), p, n, at);
-  };
-  faultIo.xTruncate = [](sqlite3_file* f, sqlite3_int64 size) {
-    return Real(f)->pMethods->xTruncate(Real(f), size);
-  };
-  faultIo.xSync = [](sqlite3_file* f, int flags) {
-    return Real(f)->pMethods->xSync(Real(f), flags);
-  };
-  faultIo.xFileSize = [](sqlite3_file* f, sqlite3_int64* size) {
-    return Real(f)->pMethods->xFileSize(Real(f), size);
-  };
-  faultIo.xLock = [](sqlite3_file* f, int lock) {
-    return Real(f)->pMethods->xLock(Real(f), lock);
-  };
-  faultIo.xUnlock = [](sqlite3_file* f, int lock) {
-    return Real(f)->pMethods->xUnlock(Real(f), lock);
-  };
-  faultIo.xCheckReservedLock = [](sqlite3_file* f, int* out) {
-    return Real(f)->pMethods->xCheckReservedLock(Real(f), out);
-  };
-  faultIo.xFileControl = [](sqlite3_file* f, int op, void* arg) {
-    return Real(f)->pMethods->xFileControl(Real(f), op, arg);
-  };
-  faultIo.xSectorSize = [](sqlite3_file* f) {
-    return Real(f)->pMethods->xSectorSize(Real(f));
-  };
-  faultIo.xDeviceCharacteristics = [](sqlite3_file* f) {
-    return Real(f)->pMethods->xDeviceCharacteristics(Real(f));
-  };
+  // Every other method goes to the real file as it is.
+#define FORWARD(Method, Params, Args) \
+  faultIo.Method = [] Params { return Real(f)->pMethods->Method Args; }
+  FORWARD(xClose, (sqlite3_file * f), (Real(f)));
+  FORWARD(xWrite, (sqlite3_file * f, const void* p, int n, sqlite3_int64 at),
+          (Real(f), p, n, at));
+  FORWARD(xTruncate, (sqlite3_file * f, sqlite3_int64 n), (Real(f), n));
+  FORWARD(xSync, (sqlite3_file * f, int flags), (Real(f), flags));
+  FORWARD(xFileSize, (sqlite3_file * f, sqlite3_int64 * n), (Real(f), n));
+  FORWARD(xLock, (sqlite3_file * f, int lock), (Real(f), lock));
+  FORWARD(xUnlock, (sqlite3_file * f, int lock), (Real(f), lock));
+  FORWARD(xCheckReservedLock, (sqlite3_file * f, int* out), (Real(f), out));
+  FORWARD(xFileControl, (sqlite3_file * f, int op, void* arg),
+          (Real(f), op, arg));
+  FORWARD(xSectorSize, (sqlite3_file * f), (Real(f)));
+  FORWARD(xDeviceCharacteristics, (sqlite3_file * f), (Real(f)));
+#undef FORWARD
   sqlite3_vfs_register(&faultVfs, 1);
 }
 
