@@ -1,0 +1,428 @@
+#include "AdminDocument.h"
+
+#include <cstring>
+
+namespace doc {
+namespace {
+
+constexpr Field T = Field::kText, O = Field::kOid, R = Field::kRef,
+                L = Field::kRefs, M = Field::kMedia, F = Field::kFlag;
+
+// The writing rules of the exporter, element by element: the attributes in
+// the order it writes them and the closer it ends them with. Every value
+// but the first follows `" Name="` (two blanks before a data domain's Oid);
+// identifiers follow an "x", lists do not.
+const Layout kLayouts[kKindCount] = {
+    {"PROJECT",
+     kKindCount,
+     0,
+     {{"Name", T, false, ""},
+      {"Oid", O, false, ""},
+      {"VaultServers", L, true, "VAULTSERVER"},
+      {"DataServers", L, true, "DATASERVER"}},
+     "\">",
+     true},
+    {"DATARDB",
+     kProject,
+     1,
+     {{"Name", T, false, ""},
+      {"AliasName", T, false, ""},
+      {" Oid", O, false, ""},
+      {"OwnerDico", T, false, ""},
+      {"BusinessDomain", R, false, "BUSINESSDOMAIN"},
+      {"Driver", T, false, ""},
+      {"DataServer", R, true, "DATASERVER"}},
+     "\" />",
+     false},
+    {"DOMAIN",
+     kKindCount,
+     0,
+     {{"Name", T, false, ""}, {"Visible", F, false, ""}, {"Oid", O, false, ""}},
+     "\">",
+     true},
+    {"BUSINESSDOMAIN",
+     kDomain,
+     1,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"MetaDataName", T, false, ""},
+      {"Editor", T, false, ""},
+      {"CorvelFlag", T, false, ""},
+      {"DataModeler", T, false, ""}},
+     "\"/>",
+     false},
+    {"SERVER", kKindCount, 0, {}, ">", true},
+    {"DATASERVER",
+     kServer,
+     0,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"Authentication", T, false, ""},
+      {"DBMS", T, false, ""},
+      {"ConnectionString", T, false, ""},
+      {"Host", R, true, "HOST"}},
+     "\"/>",
+     false},
+    {"VAULTSERVER",
+     kServer,
+     0,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"AliasName", T, false, ""}},
+     "\"/>",
+     false},
+    {"HOST",
+     kKindCount,
+     0,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"OSType", T, false, ""},
+      {"OSVersion", T, false, ""}},
+     "\"/>",
+     false},
+    {"SUBSCRIBINGTARGET",
+     kKindCount,
+     0,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"Media", M, true, ""},
+      {"PackageDefinition", R, true, "PACKAGEDEFINITION"},
+      {"ExternSite", R, true, "EXTERNSITE"}},
+     "\" >",
+     true},
+    {"VAULTSERVERCAPTURESTATUS",
+     kSubscribingTarget,
+     1,
+     {{"Oid", O, false, ""},
+      {"LastSuccessfulDate", T, false, ""},
+      {"CapturedObject", R, false, "VAULTSERVER"}},
+     "\" />",
+     false},
+    {"DATASERVERCAPTURESTATUS",
+     kSubscribingTarget,
+     1,
+     {{"Oid", O, false, ""},
+      {"LastSuccessfulDate", T, false, ""},
+      {"CapturedObject", R, false, "DATASERVER"}},
+     "\" />",
+     false},
+    {"SUBSCRIPTION",
+     kKindCount,
+     0,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"Media", M, true, ""},
+      {"PackageDefinition", R, true, "PACKAGEDEFINITION"},
+      {"ExternSite", R, true, "EXTERNSITE"}},
+     "\" >",
+     true},
+    {"VAULTSERVERAPPLYSTATUS",
+     kSubscription,
+     1,
+     {{"Oid", O, false, ""},
+      {"LastSuccessfulDate", T, false, ""},
+      {"AppliedObject", R, false, "VAULTSERVER"}},
+     "\" />",
+     false},
+    {"DATASERVERAPPLYSTATUS",
+     kSubscription,
+     1,
+     {{"Oid", O, false, ""},
+      {"LastSuccessfulDate", T, false, ""},
+      {"AppliedObject", R, false, "DATASERVER"}},
+     "\" />",
+     false},
+    {"PACKAGEDEFINITION",
+     kKindCount,
+     0,
+     {{"Oid", O, false, ""},
+      {"Name", T, false, ""},
+      {"WholeDataDomains", L, true, "DATARDB"}},
+     "\" />",
+     false},
+    {"EXTERNSITE",
+     kKindCount,
+     0,
+     {{"Oid", O, false, ""}, {"Name", T, false, ""}},
+     "\"/>",
+     false},
+    {"LOCALSITE",
+     kKindCount,
+     0,
+     {{"Oid", O, false, ""}, {"Name", T, false, ""}},
+     "\"/>",
+     false},
+};
+
+const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
+const char kStylesheetOpener[] = "<?xml-stylesheet type=\"text/xsl\" href=\"";
+const char kStylesheetCloser[] = "\" ?>";
+const char kDoctype[] = "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >";
+
+// The attribute's name as written (a leading blank stays: a second one
+// before it); its value follows an "x" when it is an identifier.
+std::string Delimiter(const Attribute& a, bool first) {
+  std::string d = first ? std::string() : std::string("\" ");
+  d += a.name;
+  d += "=\"";
+  if (a.field == O || a.field == R || a.field == M) d += 'x';
+  return d;
+}
+
+bool Hex(std::string_view s) {
+  if (s.empty() || s.size() % 2) return false;
+  for (char c : s)
+    if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'))) return false;
+  return true;
+}
+
+bool Valid(Field field, std::string_view value) {
+  switch (field) {
+    case O:
+    case R:
+    case M:
+      return Hex(value);
+    case F:
+      return value == "Y" || value == "N";
+    case L: {
+      if (value.empty()) return false;
+      while (!value.empty()) {
+        const std::size_t blank = value.find(' ');
+        if (blank == std::string_view::npos || value[0] != 'x' ||
+            !Hex(value.substr(1, blank - 1)))
+          return false;
+        value.remove_prefix(blank + 1);
+      }
+      return true;
+    }
+    default:
+      return true;
+  }
+}
+
+enum class Fit { kNone, kOne, kMany };
+
+// Reads body as values separated by delimiters. The reading is unique when
+// the leftmost and the rightmost placements of the delimiters agree.
+Fit Place(std::string_view body, const std::vector<std::string>& delimiters,
+          std::vector<std::string_view>& values) {
+  const std::size_t n = delimiters.size();
+  std::size_t left[8], right[8];
+  std::size_t from = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::size_t at = body.find(delimiters[i], from);
+    if (at == std::string_view::npos) return Fit::kNone;
+    left[i] = at;
+    from = at + delimiters[i].size();
+  }
+  std::size_t to = body.size();
+  for (std::size_t i = n; i-- > 0;) {
+    if (to < delimiters[i].size()) return Fit::kNone;
+    const std::size_t at = body.rfind(delimiters[i], to - delimiters[i].size());
+    if (at == std::string_view::npos) return Fit::kNone;
+    right[i] = at;
+    to = at;
+  }
+  for (std::size_t i = 0; i < n; ++i)
+    if (left[i] != right[i]) return Fit::kMany;
+  values.clear();
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    values.push_back(body.substr(start, left[i] - start));
+    start = left[i] + delimiters[i].size();
+  }
+  values.push_back(body.substr(start));
+  return Fit::kOne;
+}
+
+// The ways the exporter can write one element: for each combination of its
+// optional attributes, the text up to the first value and the delimiters
+// before the others; and the texts that start its attributes.
+struct Variant {
+  std::uint32_t present;
+  std::string head;
+  std::vector<std::string> delimiters;
+};
+struct Grammar {
+  std::vector<Variant> variants;
+  std::vector<std::string> starts;
+};
+
+const Grammar& GrammarOf(Kind kind) {
+  static const std::vector<Grammar> grammars = [] {
+    std::vector<Grammar> all(kKindCount);
+    for (int k = 0; k < kKindCount; ++k) {
+      const Layout& layout = kLayouts[k];
+      std::vector<int> optional;
+      for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
+        if (layout.attributes[i].optional)
+          optional.push_back(static_cast<int>(i));
+        all[k].starts.push_back(std::string("\" ") + layout.attributes[i].name +
+                                "=\"");
+      }
+      for (int variant = 0; variant < (1 << optional.size()); ++variant) {
+        Variant v{(1u << layout.attributes.size()) - 1,
+                  std::string("<") + layout.name + " ",
+                  {}};
+        for (std::size_t o = 0; o < optional.size(); ++o)
+          if (!((variant >> o) & 1)) v.present &= ~(1u << optional[o]);
+        bool first = true;
+        for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
+          if (!((v.present >> i) & 1)) continue;
+          if (first)
+            v.head += Delimiter(layout.attributes[i], true);
+          else
+            v.delimiters.push_back(Delimiter(layout.attributes[i], false));
+          first = false;
+        }
+        all[k].variants.push_back(std::move(v));
+      }
+    }
+    return all;
+  }();
+  return grammars[kind];
+}
+
+// Reads an element line of layout (its indentation already checked).
+bool ReadElement(std::string_view text, Kind kind, Line& line,
+                 std::string* reason) {
+  const Layout& layout = kLayouts[kind];
+  const Grammar& grammar = GrammarOf(kind);
+  const std::size_t closer = std::strlen(layout.closer);
+  // A reading is clean when no text value holds the text that starts an
+  // attribute of the element: the exporter's own lines read so, in one way.
+  int fits = 0, clean = 0;
+  std::vector<std::string_view> values, found;
+  std::uint32_t foundPresent = 0;
+  for (const Variant& v : grammar.variants) {
+    if (text.size() < v.head.size() + closer ||
+        text.compare(0, v.head.size(), v.head) != 0 ||
+        text.compare(text.size() - closer, closer, layout.closer) != 0)
+      continue;
+    const Fit fit =
+        Place(text.substr(v.head.size(), text.size() - v.head.size() - closer),
+              v.delimiters, values);
+    if (fit == Fit::kNone) continue;
+    ++fits;
+    if (fit == Fit::kMany) continue;  // a value holds a delimiter
+    bool valid = true;
+    for (std::size_t i = 0, n = 0; i < layout.attributes.size() && valid; ++i) {
+      if (!((v.present >> i) & 1)) continue;
+      const std::string_view value = values[n++];
+      valid = Valid(layout.attributes[i].field, value);
+      if (layout.attributes[i].field != Field::kText || !valid) continue;
+      if (value.find("\" ") == std::string_view::npos) continue;
+      for (const std::string& start : grammar.starts)
+        valid = valid && value.find(start) == std::string_view::npos;
+    }
+    if (!valid) continue;
+    ++clean;
+    found = values;
+    foundPresent = v.present;
+  }
+  if (fits == 0) {
+    *reason = std::string("not a ") + layout.name +
+              " element as the exporter writes it";
+    return false;
+  }
+  if (clean != 1) {
+    *reason = std::string("ambiguous ") + layout.name +
+              " element: a value holds the text of an attribute, so that "
+              "more than one reading fits";
+    return false;
+  }
+  line.type = Line::kStart;
+  line.kind = kind;
+  line.present = foundPresent;
+  line.values.assign(layout.attributes.size(), std::string_view());
+  for (std::size_t i = 0, v = 0; i < layout.attributes.size(); ++i) {
+    if (!((foundPresent >> i) & 1)) continue;
+    const Field field = layout.attributes[i].field;
+    const std::string_view value = found[v++];
+    // An identifier's "x" ends its delimiter, just before the value.
+    line.values[i] = field == O || field == R || field == M
+                         ? std::string_view(value.data() - 1, value.size() + 1)
+                         : value;
+  }
+  return true;
+}
+
+}  // namespace
+
+const Layout& LayoutOf(Kind kind) { return kLayouts[kind]; }
+
+std::vector<std::string_view> Identifiers(std::string_view refs) {
+  std::vector<std::string_view> ids;
+  while (!refs.empty()) {
+    const std::size_t blank = refs.find(' ');
+    ids.push_back(refs.substr(0, blank));
+    if (blank == std::string_view::npos) break;
+    refs.remove_prefix(blank + 1);
+  }
+  return ids;
+}
+
+bool ReadLine(std::string_view text, Line& line, std::string* reason) {
+  line.kind = kKindCount;
+  line.values.clear();
+  line.present = 0;
+  if (text == kDeclaration) return line.type = Line::kDeclaration, true;
+  if (text == kDoctype) return line.type = Line::kDoctype, true;
+  if (text == "<AdminObjects>") return line.type = Line::kRootStart, true;
+  if (text == "</AdminObjects>") return line.type = Line::kRootEnd, true;
+  const std::size_t opener = std::strlen(kStylesheetOpener);
+  const std::size_t closer = std::strlen(kStylesheetCloser);
+  if (text.size() >= opener + closer &&
+      text.substr(0, opener) == kStylesheetOpener &&
+      text.substr(text.size() - closer) == kStylesheetCloser) {
+    line.type = Line::kStylesheet;
+    line.values.emplace_back(
+        text.substr(opener, text.size() - opener - closer));
+    return true;
+  }
+  std::size_t blanks = 0;
+  while (blanks < text.size() && text[blanks] == ' ') ++blanks;
+  const std::string_view tag = text.substr(blanks);
+  for (int k = 0; k < kKindCount; ++k) {
+    const Layout& layout = kLayouts[k];
+    const std::size_t n = std::strlen(layout.name);
+    const bool end = tag.size() == n + 3 && tag.substr(0, 2) == "</" &&
+                     tag.substr(2, n) == layout.name && tag.back() == '>';
+    const bool bare = layout.attributes.empty() && tag.size() == n + 2 &&
+                      tag[0] == '<' && tag.substr(1, n) == layout.name &&
+                      tag.back() == '>';
+    const bool start = tag.size() > n + 1 && tag[0] == '<' &&
+                       tag.substr(1, n) == layout.name && tag[n + 1] == ' ';
+    if (!end && !bare && !start) continue;
+    // End tags and the server wrapper stand in the first column.
+    const std::size_t want =
+        end || bare ? 0 : static_cast<std::size_t>(2 * layout.depth);
+    if (end && !layout.hasEndTag) break;
+    if (blanks != want) {
+      *reason = std::string(layout.name) + " indented by " +
+                std::to_string(blanks) + " blanks, not " + std::to_string(want);
+      return false;
+    }
+    line.kind = Kind(k);
+    if (end) return line.type = Line::kEnd, true;
+    if (bare) return line.type = Line::kStart, true;
+    return ReadElement(tag, Kind(k), line, reason);
+  }
+  *reason = "not a line of the document";
+  return false;
+}
+
+Reader::Reader(const std::string& path) : buffer_(1 << 20) {
+  in_.rdbuf()->pubsetbuf(buffer_.data(),
+                         static_cast<std::streamsize>(buffer_.size()));
+  in_.open(path, std::ios::binary);
+}
+
+bool Reader::Next(std::string& text) {
+  if (!std::getline(in_, text)) return false;
+  ++number_;
+  noNewline_ = in_.eof();
+  return true;
+}
+
+}  // namespace doc

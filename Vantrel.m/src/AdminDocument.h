@@ -1,0 +1,117 @@
+// The AdminObjects document as the exporter writes it, read back line by
+// line.
+//
+// The document is not always well-formed XML (values are written
+// unescaped), so it is read with the exporter's own layout: one element per
+// line, each with a fixed sequence of attributes, optional ones in known
+// places, each value ended by the next expected delimiter. A line that two
+// readings fit is refused, never read as one of them.
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace doc {
+
+// What an attribute holds.
+enum class Field : std::uint8_t {
+  kText,   // any text without a line break
+  kOid,    // the element's identifier: "x" and upper-case hexadecimal
+  kRef,    // the identifier of another element
+  kRefs,   // identifiers, each followed by a blank
+  kMedia,  // the identifier of a media, which has no element
+  kFlag,   // Y or N
+};
+
+struct Attribute {
+  const char* name;
+  Field field;
+  bool optional;
+  const char* kinds;  // for references: the elements it may name, by blank
+};
+
+// The elements of the document, in the order of their sections.
+enum Kind : std::uint8_t {
+  kProject,
+  kDataRdb,
+  kDomain,
+  kBusinessDomain,
+  kServer,
+  kDataServer,
+  kVaultServer,
+  kHost,
+  kSubscribingTarget,
+  kVaultServerCaptureStatus,
+  kDataServerCaptureStatus,
+  kSubscription,
+  kVaultServerApplyStatus,
+  kDataServerApplyStatus,
+  kPackageDefinition,
+  kExternSite,
+  kLocalSite,
+  kKindCount
+};
+
+// How the exporter writes one element.
+struct Layout {
+  const char* name;
+  Kind parent;  // kKindCount for a child of AdminObjects
+  int depth;    // blanks of indentation, two per level
+  std::vector<Attribute> attributes;
+  const char* closer;  // ends the start tag (or the element)
+  bool hasEndTag;      // children follow, then the end tag in column one
+};
+
+// The layout of kind.
+const Layout& LayoutOf(Kind kind);
+
+// One line of the document, read.
+struct Line {
+  enum Type : std::uint8_t {
+    kDeclaration,
+    kStylesheet,
+    kDoctype,
+    kRootStart,
+    kRootEnd,
+    kStart,  // an element (with or without children)
+    kEnd,    // the end tag of an element with children
+  };
+  Type type;
+  Kind kind = kKindCount;
+  // The values of the layout's attributes, identifiers with their "x"; an
+  // absent optional one is empty and not present. They view the text read,
+  // and last as long as it does.
+  std::vector<std::string_view> values;
+  std::uint32_t present = 0;  // bit i: attribute i is present
+  bool Has(int i) const { return (present >> i) & 1; }
+};
+
+// Reads one line of a document (without its newline); false with a reason
+// when it is not one of the document's lines, or two readings fit it.
+bool ReadLine(std::string_view text, Line& line, std::string* reason);
+
+// Splits a list of identifiers ("x0A x0B ") into the identifiers.
+std::vector<std::string_view> Identifiers(std::string_view refs);
+
+// Streams the lines of a document file.
+class Reader {
+ public:
+  explicit Reader(const std::string& path);
+  bool Open() const { return in_.is_open(); }
+  // Reads the next line into text; false at the end of the file. last is
+  // set when the line was the last and lacked its newline.
+  bool Next(std::string& text);
+  std::size_t LineNumber() const { return number_; }
+  bool EndedWithoutNewline() const { return noNewline_; }
+
+ private:
+  std::ifstream in_;
+  std::vector<char> buffer_;
+  std::size_t number_ = 0;
+  bool noNewline_ = false;
+};
+
+}  // namespace doc

@@ -1,0 +1,227 @@
+// Tests of vantrel-doc: the document read back.
+//
+// Plan:
+//   RoundTrip  export, load, export gives the same bytes: the demonstration,
+//              the test store (markup in values), stores of other shapes
+//   Check      a whole document's summary; each problem on its FILE:LINE
+//   Diff       each kind of change, the same administration, trouble
+//   Load       an existing store is never touched; a refused document
+//              creates nothing
+#include <sstream>
+
+#include "VantrelDoc.h"
+#include "test_support.h"
+
+using test_support::DataPath;
+using test_support::FileExists;
+using test_support::MakeStore;
+using test_support::OutputPath;
+using test_support::ReadFile;
+using test_support::WriteFile;
+
+namespace {
+
+struct Outcome {
+  int rc;
+  std::string out, err;
+};
+
+template <class Command, class... Args>
+Outcome Doc(Command command, const Args&... args) {
+  std::ostringstream out, err;
+  const int rc = command(args..., out, err);
+  return {rc, out.str(), err.str()};
+}
+
+// Exports store (the demonstration for "") to file; returns its text.
+std::string Export(const std::string& store, const std::string& file) {
+  std::optional<std::string> variable;
+  if (!store.empty()) variable = store;
+  const auto run = test_support::Run(VANTREL_BINARY, {"-f", file},
+                                     {{"KIV_ADMIN_STORE", variable}});
+  EXPECT_EQ(run.status, 0) << run.err;
+  return ReadFile(file);
+}
+
+TEST(RoundTrip, ExportLoadExportGivesTheSameBytes) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const struct {
+    const char* name;
+    std::vector<std::string> sql;  // none: the demonstration
+  } cases[] = {
+      {"demo", {}},
+      {"full", {full}},
+      {"empty", {""}},
+      {"no servers",
+       {full,
+        "DELETE FROM capture_status; DELETE FROM "
+        "apply_status; DELETE FROM project_data_server;"
+        "UPDATE data_domain SET data_server = NULL;"
+        "DELETE FROM data_server; DELETE FROM "
+        "vault_server; DELETE FROM project_vault_server;"}},
+      {"generated",
+       {"WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+        "WHERE i < 300) INSERT INTO project SELECT CAST(printf('P%04d', i) "
+        "AS BLOB), 'p' || i FROM k ORDER BY random();"
+        "INSERT INTO domain VALUES (x'01', 'd', 1);"
+        "INSERT INTO business_domain VALUES (x'02', x'01', 'b', '', '', '', "
+        "'');"
+        "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+        "WHERE i < 900) INSERT INTO data_domain SELECT CAST(printf('A%04d', "
+        "i) AS BLOB), CAST(printf('P%04d', i % 300 + 1) AS BLOB), 'a<&\"' "
+        "|| i, '', '', '', 'rdb', x'02', NULL FROM k ORDER BY random();"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string store;
+    if (!c.sql.empty()) {
+      store = OutputPath(std::string("rt-") + c.name + ".db");
+      MakeStore(store, c.sql);
+    }
+    const std::string file = OutputPath("rt.xml");
+    const std::string first = Export(store, file);
+    const std::string loaded = OutputPath("rt-loaded.db");
+    std::remove(loaded.c_str());
+    const Outcome load = Doc(DocLoad, file, loaded);
+    ASSERT_EQ(load.rc, 0) << load.err;
+    EXPECT_EQ(Export(loaded, OutputPath("rt-again.xml")), first);
+  }
+}
+
+// The golden document with replace put in place of find (its first one).
+std::string Changed(const std::string& find, const std::string& replace) {
+  std::string text = ReadFile(DataPath("full.xml"));
+  const std::size_t at = text.find(find);
+  EXPECT_NE(at, std::string::npos) << find;
+  return text.replace(at, find.size(), replace);
+}
+
+TEST(Check, AWholeDocumentIsSummed) {
+  const Outcome o = Doc(DocCheck, DataPath("full.xml"));
+  EXPECT_EQ(o.rc, 0) << o.err;
+  EXPECT_EQ(o.out.substr(0, o.out.find('\n')),
+            DataPath("full.xml") + ": a whole document of 33 objects");
+  EXPECT_NE(o.out.find("\n  DATASERVERCAPTURESTATUS 2\n"), std::string::npos);
+}
+
+TEST(Check, EachProblemOnItsLine) {
+  const std::string host =
+      "<HOST Oid=\"x0A02\" Name=\"beta\" OSType=\"\" "
+      "OSVersion=\"\"/>\n";
+  const struct {
+    const char* name;
+    std::string text;
+    std::string problem;  // after FILE:
+  } cases[] = {
+      {"cut short", ReadFile(DataPath("full.xml")).substr(0, 1200),
+       "23: the document ends before </AdminObjects>: an export that failed "
+       "or a file cut short"},
+      {"not a line", Changed(host, "<HOST Oid=\"x0A02\"/>\n"),
+       "29: not a HOST element as "
+       "the exporter writes it"},
+      {"indented", Changed(host, "  " + host),
+       "29: HOST indented by 2 "
+       "blanks, not 0"},
+      {"twice", Changed("Oid=\"x0A02\"", "Oid=\"x0A01\""),
+       "29: identifier x0A01 is also the identifier of line 28"},
+      {"unknown", Changed("Host=\"x0A01\"", "Host=\"x0A09\""),
+       "23: Host names x0A09, which is not in the document"},
+      {"wrong kind", Changed("Host=\"x0A01\"", "Host=\"x0C01\""),
+       "23: Host names x0C01, a VAULTSERVER (line 25), not a HOST"},
+      {"out of place",
+       Changed(
+           "</SERVER>\n",
+           "</SERVER>\n" +
+               std::string("<DOMAIN Name=\"D\" Visible=\"Y\" Oid=\"x99\">\n")),
+       "28: <DOMAIN> is out of its place"},
+      {"ambiguous", Changed("Name=\"beta\"", "Name=\"b\" OSType=\"x\""),
+       "29: ambiguous HOST element: a value holds the text of an attribute, "
+       "so that more than one reading fits"},
+      {"after the end", ReadFile(DataPath("full.xml")) + host,
+       "51: a line after </AdminObjects>"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = OutputPath("check.xml");
+    WriteFile(file, c.text);
+    const Outcome o = Doc(DocCheck, file);
+    EXPECT_EQ(o.rc, 1);
+    EXPECT_EQ(o.out, "");
+    EXPECT_NE(o.err.find(file + ":" + c.problem + "\n"), std::string::npos)
+        << o.err;
+  }
+}
+
+// The golden document with the business domain of the second domain moved
+// to the end of the first.
+std::string MovedToFirstDomain() {
+  std::string text = ReadFile(DataPath("full.xml"));
+  const std::size_t at = text.find("  <BUSINESSDOMAIN Oid=\"x0F03\"");
+  const std::string line = text.substr(at, text.find('\n', at) + 1 - at);
+  text.erase(at, line.size());
+  return text.insert(text.find("</DOMAIN>\n"), line);
+}
+
+TEST(Diff, EachKindOfChangeGroupedByKind) {
+  const std::string old = DataPath("full.xml");
+  const std::string hosts =
+      "<HOST Oid=\"x0A01\" Name=\"alpha\" OSType=\"Linux\" "
+      "OSVersion=\"6.1\"/>\n"
+      "<HOST Oid=\"x0A02\" Name=\"beta\" OSType=\"\" OSVersion=\"\"/>\n";
+  const struct {
+    const char* name;
+    std::string text;
+    int rc;
+    std::string out;
+  } cases[] = {
+      {"same", ReadFile(old), 0, ""},
+      {"attribute", Changed("OSType=\"\"", "OSType=\"AIX\""), 1,
+       "changed HOST x0A02 \"beta\" OSType: \"\" -> \"AIX\"\n"},
+      {"optional attribute", Changed(" Host=\"x0A01\"", ""), 1,
+       "changed DATASERVER x0B01 \"MAINDB\" Host: \"x0A01\" -> (none)\n"},
+      {"added and removed", Changed("Oid=\"x0A02\"", "Oid=\"x0A09\""), 1,
+       "removed HOST x0A02 \"beta\"\n"
+       "added HOST x0A09 \"beta\" in the document\n"},
+      {"moved to another owner", MovedToFirstDomain(), 1,
+       "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 to x0E01\n"},
+      {"moved in its list",
+       ReadFile(old).replace(ReadFile(old).find(hosts), hosts.size(),
+                             hosts.substr(hosts.find('\n') + 1) +
+                                 hosts.substr(0, hosts.find('\n') + 1)),
+       1,
+       "moved HOST x0A02 \"beta\" in the document from place 2 to place 1\n"
+       "moved HOST x0A01 \"alpha\" in the document from place 1 to place 2\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = OutputPath("diff.xml");
+    WriteFile(file, c.text);
+    const Outcome o = Doc(DocDiff, old, file);
+    EXPECT_EQ(o.rc, c.rc) << o.err;
+    EXPECT_EQ(o.out, c.out);
+  }
+  const std::string cut = OutputPath("cut.xml");
+  WriteFile(cut, ReadFile(old).substr(0, 300));
+  EXPECT_EQ(Doc(DocDiff, old, cut).rc, 2);
+}
+
+TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {
+  const std::string store = OutputPath("existing.db");
+  WriteFile(store, "precious");
+  Outcome o = Doc(DocLoad, DataPath("full.xml"), store);
+  EXPECT_EQ(o.rc, 1);
+  EXPECT_EQ(o.err, "vantrel-doc: cannot create the store " + store +
+                       ": the file exists: a store is never written over\n");
+  EXPECT_EQ(ReadFile(store), "precious");
+
+  const std::string cut = OutputPath("cut.xml"), fresh = OutputPath("fresh.db");
+  WriteFile(cut, ReadFile(DataPath("full.xml")).substr(0, 300));
+  std::remove(fresh.c_str());
+  o = Doc(DocLoad, cut, fresh);
+  EXPECT_EQ(o.rc, 1);
+  EXPECT_EQ(o.err.substr(0, o.err.find('\n')),
+            "vantrel-doc: " + cut + " is refused by check: nothing was loaded");
+  EXPECT_FALSE(FileExists(fresh));
+}
+
+}  // namespace

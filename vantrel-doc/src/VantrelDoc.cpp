@@ -1,0 +1,544 @@
+#include "VantrelDoc.h"
+
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <unordered_map>
+#include <vector>
+
+#include "AdminDocument.h"
+#include "KivStoreWriter.h"
+
+namespace {
+
+using doc::Kind;
+using doc::Line;
+
+// Where an element stands: its parent's identifier ("" under the document
+// element or the server wrapper) and its place among its siblings.
+struct Place {
+  std::string parent;
+  std::size_t index = 0;
+};
+
+// The top-level sections in their order; children have none.
+int Section(Kind kind) {
+  switch (kind) {
+    case doc::kProject:
+      return 0;
+    case doc::kDomain:
+      return 1;
+    case doc::kServer:
+      return 2;
+    case doc::kHost:
+      return 3;
+    case doc::kSubscribingTarget:
+      return 4;
+    case doc::kSubscription:
+      return 5;
+    case doc::kPackageDefinition:
+      return 6;
+    case doc::kExternSite:
+      return 7;
+    case doc::kLocalSite:
+      return 8;
+    default:
+      return -1;
+  }
+}
+
+std::string Name(const doc::Attribute& a) {
+  return a.name[0] == ' ' ? a.name + 1 : a.name;
+}
+
+// The identifier of an element, from its Oid attribute.
+std::string OidOf(const Line& line) {
+  const auto& attributes = doc::LayoutOf(line.kind).attributes;
+  for (std::size_t i = 0; i < attributes.size(); ++i)
+    if (attributes[i].field == doc::Field::kOid)
+      return std::string(line.values[i]);
+  return std::string();
+}
+
+// Reads a document, checking its structure: calls element for every element
+// read, problem for every line at fault. False when the file cannot be
+// opened.
+bool Walk(
+    const std::string& file,
+    const std::function<void(const Line&, std::size_t, const Place&)>& element,
+    const std::function<void(std::size_t, const std::string&)>& problem) {
+  doc::Reader reader(file);
+  if (!reader.Open()) return false;
+  enum { kDeclaration, kDoctype, kRoot, kInRoot, kDone } stage = kDeclaration;
+  int section = -1;
+  Kind open = doc::kKindCount;  // the element whose children are read
+  int childRank = 0;
+  std::string openOid;
+  std::size_t children = 0;
+  std::map<Kind, std::size_t> topLevel;
+  std::string text, reason;
+  Line line;
+  while (reader.Next(text)) {
+    const std::size_t n = reader.LineNumber();
+    if (!doc::ReadLine(text, line, &reason)) {
+      problem(n, reason);
+      continue;
+    }
+    const auto misplaced = [&](const std::string& what) {
+      problem(n, what + " is out of its place");
+    };
+    if (stage == kDone) {
+      problem(n, "a line after </AdminObjects>");
+      continue;
+    }
+    switch (line.type) {
+      case Line::kDeclaration:
+        if (stage != kDeclaration) misplaced("the XML declaration");
+        stage = kDoctype;
+        continue;
+      case Line::kStylesheet:
+        if (stage != kDoctype) misplaced("the stylesheet instruction");
+        continue;
+      case Line::kDoctype:
+        if (stage != kDoctype) misplaced("the DOCTYPE");
+        stage = kRoot;
+        continue;
+      case Line::kRootStart:
+        if (stage != kRoot) misplaced("<AdminObjects>");
+        stage = kInRoot;
+        continue;
+      case Line::kRootEnd:
+        if (open != doc::kKindCount)
+          problem(n, std::string("</") + doc::LayoutOf(open).name +
+                         "> is missing before </AdminObjects>");
+        stage = kDone;
+        continue;
+      default:
+        break;
+    }
+    const doc::Layout& layout = doc::LayoutOf(line.kind);
+    if (stage != kInRoot) {
+      misplaced(std::string("<") + layout.name + ">");
+      continue;
+    }
+    if (line.type == Line::kEnd) {
+      if (open != line.kind)
+        misplaced(std::string("</") + layout.name + ">");
+      else
+        open = doc::kKindCount;
+      continue;
+    }
+    Place place;
+    if (layout.parent == doc::kKindCount) {
+      const int rank = Section(line.kind);
+      if (open != doc::kKindCount || rank < section ||
+          (rank == section &&
+           (line.kind == doc::kServer || line.kind == doc::kLocalSite))) {
+        misplaced(std::string("<") + layout.name + ">");
+        continue;
+      }
+      section = rank;
+      place.index = topLevel[line.kind]++;
+      if (layout.hasEndTag) {
+        open = line.kind;
+        openOid = OidOf(line);
+        children = 0;
+        childRank = 0;
+      }
+    } else {
+      // Children of one kind follow those of the kind written before them.
+      const int rank = line.kind == doc::kVaultServer ||
+                               line.kind == doc::kDataServerCaptureStatus ||
+                               line.kind == doc::kDataServerApplyStatus
+                           ? 1
+                           : 0;
+      if (open != layout.parent || rank < childRank) {
+        misplaced(std::string("<") + layout.name + ">");
+        continue;
+      }
+      childRank = rank;
+      place.parent = openOid;
+      place.index = children++;
+    }
+    element(line, n, place);
+  }
+  if (stage != kDone)
+    problem(reader.LineNumber(),
+            "the document ends before </AdminObjects>: an export that failed "
+            "or a file cut short");
+  else if (reader.EndedWithoutNewline())
+    problem(reader.LineNumber(), "the last line has no newline");
+  return true;
+}
+
+// An identifier's bytes: the hexadecimal after the "x", decoded, so that the
+// usual 8-byte oids are held without an allocation of their own.
+std::string Bytes(std::string_view identifier) {
+  std::string bytes;
+  for (std::size_t i = 1; i + 1 < identifier.size(); i += 2) {
+    const auto digit = [](char c) { return c <= '9' ? c - '0' : c - 'A' + 10; };
+    bytes +=
+        static_cast<char>(digit(identifier[i]) * 16 + digit(identifier[i + 1]));
+  }
+  return bytes;
+}
+
+struct Defined {
+  std::string oid;
+  Kind kind;
+  std::size_t line;
+  bool operator<(const Defined& o) const {
+    return oid != o.oid ? oid < o.oid : line < o.line;
+  }
+};
+
+struct Reference {
+  std::string oid;
+  const char* kinds;
+  const char* attribute;
+  std::size_t line;
+};
+
+// Checks a document; returns its problems, one line each in the order of
+// the lines, and counts its elements per kind.
+std::vector<std::string> Problems(const std::string& file,
+                                  std::size_t counts[doc::kKindCount],
+                                  bool* opened) {
+  std::vector<std::pair<std::size_t, std::string>> problems;
+  std::vector<Defined> oids;
+  std::vector<Reference> references;
+  const auto problem = [&](std::size_t n, const std::string& what) {
+    problems.emplace_back(n, file + ":" + std::to_string(n) + ": " + what);
+  };
+  *opened = Walk(
+      file,
+      [&](const Line& line, std::size_t n, const Place&) {
+        ++counts[line.kind];
+        const auto& attributes = doc::LayoutOf(line.kind).attributes;
+        for (std::size_t i = 0; i < attributes.size(); ++i) {
+          if (!line.Has(static_cast<int>(i))) continue;
+          const doc::Attribute& a = attributes[i];
+          if (a.field == doc::Field::kOid)
+            oids.push_back({Bytes(line.values[i]), line.kind, n});
+          else if (a.field == doc::Field::kRef)
+            references.push_back({Bytes(line.values[i]), a.kinds, a.name, n});
+          else if (a.field == doc::Field::kRefs)
+            for (std::string_view id : doc::Identifiers(line.values[i]))
+              references.push_back({Bytes(id), a.kinds, a.name, n});
+        }
+      },
+      problem);
+  std::sort(oids.begin(), oids.end());
+  const auto shown = [](const std::string& bytes) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string text = "x";
+    for (unsigned char c : bytes) (text += kDigits[c >> 4]) += kDigits[c & 15];
+    return text;
+  };
+  for (std::size_t i = 1; i < oids.size(); ++i)
+    if (oids[i].oid == oids[i - 1].oid)
+      problem(oids[i].line, "identifier " + shown(oids[i].oid) +
+                                " is also the identifier of line " +
+                                std::to_string(oids[i - 1].line));
+  for (const Reference& r : references) {
+    const auto it = std::lower_bound(
+        oids.begin(), oids.end(), r.oid,
+        [](const Defined& d, const std::string& oid) { return d.oid < oid; });
+    if (it == oids.end() || it->oid != r.oid) {
+      problem(r.line, std::string(r.attribute) + " names " + shown(r.oid) +
+                          ", which is not in the document");
+      continue;
+    }
+    const std::string kind = doc::LayoutOf(it->kind).name;
+    if ((std::string(" ") + r.kinds + " ").find(" " + kind + " ") ==
+        std::string::npos)
+      problem(r.line, std::string(r.attribute) + " names " + shown(r.oid) +
+                          ", a " + kind + " (line " + std::to_string(it->line) +
+                          "), not a " + r.kinds);
+  }
+  std::stable_sort(
+      problems.begin(), problems.end(),
+      [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<std::string> lines;
+  for (auto& p : problems) lines.push_back(std::move(p.second));
+  return lines;
+}
+
+}  // namespace
+
+int DocCheck(const std::string& file, std::ostream& out, std::ostream& err) {
+  std::size_t counts[doc::kKindCount] = {};
+  bool opened = false;
+  const std::vector<std::string> problems = Problems(file, counts, &opened);
+  if (!opened) {
+    err << "vantrel-doc: cannot read " << file << "\n";
+    return 1;
+  }
+  for (const std::string& p : problems) err << p << "\n";
+  if (!problems.empty()) return 1;
+  std::size_t total = 0;
+  for (std::size_t c : counts) total += c;
+  out << file << ": a whole document of " << total - counts[doc::kServer]
+      << " objects\n";
+  for (int k = 0; k < doc::kKindCount; ++k)
+    if (k != doc::kServer && counts[k])
+      out << "  " << doc::LayoutOf(Kind(k)).name << " " << counts[k] << "\n";
+  return 0;
+}
+
+namespace {
+
+struct Entry {
+  Kind kind;
+  std::vector<std::string> values;
+  std::uint32_t present;
+  Place place;
+  std::size_t order;  // in the document
+};
+
+// Reads a checked document into its objects, by identifier.
+bool Objects(const std::string& file,
+             std::unordered_map<std::string, Entry>& objects,
+             std::vector<std::string>& order, std::ostream& err) {
+  std::size_t counts[doc::kKindCount] = {};
+  bool opened = false;
+  const std::vector<std::string> problems = Problems(file, counts, &opened);
+  if (!opened || !problems.empty()) {
+    err << "vantrel-doc: " << file
+        << (opened ? " is refused by check" : " cannot be read") << "\n";
+    for (const std::string& p : problems) err << p << "\n";
+    return false;
+  }
+  Walk(
+      file,
+      [&](const Line& line, std::size_t, const Place& place) {
+        const std::string oid = OidOf(line);
+        if (oid.empty()) return;
+        objects[oid] = Entry{
+            line.kind,
+            std::vector<std::string>(line.values.begin(), line.values.end()),
+            line.present, place, order.size()};
+        order.push_back(oid);
+      },
+      [](std::size_t, const std::string&) {});
+  return true;
+}
+
+std::string Quoted(const std::string& value) {
+  return "\"" + KivEscaped(value) + "\"";
+}
+
+// The places of the objects present in both documents among their siblings
+// present in both, by identifier.
+std::unordered_map<std::string, std::size_t> CommonPlaces(
+    const std::unordered_map<std::string, Entry>& objects,
+    const std::vector<std::string>& order,
+    const std::unordered_map<std::string, Entry>& other) {
+  std::map<std::pair<std::string, Kind>, std::size_t> next;
+  std::unordered_map<std::string, std::size_t> places;
+  for (const std::string& oid : order) {
+    const Entry& e = objects.at(oid);
+    const auto it = other.find(oid);
+    if (it == other.end() || it->second.place.parent != e.place.parent)
+      continue;
+    places[oid] = next[{e.place.parent, e.kind}]++;
+  }
+  return places;
+}
+
+}  // namespace
+
+int DocDiff(const std::string& oldFile, const std::string& newFile,
+            std::ostream& out, std::ostream& err) {
+  std::unordered_map<std::string, Entry> before, after;
+  std::vector<std::string> beforeOrder, afterOrder;
+  if (!Objects(oldFile, before, beforeOrder, err) ||
+      !Objects(newFile, after, afterOrder, err))
+    return 2;
+  const auto beforePlaces = CommonPlaces(before, beforeOrder, after);
+  const auto afterPlaces = CommonPlaces(after, afterOrder, before);
+  std::vector<std::string> lines[doc::kKindCount];
+  const auto named = [](const Entry& e, const std::string& oid) {
+    const doc::Layout& layout = doc::LayoutOf(e.kind);
+    std::string text = std::string(layout.name) + " " + oid;
+    for (std::size_t i = 0; i < layout.attributes.size(); ++i)
+      if (Name(layout.attributes[i]) == "Name")
+        text += " " + Quoted(e.values[i]);
+    return text;
+  };
+  const auto where = [](const Entry& e) {
+    return (e.place.parent.empty() ? std::string("the document")
+                                   : e.place.parent);
+  };
+  for (const std::string& oid : beforeOrder)
+    if (!after.count(oid))
+      lines[before[oid].kind].push_back("removed " + named(before[oid], oid));
+  for (const std::string& oid : afterOrder) {
+    const Entry& now = after[oid];
+    const auto it = before.find(oid);
+    if (it == before.end()) {
+      lines[now.kind].push_back("added " + named(now, oid) + " in " +
+                                where(now));
+      continue;
+    }
+    const Entry& was = it->second;
+    if (was.kind != now.kind) {
+      lines[now.kind].push_back("changed " + oid + " from a " +
+                                doc::LayoutOf(was.kind).name + " to a " +
+                                doc::LayoutOf(now.kind).name);
+      continue;
+    }
+    const doc::Layout& layout = doc::LayoutOf(now.kind);
+    for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
+      const bool had = (was.present >> i) & 1, has = (now.present >> i) & 1;
+      if (had == has && was.values[i] == now.values[i]) continue;
+      lines[now.kind].push_back(
+          "changed " + named(now, oid) + " " + Name(layout.attributes[i]) +
+          ": " + (had ? Quoted(was.values[i]) : "(none)") + " -> " +
+          (has ? Quoted(now.values[i]) : "(none)"));
+    }
+    if (was.place.parent != now.place.parent)
+      lines[now.kind].push_back("moved " + named(now, oid) + " from " +
+                                where(was) + " to " + where(now));
+    else if (beforePlaces.at(oid) != afterPlaces.at(oid))
+      lines[now.kind].push_back(
+          "moved " + named(now, oid) + " in " + where(now) + " from place " +
+          std::to_string(beforePlaces.at(oid) + 1) + " to place " +
+          std::to_string(afterPlaces.at(oid) + 1));
+  }
+  bool differ = false;
+  for (const auto& kind : lines)
+    for (const std::string& line : kind) {
+      out << line << "\n";
+      differ = true;
+    }
+  return differ ? 1 : 0;
+}
+
+int DocLoad(const std::string& file, const std::string& store,
+            std::ostream& out, std::ostream& err) {
+  std::size_t counts[doc::kKindCount] = {};
+  bool opened = false;
+  const std::vector<std::string> problems = Problems(file, counts, &opened);
+  if (!opened || !problems.empty()) {
+    err << "vantrel-doc: " << file
+        << (opened ? " is refused by check: nothing was loaded"
+                   : " cannot be read")
+        << "\n";
+    for (const std::string& p : problems) err << p << "\n";
+    return 1;
+  }
+  std::string error;
+  std::unique_ptr<KivStoreWriter> writer =
+      KivStoreWriter::Create(store, &error);
+  if (!writer) {
+    err << "vantrel-doc: cannot create the store " << store << ": " << error
+        << "\n";
+    return 1;
+  }
+  using W = KivStoreWriter;
+  bool ok = true;
+  const auto add = [&](const char* table, const std::vector<W::Value>& values,
+                       bool once = false) {
+    ok = ok && writer->Add(table, values, &error, once);
+  };
+  const auto ref = [](const Line& line, int i) {
+    return line.Has(i) ? W::Oid(line.values[i]) : W::Null();
+  };
+  const auto list = [&](const char* table, std::string_view owner,
+                        const Line& line, int i) {
+    if (!line.Has(i)) return;
+    for (std::string_view id : doc::Identifiers(line.values[i]))
+      add(table, {W::Oid(owner), W::Oid(id)});
+  };
+  Walk(
+      file,
+      [&](const Line& l, std::size_t, const Place& p) {
+        const std::vector<std::string_view>& v = l.values;
+        switch (l.kind) {
+          case doc::kProject:
+            add("project", {W::Oid(v[1]), W::Text(v[0])});
+            list("project_vault_server", v[1], l, 2);
+            list("project_data_server", v[1], l, 3);
+            break;
+          case doc::kDataRdb:
+            add("data_domain", {W::Oid(v[2]), W::Oid(p.parent), W::Text(v[0]),
+                                W::Text(v[1]), W::Text(v[3]), W::Text(v[5]),
+                                W::Text("rdb"), ref(l, 4), ref(l, 6)});
+            break;
+          case doc::kDomain:
+            add("domain",
+                {W::Oid(v[2]), W::Text(v[0]), W::Integer(v[1] == "Y" ? 1 : 0)});
+            break;
+          case doc::kBusinessDomain:
+            add("business_domain",
+                {W::Oid(v[0]), W::Oid(p.parent), W::Text(v[1]), W::Text(v[2]),
+                 W::Text(v[3]), W::Text(v[4]), W::Text(v[5])});
+            break;
+          case doc::kDataServer:
+            add("data_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]),
+                                W::Text(v[3]), W::Text(v[4]), ref(l, 5)});
+            break;
+          case doc::kVaultServer:
+            add("vault_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2])});
+            break;
+          case doc::kHost:
+            add("host",
+                {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]), W::Text(v[3])});
+            break;
+          case doc::kSubscribingTarget:
+          case doc::kSubscription:
+            // A media has no element: its row is made where it is named.
+            if (l.Has(2)) add("media", {ref(l, 2), W::Null()}, true);
+            add(l.kind == doc::kSubscription ? "subscription"
+                                             : "subscribing_target",
+                {W::Oid(v[0]), W::Text(v[1]), ref(l, 2), ref(l, 3), ref(l, 4)});
+            break;
+          case doc::kVaultServerCaptureStatus:
+          case doc::kDataServerCaptureStatus:
+            add("capture_status",
+                {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
+            break;
+          case doc::kVaultServerApplyStatus:
+          case doc::kDataServerApplyStatus:
+            add("apply_status",
+                {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
+            break;
+          case doc::kPackageDefinition:
+            add("package_definition", {W::Oid(v[0]), W::Text(v[1])});
+            list("package_whole_data_domain", v[0], l, 2);
+            break;
+          case doc::kExternSite:
+            add("extern_site", {W::Oid(v[0]), W::Text(v[1])});
+            break;
+          case doc::kLocalSite:
+            add("local_site", {W::Oid(v[0]), W::Text(v[1])});
+            break;
+          default:
+            break;
+        }
+      },
+      [](std::size_t, const std::string&) {});
+  if (!ok || !writer->Commit(&error)) {
+    err << "vantrel-doc: cannot load " << file << " into " << store << ": "
+        << error << "\n";
+    return 1;  // the new file is removed
+  }
+  out << store << ": loaded from " << file << "\n";
+  return 0;
+}
+
+int VantrelDocMain(int argc, char* argv[]) {
+  const std::string command = argc > 1 ? argv[1] : "";
+  if (command == "check" && argc == 3)
+    return DocCheck(argv[2], std::cout, std::cerr);
+  if (command == "diff" && argc == 4)
+    return DocDiff(argv[2], argv[3], std::cout, std::cerr);
+  if (command == "load" && argc == 4)
+    return DocLoad(argv[2], argv[3], std::cout, std::cerr);
+  std::cerr << "usage: vantrel-doc check FILE\n"
+               "       vantrel-doc diff OLD NEW\n"
+               "       vantrel-doc load FILE STORE\n";
+  return 2;
+}

@@ -1,0 +1,3 @@
+#include "VantrelDoc.h"
+
+int main(int argc, char* argv[]) { return VantrelDocMain(argc, argv); }
