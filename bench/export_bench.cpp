@@ -36,6 +36,7 @@
 #include <string>
 
 #include "Vantrel.h"
+#include "VantrelDoc.h"
 
 namespace {
 
@@ -244,6 +245,54 @@ void BM_ExportVsReadAll(benchmark::State& state) {
   state.counters["xReadAll"] = exported / readAll;
   state.counters["exportPeak_MiB"] = ExportPeakMiB(path);
 }
+
+// The document tool beside the export of the same store: check, diff of a
+// document with itself, and load into a new store, each timed once per
+// iteration after the export that writes the document.
+void BM_DocumentVsExport(benchmark::State& state) {
+  const std::string path = Store(state.range(0), false);
+  const std::string file = std::string(BENCH_DIR) + "/document.xml";
+  const std::string loaded = std::string(BENCH_DIR) + "/loaded.db";
+  double exported = 0, checked = 0, diffed = 0, load = 0;
+  std::ostringstream sink;
+  for (auto _ : state) {
+    ::setenv("KIV_ADMIN_STORE", path.c_str(), 1);
+    char program[] = "Vantrel", option[] = "-f";
+    std::string name = file;
+    char* argv[] = {program, option, name.data(), nullptr};
+    std::streambuf* saved = std::cerr.rdbuf(nullptr);
+    auto t0 = std::chrono::steady_clock::now();
+    const int rc = VantrelMain(3, argv);
+    auto t1 = std::chrono::steady_clock::now();
+    std::cerr.rdbuf(saved);
+    if (rc != 0) state.SkipWithError("the export failed");
+    if (DocCheck(file, sink, sink) != 0) state.SkipWithError("check failed");
+    auto t2 = std::chrono::steady_clock::now();
+    if (DocDiff(file, file, sink, sink) != 0)
+      state.SkipWithError("diff failed");
+    auto t3 = std::chrono::steady_clock::now();
+    std::remove(loaded.c_str());
+    if (DocLoad(file, loaded, sink, sink) != 0)
+      state.SkipWithError("load failed");
+    auto t4 = std::chrono::steady_clock::now();
+    exported += Seconds(t1 - t0);
+    checked += Seconds(t2 - t1);
+    diffed += Seconds(t3 - t2);
+    load += Seconds(t4 - t3);
+    sink.str("");
+  }
+  const double n = static_cast<double>(state.iterations());
+  state.counters["export_s"] = exported / n;
+  state.counters["xCheck"] = checked / exported;
+  state.counters["xDiff"] = diffed / exported;
+  state.counters["xLoad"] = load / exported;
+}
+
+BENCHMARK(BM_DocumentVsExport)
+    ->ArgNames({"objects"})
+    ->Arg(300000)
+    ->Iterations(2)
+    ->Unit(benchmark::kMillisecond);
 
 BENCHMARK(BM_ExportVsReadAll)
     ->ArgNames({"objects", "random"})

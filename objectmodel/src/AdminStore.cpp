@@ -169,7 +169,8 @@ namespace {
 
 std::uint64_t Prefix(std::string_view oid) {
   unsigned char head[8] = {};
-  std::memcpy(head, oid.data(), oid.size() < 8 ? oid.size() : 8);
+  if (!oid.empty())
+    std::memcpy(head, oid.data(), oid.size() < 8 ? oid.size() : 8);
   std::uint64_t prefix = 0;
   for (unsigned char byte : head) prefix = (prefix << 8) | byte;
   return prefix;
@@ -277,7 +278,8 @@ void OidIndex::Add(std::string_view oid, std::int64_t rowid) {
                  static_cast<std::uint32_t>(oid.size()),
                  rowid,
                  {}};
-  std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
+  if (!oid.empty())
+    std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
   if (oid.size() > 8) arena_.append(oid.data(), oid.size());
   entries_.push_back(entry);
 }
@@ -329,18 +331,41 @@ int Row::Index(int column) const { return FirstColumn(table_) + column; }
 
 std::int64_t Row::Rowid() const { return sqlite3_column_int64(stmt_, 0); }
 
+namespace {
+
+// A BLOB column of stmt; empty for any other value.
+std::string_view BlobAt(sqlite3_stmt* stmt, int col) {
+  if (sqlite3_column_type(stmt, col) != SQLITE_BLOB) return std::string_view();
+  const void* bytes = sqlite3_column_blob(stmt, col);
+  const int size = sqlite3_column_bytes(stmt, col);
+  return bytes ? std::string_view(static_cast<const char*>(bytes),
+                                  static_cast<std::size_t>(size))
+               : std::string_view();
+}
+
+}  // namespace
+
+// The store was checked through its indexes; a row that disagrees with them
+// is a damaged store, refused rather than trusted.
 std::string_view Row::Oid() const {
-  const void* bytes = sqlite3_column_blob(stmt_, 1);
-  return std::string_view(
-      static_cast<const char*>(bytes),
-      static_cast<std::size_t>(sqlite3_column_bytes(stmt_, 1)));
+  const std::string_view oid = BlobAt(stmt_, 1);
+  const OidEntry* entry =
+      oid.empty() ? nullptr : store_.Index(table_).Find(oid);
+  if (!entry || entry->rowid != Rowid())
+    throw StoreError("table " + std::string(kSpecs[table_].name) + ", row " +
+                     std::to_string(Rowid()) +
+                     ", column oid: " + ShownValue(stmt_, 1) +
+                     " is not the oid that the table's index holds for the "
+                     "row: the store is damaged (see PRAGMA integrity_check)");
+  return oid;
 }
 
 void Row::Refuse(int column, const std::string& what) const {
   throw StoreError("table " + std::string(kSpecs[table_].name) + ", row " +
                    std::to_string(Rowid()) +
-                   (kSpecs[table_].hasOid ? " (oid " + ShownBlob(Oid()) + ")"
-                                          : std::string()) +
+                   (kSpecs[table_].hasOid
+                        ? " (oid " + ShownValue(stmt_, 1) + ")"
+                        : std::string()) +
                    ", column " + kSpecs[table_].columns[column] + ": " +
                    ShownValue(stmt_, Index(column)) + " " + what);
 }
@@ -797,11 +822,17 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
       }
       cursor.pending = true;
     }
-    // Every owner was found when the store was opened.
-    const OidEntry* of = owners.Find(std::string_view(
-        static_cast<const char*>(sqlite3_column_blob(stmt, ownerAt)),
-        static_cast<std::size_t>(sqlite3_column_bytes(stmt, ownerAt))));
-    if (!of) throw StoreError(std::string("table ") + spec.name + ": changed");
+    // Every owner was found in the index of the owner column when the store
+    // was opened: a row that says otherwise is a damaged store.
+    const std::string_view ownerOid = BlobAt(stmt, ownerAt);
+    const OidEntry* of = ownerOid.empty() ? nullptr : owners.Find(ownerOid);
+    if (!of)
+      throw StoreError(
+          "table " + std::string(spec.name) + ", row " +
+          std::to_string(sqlite3_column_int64(stmt, 0)) + ", column " +
+          spec.columns[0] + ": " + ShownValue(stmt, ownerAt) +
+          " is not what the column's index holds for the row: the store is "
+          "damaged (see PRAGMA integrity_check)");
     if (of->rowid > rowid) return;
     cursor.pending = false;
     if (of->rowid == rowid) add(Row(*this, stmt, child));

@@ -37,8 +37,11 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
   std::unique_ptr<KivStoreWriter> writer(new KivStoreWriter(db, path));
   if (rc == SQLITE_OK)
     rc = sqlite3_exec(db, kiv::kSchemaSql, nullptr, nullptr, nullptr);
+  // One transaction on a file of its own: a page cache that holds the
+  // indexes while they grow.
   if (rc == SQLITE_OK)
-    rc = sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
+    rc = sqlite3_exec(db, "PRAGMA cache_size = -65536; BEGIN", nullptr, nullptr,
+                      nullptr);
   if (rc != SQLITE_OK) {
     *error = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     return nullptr;  // the file is removed

@@ -184,6 +184,14 @@ std::string Bytes(std::string_view identifier) {
   return bytes;
 }
 
+// The identifier of oid bytes, as the document writes it.
+std::string Identifier(const std::string& bytes) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string text = "x";
+  for (unsigned char c : bytes) (text += kDigits[c >> 4]) += kDigits[c & 15];
+  return text;
+}
+
 struct Defined {
   std::string oid;
   Kind kind;
@@ -202,9 +210,9 @@ struct Reference {
 
 // Checks a document; returns its problems, one line each in the order of
 // the lines, and counts its elements per kind.
-std::vector<std::string> Problems(const std::string& file,
-                                  std::size_t counts[doc::kKindCount],
-                                  bool* opened) {
+std::vector<std::string> Problems(
+    const std::string& file, std::size_t counts[doc::kKindCount], bool* opened,
+    const std::function<void(const Line&, const Place&)>& also = nullptr) {
   std::vector<std::pair<std::size_t, std::string>> problems;
   std::vector<Defined> oids;
   std::vector<Reference> references;
@@ -213,7 +221,8 @@ std::vector<std::string> Problems(const std::string& file,
   };
   *opened = Walk(
       file,
-      [&](const Line& line, std::size_t n, const Place&) {
+      [&](const Line& line, std::size_t n, const Place& place) {
+        if (also) also(line, place);
         ++counts[line.kind];
         const auto& attributes = doc::LayoutOf(line.kind).attributes;
         for (std::size_t i = 0; i < attributes.size(); ++i) {
@@ -230,12 +239,7 @@ std::vector<std::string> Problems(const std::string& file,
       },
       problem);
   std::sort(oids.begin(), oids.end());
-  const auto shown = [](const std::string& bytes) {
-    static const char kDigits[] = "0123456789ABCDEF";
-    std::string text = "x";
-    for (unsigned char c : bytes) (text += kDigits[c >> 4]) += kDigits[c & 15];
-    return text;
-  };
+  const auto shown = Identifier;
   for (std::size_t i = 1; i < oids.size(); ++i)
     if (oids[i].oid == oids[i - 1].oid)
       problem(oids[i].line, "identifier " + shown(oids[i].oid) +
@@ -289,123 +293,150 @@ int DocCheck(const std::string& file, std::ostream& out, std::ostream& err) {
 
 namespace {
 
-struct Entry {
+// The objects of a document, for comparing: each one's values in one text
+// (values hold no line break), its parent and its place.
+struct Object {
   Kind kind;
-  std::vector<std::string> values;
   std::uint32_t present;
-  Place place;
-  std::size_t order;  // in the document
+  std::string values;      // joined by line breaks
+  std::string parent;      // the parent's identifier, or empty
+  std::size_t common = 0;  // its place among the siblings both documents hold
+};
+struct Objects {
+  std::vector<Object> objects;  // in the document's order
+  std::vector<std::pair<std::string, std::size_t>> byOid;  // sorted
+  // The index of the object of oid bytes, or npos.
+  std::size_t Find(const std::string& oid) const {
+    const auto it =
+        std::lower_bound(byOid.begin(), byOid.end(), oid,
+                         [](const auto& entry, const std::string& key) {
+                           return entry.first < key;
+                         });
+    return it != byOid.end() && it->first == oid ? it->second
+                                                 : std::string::npos;
+  }
 };
 
-// Reads a checked document into its objects, by identifier.
-bool Objects(const std::string& file,
-             std::unordered_map<std::string, Entry>& objects,
-             std::vector<std::string>& order, std::ostream& err) {
+// Reads and checks a document into its objects, in one pass.
+bool Read(const std::string& file, Objects& doc, std::ostream& err) {
   std::size_t counts[doc::kKindCount] = {};
   bool opened = false;
-  const std::vector<std::string> problems = Problems(file, counts, &opened);
+  const std::vector<std::string> problems = Problems(
+      file, counts, &opened, [&](const Line& line, const Place& place) {
+        const std::string oid = OidOf(line);
+        if (oid.empty()) return;
+        Object object{line.kind, line.present, std::string(), place.parent, 0};
+        for (std::string_view value : line.values)
+          (object.values += value) += '\n';
+        doc.byOid.emplace_back(Bytes(oid), doc.objects.size());
+        doc.objects.push_back(std::move(object));
+      });
   if (!opened || !problems.empty()) {
     err << "vantrel-doc: " << file
         << (opened ? " is refused by check" : " cannot be read") << "\n";
     for (const std::string& p : problems) err << p << "\n";
     return false;
   }
-  Walk(
-      file,
-      [&](const Line& line, std::size_t, const Place& place) {
-        const std::string oid = OidOf(line);
-        if (oid.empty()) return;
-        objects[oid] = Entry{
-            line.kind,
-            std::vector<std::string>(line.values.begin(), line.values.end()),
-            line.present, place, order.size()};
-        order.push_back(oid);
-      },
-      [](std::size_t, const std::string&) {});
+  std::sort(doc.byOid.begin(), doc.byOid.end());
   return true;
 }
 
-std::string Quoted(const std::string& value) {
+std::string Quoted(std::string_view value) {
   return "\"" + KivEscaped(value) + "\"";
 }
 
-// The places of the objects present in both documents among their siblings
-// present in both, by identifier.
-std::unordered_map<std::string, std::size_t> CommonPlaces(
-    const std::unordered_map<std::string, Entry>& objects,
-    const std::vector<std::string>& order,
-    const std::unordered_map<std::string, Entry>& other) {
-  std::map<std::pair<std::string, Kind>, std::size_t> next;
-  std::unordered_map<std::string, std::size_t> places;
-  for (const std::string& oid : order) {
-    const Entry& e = objects.at(oid);
-    const auto it = other.find(oid);
-    if (it == other.end() || it->second.place.parent != e.place.parent)
-      continue;
-    places[oid] = next[{e.place.parent, e.kind}]++;
-  }
-  return places;
+// Value i of a joined text of values.
+std::string_view ValueAt(const std::string& values, std::size_t i) {
+  std::size_t start = 0;
+  while (i--) start = values.find('\n', start) + 1;
+  return std::string_view(values).substr(start,
+                                         values.find('\n', start) - start);
 }
 
 }  // namespace
 
 int DocDiff(const std::string& oldFile, const std::string& newFile,
             std::ostream& out, std::ostream& err) {
-  std::unordered_map<std::string, Entry> before, after;
-  std::vector<std::string> beforeOrder, afterOrder;
-  if (!Objects(oldFile, before, beforeOrder, err) ||
-      !Objects(newFile, after, afterOrder, err))
-    return 2;
-  const auto beforePlaces = CommonPlaces(before, beforeOrder, after);
-  const auto afterPlaces = CommonPlaces(after, afterOrder, before);
+  Objects before, after;
+  if (!Read(oldFile, before, err) || !Read(newFile, after, err)) return 2;
+  // The identifiers of each document in its order.
+  std::vector<std::string> beforeOid(before.objects.size()),
+      afterOid(after.objects.size());
+  for (const auto& entry : before.byOid) beforeOid[entry.second] = entry.first;
+  for (const auto& entry : after.byOid) afterOid[entry.second] = entry.first;
+  // Places among the siblings both documents hold under the same parent.
+  const auto places = [](Objects& doc, const std::vector<std::string>& oids,
+                         const Objects& other) {
+    std::size_t top[doc::kKindCount] = {}, child[doc::kKindCount] = {};
+    std::string parent;
+    for (std::size_t i = 0; i < doc.objects.size(); ++i) {
+      Object& o = doc.objects[i];
+      if (o.parent != parent) {
+        parent = o.parent;
+        std::fill(std::begin(child), std::end(child), 0);
+      }
+      const std::size_t j = other.Find(oids[i]);
+      if (j == std::string::npos || other.objects[j].parent != o.parent)
+        continue;
+      o.common = o.parent.empty() ? top[o.kind]++ : child[o.kind]++;
+    }
+  };
+  places(before, beforeOid, after);
+  places(after, afterOid, before);
+
   std::vector<std::string> lines[doc::kKindCount];
-  const auto named = [](const Entry& e, const std::string& oid) {
-    const doc::Layout& layout = doc::LayoutOf(e.kind);
-    std::string text = std::string(layout.name) + " " + oid;
+  const auto named = [](const Object& o, const std::string& oid) {
+    const doc::Layout& layout = doc::LayoutOf(o.kind);
+    std::string text = std::string(layout.name) + " " + Identifier(oid);
     for (std::size_t i = 0; i < layout.attributes.size(); ++i)
       if (Name(layout.attributes[i]) == "Name")
-        text += " " + Quoted(e.values[i]);
+        text += " " + Quoted(ValueAt(o.values, i));
     return text;
   };
-  const auto where = [](const Entry& e) {
-    return (e.place.parent.empty() ? std::string("the document")
-                                   : e.place.parent);
+  const auto where = [](const Object& o) {
+    return o.parent.empty() ? std::string("the document") : o.parent;
   };
-  for (const std::string& oid : beforeOrder)
-    if (!after.count(oid))
-      lines[before[oid].kind].push_back("removed " + named(before[oid], oid));
-  for (const std::string& oid : afterOrder) {
-    const Entry& now = after[oid];
-    const auto it = before.find(oid);
-    if (it == before.end()) {
+  for (std::size_t i = 0; i < before.objects.size(); ++i)
+    if (after.Find(beforeOid[i]) == std::string::npos)
+      lines[before.objects[i].kind].push_back(
+          "removed " + named(before.objects[i], beforeOid[i]));
+  for (std::size_t i = 0; i < after.objects.size(); ++i) {
+    const Object& now = after.objects[i];
+    const std::string& oid = afterOid[i];
+    const std::size_t j = before.Find(oid);
+    if (j == std::string::npos) {
       lines[now.kind].push_back("added " + named(now, oid) + " in " +
                                 where(now));
       continue;
     }
-    const Entry& was = it->second;
+    const Object& was = before.objects[j];
     if (was.kind != now.kind) {
-      lines[now.kind].push_back("changed " + oid + " from a " +
+      lines[now.kind].push_back("changed " + Identifier(oid) + " from a " +
                                 doc::LayoutOf(was.kind).name + " to a " +
                                 doc::LayoutOf(now.kind).name);
       continue;
     }
-    const doc::Layout& layout = doc::LayoutOf(now.kind);
-    for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
-      const bool had = (was.present >> i) & 1, has = (now.present >> i) & 1;
-      if (had == has && was.values[i] == now.values[i]) continue;
-      lines[now.kind].push_back(
-          "changed " + named(now, oid) + " " + Name(layout.attributes[i]) +
-          ": " + (had ? Quoted(was.values[i]) : "(none)") + " -> " +
-          (has ? Quoted(now.values[i]) : "(none)"));
+    if (was.present != now.present || was.values != now.values) {
+      const doc::Layout& layout = doc::LayoutOf(now.kind);
+      for (std::size_t a = 0; a < layout.attributes.size(); ++a) {
+        const bool had = (was.present >> a) & 1, has = (now.present >> a) & 1;
+        const std::string_view from = ValueAt(was.values, a),
+                               to = ValueAt(now.values, a);
+        if (had == has && from == to) continue;
+        lines[now.kind].push_back("changed " + named(now, oid) + " " +
+                                  Name(layout.attributes[a]) + ": " +
+                                  (had ? Quoted(from) : "(none)") + " -> " +
+                                  (has ? Quoted(to) : "(none)"));
+      }
     }
-    if (was.place.parent != now.place.parent)
+    if (was.parent != now.parent)
       lines[now.kind].push_back("moved " + named(now, oid) + " from " +
                                 where(was) + " to " + where(now));
-    else if (beforePlaces.at(oid) != afterPlaces.at(oid))
-      lines[now.kind].push_back(
-          "moved " + named(now, oid) + " in " + where(now) + " from place " +
-          std::to_string(beforePlaces.at(oid) + 1) + " to place " +
-          std::to_string(afterPlaces.at(oid) + 1));
+    else if (was.common != now.common)
+      lines[now.kind].push_back("moved " + named(now, oid) + " in " +
+                                where(now) + " from place " +
+                                std::to_string(was.common + 1) + " to place " +
+                                std::to_string(now.common + 1));
   }
   bool differ = false;
   for (const auto& kind : lines)
@@ -418,17 +449,6 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
 
 int DocLoad(const std::string& file, const std::string& store,
             std::ostream& out, std::ostream& err) {
-  std::size_t counts[doc::kKindCount] = {};
-  bool opened = false;
-  const std::vector<std::string> problems = Problems(file, counts, &opened);
-  if (!opened || !problems.empty()) {
-    err << "vantrel-doc: " << file
-        << (opened ? " is refused by check: nothing was loaded"
-                   : " cannot be read")
-        << "\n";
-    for (const std::string& p : problems) err << p << "\n";
-    return 1;
-  }
   std::string error;
   std::unique_ptr<KivStoreWriter> writer =
       KivStoreWriter::Create(store, &error);
@@ -452,78 +472,89 @@ int DocLoad(const std::string& file, const std::string& store,
     for (std::string_view id : doc::Identifiers(line.values[i]))
       add(table, {W::Oid(owner), W::Oid(id)});
   };
-  Walk(
-      file,
-      [&](const Line& l, std::size_t, const Place& p) {
-        const std::vector<std::string_view>& v = l.values;
-        switch (l.kind) {
-          case doc::kProject:
-            add("project", {W::Oid(v[1]), W::Text(v[0])});
-            list("project_vault_server", v[1], l, 2);
-            list("project_data_server", v[1], l, 3);
-            break;
-          case doc::kDataRdb:
-            add("data_domain", {W::Oid(v[2]), W::Oid(p.parent), W::Text(v[0]),
-                                W::Text(v[1]), W::Text(v[3]), W::Text(v[5]),
-                                W::Text("rdb"), ref(l, 4), ref(l, 6)});
-            break;
-          case doc::kDomain:
-            add("domain",
-                {W::Oid(v[2]), W::Text(v[0]), W::Integer(v[1] == "Y" ? 1 : 0)});
-            break;
-          case doc::kBusinessDomain:
-            add("business_domain",
-                {W::Oid(v[0]), W::Oid(p.parent), W::Text(v[1]), W::Text(v[2]),
-                 W::Text(v[3]), W::Text(v[4]), W::Text(v[5])});
-            break;
-          case doc::kDataServer:
-            add("data_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]),
-                                W::Text(v[3]), W::Text(v[4]), ref(l, 5)});
-            break;
-          case doc::kVaultServer:
-            add("vault_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2])});
-            break;
-          case doc::kHost:
-            add("host",
-                {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]), W::Text(v[3])});
-            break;
-          case doc::kSubscribingTarget:
-          case doc::kSubscription:
-            // A media has no element: its row is made where it is named.
-            if (l.Has(2)) add("media", {ref(l, 2), W::Null()}, true);
-            add(l.kind == doc::kSubscription ? "subscription"
-                                             : "subscribing_target",
-                {W::Oid(v[0]), W::Text(v[1]), ref(l, 2), ref(l, 3), ref(l, 4)});
-            break;
-          case doc::kVaultServerCaptureStatus:
-          case doc::kDataServerCaptureStatus:
-            add("capture_status",
-                {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
-            break;
-          case doc::kVaultServerApplyStatus:
-          case doc::kDataServerApplyStatus:
-            add("apply_status",
-                {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
-            break;
-          case doc::kPackageDefinition:
-            add("package_definition", {W::Oid(v[0]), W::Text(v[1])});
-            list("package_whole_data_domain", v[0], l, 2);
-            break;
-          case doc::kExternSite:
-            add("extern_site", {W::Oid(v[0]), W::Text(v[1])});
-            break;
-          case doc::kLocalSite:
-            add("local_site", {W::Oid(v[0]), W::Text(v[1])});
-            break;
-          default:
-            break;
-        }
-      },
-      [](std::size_t, const std::string&) {});
+  // Rows are added as the document is checked, in one pass; a document
+  // with a problem leaves no store behind.
+  const auto load = [&](const Line& l, const Place& p) {
+    const std::vector<std::string_view>& v = l.values;
+    switch (l.kind) {
+      case doc::kProject:
+        add("project", {W::Oid(v[1]), W::Text(v[0])});
+        list("project_vault_server", v[1], l, 2);
+        list("project_data_server", v[1], l, 3);
+        break;
+      case doc::kDataRdb:
+        add("data_domain", {W::Oid(v[2]), W::Oid(p.parent), W::Text(v[0]),
+                            W::Text(v[1]), W::Text(v[3]), W::Text(v[5]),
+                            W::Text("rdb"), ref(l, 4), ref(l, 6)});
+        break;
+      case doc::kDomain:
+        add("domain",
+            {W::Oid(v[2]), W::Text(v[0]), W::Integer(v[1] == "Y" ? 1 : 0)});
+        break;
+      case doc::kBusinessDomain:
+        add("business_domain",
+            {W::Oid(v[0]), W::Oid(p.parent), W::Text(v[1]), W::Text(v[2]),
+             W::Text(v[3]), W::Text(v[4]), W::Text(v[5])});
+        break;
+      case doc::kDataServer:
+        add("data_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]),
+                            W::Text(v[3]), W::Text(v[4]), ref(l, 5)});
+        break;
+      case doc::kVaultServer:
+        add("vault_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2])});
+        break;
+      case doc::kHost:
+        add("host",
+            {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]), W::Text(v[3])});
+        break;
+      case doc::kSubscribingTarget:
+      case doc::kSubscription:
+        // A media has no element: its row is made where it is named.
+        if (l.Has(2)) add("media", {ref(l, 2), W::Null()}, true);
+        add(l.kind == doc::kSubscription ? "subscription"
+                                         : "subscribing_target",
+            {W::Oid(v[0]), W::Text(v[1]), ref(l, 2), ref(l, 3), ref(l, 4)});
+        break;
+      case doc::kVaultServerCaptureStatus:
+      case doc::kDataServerCaptureStatus:
+        add("capture_status",
+            {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
+        break;
+      case doc::kVaultServerApplyStatus:
+      case doc::kDataServerApplyStatus:
+        add("apply_status",
+            {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
+        break;
+      case doc::kPackageDefinition:
+        add("package_definition", {W::Oid(v[0]), W::Text(v[1])});
+        list("package_whole_data_domain", v[0], l, 2);
+        break;
+      case doc::kExternSite:
+        add("extern_site", {W::Oid(v[0]), W::Text(v[1])});
+        break;
+      case doc::kLocalSite:
+        add("local_site", {W::Oid(v[0]), W::Text(v[1])});
+        break;
+      default:
+        break;
+    }
+  };
+  std::size_t counts[doc::kKindCount] = {};
+  bool opened = false;
+  const std::vector<std::string> problems =
+      Problems(file, counts, &opened, load);
+  if (!opened || !problems.empty()) {
+    err << "vantrel-doc: " << file
+        << (opened ? " is refused by check: nothing was loaded"
+                   : " cannot be read")
+        << "\n";
+    for (const std::string& p : problems) err << p << "\n";
+    return 1;  // the new file is removed
+  }
   if (!ok || !writer->Commit(&error)) {
     err << "vantrel-doc: cannot load " << file << " into " << store << ": "
         << error << "\n";
-    return 1;  // the new file is removed
+    return 1;
   }
   out << store << ": loaded from " << file << "\n";
   return 0;
