@@ -83,7 +83,7 @@ std::string FillSql(long n, bool random) {
        oid('P', owner(2)) + ", " + oid('D', cycle(dataServers)));
   rows("domain", domains, oid('O', "i") + ", 'domain' || i, i % 2");
   rows("business_domain", businessDomains,
-       oid('B', "i") + ", " + oid('O', owner(businessDomains / domains)) +
+       oid('B', "i") + ", " + oid('O', owner((businessDomains + domains - 1) / domains)) +
            ", 'bd' || i, 'META' || i, 'editor', 'Y', 'standard'");
   rows("data_domain", 2 * projects,
        oid('A', "i") + ", " + oid('P', owner(2)) +

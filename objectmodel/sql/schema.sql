@@ -95,6 +95,7 @@ CREATE TABLE apply_status (
   server BLOB,
   last_successful_date TEXT) STRICT;
 
+-- The indexes come last: a store is filled before they are built.
 CREATE INDEX business_domain_by_domain ON business_domain(domain);
 CREATE INDEX data_domain_by_project ON data_domain(project);
 CREATE INDEX capture_status_by_target ON capture_status(subscribing_target);

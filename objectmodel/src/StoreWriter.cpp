@@ -10,10 +10,13 @@
 #include "KivStoreWriter.h"
 
 KivStoreWriter::Value KivStoreWriter::Oid(std::string_view identifier) {
-  Value value{Value::kOid, "", 0};
+  const auto digit = [](char c) {
+    return c <= '9' ? c - '0' : (c & ~0x20) - 'A' + 10;
+  };
+  Value value{Value::kOid, "", 0, {}};
   for (std::size_t i = 1; i + 1 < identifier.size(); i += 2)
-    value.bytes += static_cast<char>(
-        std::stoi(std::string(identifier.substr(i, 2)), nullptr, 16));
+    value.bytes +=
+        static_cast<char>(digit(identifier[i]) * 16 + digit(identifier[i + 1]));
   return value;
 }
 
@@ -35,8 +38,14 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
   const std::string name = path[0] == '/' ? path : "./" + path;
   int rc = sqlite3_open_v2(name.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
   std::unique_ptr<KivStoreWriter> writer(new KivStoreWriter(db, path));
+  // The tables now, their secondary indexes once the rows are in: an index
+  // built from all its rows at once costs less than one grown row by row.
+  const std::string schema = kiv::kSchemaSql;
+  const std::size_t indexes = schema.find("CREATE INDEX");
+  writer->indexes_ = schema.substr(indexes);
   if (rc == SQLITE_OK)
-    rc = sqlite3_exec(db, kiv::kSchemaSql, nullptr, nullptr, nullptr);
+    rc = sqlite3_exec(db, schema.substr(0, indexes).c_str(), nullptr, nullptr,
+                      nullptr);
   // One transaction on a file of its own: a page cache that holds the
   // indexes while they grow.
   if (rc == SQLITE_OK)
@@ -50,33 +59,37 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
 }
 
 KivStoreWriter::~KivStoreWriter() {
-  for (auto& statement : statements_) sqlite3_finalize(statement.second);
+  for (const Statement& statement : statements_)
+    sqlite3_finalize(statement.stmt);
   sqlite3_close(db_);
   if (!committed_) std::remove(path_.c_str());
 }
 
 bool KivStoreWriter::Add(const char* table, const std::vector<Value>& values,
                          std::string* error, bool once) {
-  std::string sql = std::string(once ? "INSERT OR IGNORE" : "INSERT") +
-                    " INTO \"" + table + "\" VALUES (";
-  for (std::size_t i = 0; i < values.size(); ++i) sql += i ? ", ?" : "?";
-  sql += ")";
+  // One statement per table, made on its first row. Table names are the
+  // caller's constants: their addresses tell the tables apart.
   sqlite3_stmt* stmt = nullptr;
-  for (auto& statement : statements_)
-    if (statement.first == sql) stmt = statement.second;
+  for (const Statement& statement : statements_)
+    if (statement.table == table && statement.once == once)
+      stmt = statement.stmt;
   if (!stmt) {
+    std::string sql = std::string(once ? "INSERT OR IGNORE" : "INSERT") +
+                      " INTO \"" + table + "\" VALUES (";
+    for (std::size_t i = 0; i < values.size(); ++i) sql += i ? ", ?" : "?";
+    sql += ")";
     if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
       *error = sqlite3_errmsg(db_);
       return false;
     }
-    statements_.emplace_back(sql, stmt);
+    statements_.push_back({table, once, stmt});
   }
   for (std::size_t i = 0; i < values.size(); ++i) {
     const Value& v = values[i];
     const int at = static_cast<int>(i + 1);
     if (v.type == Value::kText)
-      sqlite3_bind_text(stmt, at, v.bytes.data(),
-                        static_cast<int>(v.bytes.size()), SQLITE_STATIC);
+      sqlite3_bind_text(stmt, at, v.text.data(),
+                        static_cast<int>(v.text.size()), SQLITE_STATIC);
     else if (v.type == Value::kOid)
       sqlite3_bind_blob(stmt, at, v.bytes.data(),
                         static_cast<int>(v.bytes.size()), SQLITE_STATIC);
@@ -93,7 +106,9 @@ bool KivStoreWriter::Add(const char* table, const std::vector<Value>& values,
 }
 
 bool KivStoreWriter::Commit(std::string* error) {
-  if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+  if (sqlite3_exec(db_, indexes_.c_str(), nullptr, nullptr, nullptr) !=
+          SQLITE_OK ||
+      sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
     *error = sqlite3_errmsg(db_);
     return false;
   }
