@@ -128,18 +128,6 @@ TEST_F(StoreRoundTrip, WhatTheDocumentDoesNotShow) {
 
 using StoreUse = StoreTest;
 
-TEST_F(StoreUse, LeavesTheFileByteForByteUnchanged) {
-  path = OutputPath("unchanged.db");
-  MakeStore(path, {ReadFile(DataPath("full.sql"))});
-  const std::string before = ReadFile(path);
-  ASSERT_GE(Open(&path), 0);
-  LumListPtrIUnknown projects(0);
-  admin->GetProjects(projects);
-  EXPECT_GE(admin->End(), 0);
-  SdaiSession::CurrentSession()->CloseSession();
-  EXPECT_EQ(ReadFile(path), before);
-}
-
 // Runs sql on its own connection to path; returns the connection.
 sqlite3* Writer(const std::string& path, const char* sql) {
   sqlite3* writer = nullptr;

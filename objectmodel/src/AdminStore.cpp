@@ -24,14 +24,14 @@ constexpr std::size_t kShownMax = 60;  // longest store text a message quotes
 
 // What the reader needs of a table: its columns after the oid, in the order
 // the objects read them; the first is the owner's reference in a child table.
-struct TableSpec {
+struct TableShape {
   const char* name;
   std::vector<const char*> columns;
   Table owner;  // kTableCount for a table without an owner
   bool hasOid;
 };
 
-const TableSpec kSpecs[kTableCount] = {
+const TableShape kShapes[kTableCount] = {
     {"host", {"name", "os_type", "os_version"}, kTableCount, true},
     {"data_server",
      {"name", "authentication", "dbms", "connection_string", "host"},
@@ -80,14 +80,14 @@ const TableSpec kSpecs[kTableCount] = {
 
 // Where a table's own columns start in its statements: after the rowid and,
 // for an object table, the oid.
-int FirstColumn(Table table) { return kSpecs[table].hasOid ? 2 : 1; }
+int FirstColumn(Table table) { return kShapes[table].hasOid ? 2 : 1; }
 
 // The select list of a table's rows, each column prefixed with prefix.
 std::string SelectList(Table table, const char* prefix) {
-  const TableSpec& spec = kSpecs[table];
+  const TableShape& shape = kShapes[table];
   std::string list = std::string(prefix) + "rowid";
-  if (spec.hasOid) list += std::string(", ") + prefix + "oid";
-  for (const char* column : spec.columns)
+  if (shape.hasOid) list += std::string(", ") + prefix + "oid";
+  for (const char* column : shape.columns)
     list += std::string(", ") + prefix + "\"" + column + "\"";
   return list;
 }
@@ -352,7 +352,7 @@ std::string_view Row::Oid() const {
   const OidEntry* entry =
       oid.empty() ? nullptr : store_.Index(table_).Find(oid);
   if (!entry || entry->rowid != Rowid())
-    throw StoreError("table " + std::string(kSpecs[table_].name) + ", row " +
+    throw StoreError("table " + std::string(kShapes[table_].name) + ", row " +
                      std::to_string(Rowid()) +
                      ", column oid: " + ShownValue(stmt_, 1) +
                      " is not the oid that the table's index holds for the "
@@ -361,12 +361,12 @@ std::string_view Row::Oid() const {
 }
 
 void Row::Refuse(int column, const std::string& what) const {
-  throw StoreError("table " + std::string(kSpecs[table_].name) + ", row " +
+  throw StoreError("table " + std::string(kShapes[table_].name) + ", row " +
                    std::to_string(Rowid()) +
-                   (kSpecs[table_].hasOid
+                   (kShapes[table_].hasOid
                         ? " (oid " + ShownValue(stmt_, 1) + ")"
                         : std::string()) +
-                   ", column " + kSpecs[table_].columns[column] + ": " +
+                   ", column " + kShapes[table_].columns[column] + ": " +
                    ShownValue(stmt_, Index(column)) + " " + what);
 }
 
@@ -401,10 +401,10 @@ const OidEntry* Row::Ref(int column, Table table, bool mandatory,
                          Table alternative) const {
   const int col = Index(column);
   const std::string kinds =
-      std::string(kSpecs[table].name) +
+      std::string(kShapes[table].name) +
       (alternative == kTableCount
            ? std::string()
-           : std::string(" or ") + kSpecs[alternative].name);
+           : std::string(" or ") + kShapes[alternative].name);
   switch (sqlite3_column_type(stmt_, col)) {
     case SQLITE_NULL:
       if (!mandatory) return nullptr;
@@ -476,7 +476,7 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
       throw StoreError("table local_site holds " + std::to_string(locals) +
                        " rows: a store has at most one local site");
     for (int t = 0; t < kTableCount; ++t)
-      if (kSpecs[t].owner != kTableCount) store->CheckOwners(Table(t));
+      if (kShapes[t].owner != kTableCount) store->CheckOwners(Table(t));
     return store;
   } catch (const StoreError& e) {
     *error = e.Message();
@@ -533,11 +533,11 @@ void AdminStore::CheckTables() {
   while (Step(list))
     found.push_back({SchemaText(list, 0),
                      {SchemaText(list, 1), sqlite3_column_int(list, 2) != 0}});
-  for (const TableSpec& spec : kSpecs) {
-    const std::string table = std::string("table ") + spec.name;
+  for (const TableShape& shape : kShapes) {
+    const std::string table = std::string("table ") + shape.name;
     const Found* kind = nullptr;
     for (const auto& f : found)
-      if (strcasecmp(f.first.c_str(), spec.name) == 0) kind = &f.second;
+      if (strcasecmp(f.first.c_str(), shape.name) == 0) kind = &f.second;
     if (!kind)
       throw StoreError(table + " is missing: create the store from the schema");
     if (kind->type != "table")
@@ -550,12 +550,13 @@ void AdminStore::CheckTables() {
       throw StoreError(table +
                        " is a WITHOUT ROWID table, not a plain table: create "
                        "the store from the schema");
-    sqlite3_stmt* info = Statement(
-        std::string("SELECT name FROM pragma_table_info('") + spec.name + "')");
+    sqlite3_stmt* info =
+        Statement(std::string("SELECT name FROM pragma_table_info('") +
+                  shape.name + "')");
     std::vector<std::string> columns;
     while (Step(info)) columns.push_back(SchemaText(info, 0));
-    std::vector<const char*> wanted = spec.columns;
-    if (spec.hasOid) wanted.push_back("oid");
+    std::vector<const char*> wanted = shape.columns;
+    if (shape.hasOid) wanted.push_back("oid");
     for (const char* column : wanted) {
       bool present = false;
       for (const std::string& c : columns)
@@ -574,9 +575,9 @@ void AdminStore::CheckTables() {
 }
 
 std::string AdminStore::RowOid(Table table, std::int64_t rowid) {
-  if (!kSpecs[table].hasOid) return std::string();
+  if (!kShapes[table].hasOid) return std::string();
   sqlite3_stmt* stmt = Statement(std::string("SELECT oid FROM \"") +
-                                 kSpecs[table].name + "\" WHERE rowid = ?1");
+                                 kShapes[table].name + "\" WHERE rowid = ?1");
   sqlite3_bind_int64(stmt, 1, rowid);
   const std::string shown =
       Step(stmt) ? " (oid " + ShownValue(stmt, 0) + ")" : std::string();
@@ -588,7 +589,7 @@ std::string AdminStore::RowOid(Table table, std::int64_t rowid) {
 void AdminStore::CountRows() {
   std::string sql = "SELECT 0";
   for (int t = 0; t < kObjectTables; ++t)
-    sql += std::string(", (SELECT count(*) FROM \"") + kSpecs[t].name + "\")";
+    sql += std::string(", (SELECT count(*) FROM \"") + kShapes[t].name + "\")";
   sqlite3_stmt* stmt = Statement(sql);
   if (!Step(stmt)) return;
   for (int t = 0; t < kObjectTables; ++t)
@@ -600,7 +601,7 @@ void AdminStore::CountRows() {
 // Reads the oids of table in their order, as the covering index of the
 // primary key holds them: each a non-empty BLOB used by one row only.
 void AdminStore::IndexOids(Table table) {
-  const std::string name = kSpecs[table].name;
+  const std::string name = kShapes[table].name;
   sqlite3_stmt* stmt =
       Statement("SELECT oid, rowid FROM \"" + name + "\" ORDER BY oid");
   OidIndex& index = indexes_[table];
@@ -644,10 +645,10 @@ void AdminStore::CheckUnique() {
     const OidEntry& entry = indexes_[next].Entries()[at[next]++];
     if (last && Order(indexes_[previous], *last, indexes_[next], entry) == 0)
       throw StoreError(
-          "table " + std::string(kSpecs[next].name) + ", row " +
+          "table " + std::string(kShapes[next].name) + ", row " +
           std::to_string(entry.rowid) + ", column oid: " +
           ShownBlob(indexes_[next].Bytes(entry)) + " is also the oid of row " +
-          std::to_string(last->rowid) + " of table " + kSpecs[previous].name);
+          std::to_string(last->rowid) + " of table " + kShapes[previous].name);
     previous = next;
     last = &entry;
   }
@@ -656,11 +657,11 @@ void AdminStore::CheckUnique() {
 // Every row of a child table names its owner: a row whose owner is missing
 // would be left out of the document without a word.
 void AdminStore::CheckOwners(Table child) {
-  const TableSpec& spec = kSpecs[child];
-  const Table owner = spec.owner;
-  const std::string column = std::string("\"") + spec.columns[0] + "\"";
+  const TableShape& shape = kShapes[child];
+  const Table owner = shape.owner;
+  const std::string column = std::string("\"") + shape.columns[0] + "\"";
   sqlite3_stmt* stmt =
-      Statement("SELECT " + column + ", rowid FROM \"" + spec.name +
+      Statement("SELECT " + column + ", rowid FROM \"" + shape.name +
                 "\" ORDER BY " + column + ", rowid");
   // The rows of each owner, as the first and last of them; the table is in
   // its owners' order when, owners taken in their order, each owner's rows
@@ -689,10 +690,10 @@ void AdminStore::CheckOwners(Table child) {
         sqlite3_column_type(stmt, 0) == SQLITE_NULL
             ? " is not allowed: the row must name a "
             : (blob ? " names no " : " is not an oid (a non-empty BLOB) of a ");
-    throw StoreError("table " + std::string(spec.name) + ", row " +
+    throw StoreError("table " + std::string(shape.name) + ", row " +
                      std::to_string(rowid) + RowOid(child, rowid) +
-                     ", column " + spec.columns[0] + ": " + value + what +
-                     kSpecs[owner].name + " row");
+                     ", column " + shape.columns[0] + ": " + value + what +
+                     kShapes[owner].name + " row");
   }
   std::sort(spans.begin(), spans.end(),
             [](const Span& a, const Span& b) { return a.owner < b.owner; });
@@ -767,7 +768,7 @@ HRESULT AdminStore::List(Table table, LumListPtrIUnknown& list) {
   const HRESULT hr = Guarded([&] {
     sqlite3_stmt* stmt =
         Statement("SELECT " + SelectList(table, "") + " FROM \"" +
-                  kSpecs[table].name + "\" ORDER BY rowid");
+                  kShapes[table].name + "\" ORDER BY rowid");
     sqlite3_reset(stmt);
     while (Step(stmt))
       objects.push_back(FromRow(table, Row(*this, stmt, table)));
@@ -778,9 +779,9 @@ HRESULT AdminStore::List(Table table, LumListPtrIUnknown& list) {
 template <class Add>
 void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
                            Add&& add) {
-  const TableSpec& spec = kSpecs[child];
+  const TableShape& shape = kShapes[child];
   Cursor& cursor = *cursors_[child];
-  const std::string ownerColumn = std::string("\"") + spec.columns[0] + "\"";
+  const std::string ownerColumn = std::string("\"") + shape.columns[0] + "\"";
   if (!cursor.inOrder) {
     // Rows stored in their owners' order are read in one pass; others are
     // read in one pass too, then sorted by their owners' rows, the order in
@@ -789,15 +790,15 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
     cursor.inOrder =
         cursor.stored
             ? Statement("SELECT " + SelectList(child, "") + " FROM \"" +
-                        spec.name + "\" ORDER BY rowid")
+                        shape.name + "\" ORDER BY rowid")
             : Statement("SELECT " + SelectList(child, "c.") +
-                        ", o.rowid FROM \"" + spec.name +
+                        ", o.rowid FROM \"" + shape.name +
                         "\" AS c NOT INDEXED CROSS JOIN \"" +
-                        kSpecs[spec.owner].name + "\" AS o ON o.oid = c." +
+                        kShapes[shape.owner].name + "\" AS o ON o.oid = c." +
                         ownerColumn + " ORDER BY o.rowid, c.rowid");
-    cursor.ofOwner =
-        Statement("SELECT " + SelectList(child, "c.") + " FROM \"" + spec.name +
-                  "\" AS c WHERE c." + ownerColumn + " = ?1 ORDER BY c.rowid");
+    cursor.ofOwner = Statement("SELECT " + SelectList(child, "c.") +
+                               " FROM \"" + shape.name + "\" AS c WHERE c." +
+                               ownerColumn + " = ?1 ORDER BY c.rowid");
   }
   const std::int64_t rowid = owner.Rowid();
   if (cursor.started && rowid <= cursor.lastOwner) {
@@ -813,7 +814,7 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
   cursor.lastOwner = rowid;
   sqlite3_stmt* stmt = cursor.inOrder;
   const int ownerAt = FirstColumn(child);
-  const OidIndex& owners = indexes_[spec.owner];
+  const OidIndex& owners = indexes_[shape.owner];
   for (;;) {
     if (!cursor.pending) {
       if (cursor.done || !Step(stmt)) {
@@ -828,9 +829,9 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
     const OidEntry* of = ownerOid.empty() ? nullptr : owners.Find(ownerOid);
     if (!of)
       throw StoreError(
-          "table " + std::string(spec.name) + ", row " +
+          "table " + std::string(shape.name) + ", row " +
           std::to_string(sqlite3_column_int64(stmt, 0)) + ", column " +
-          spec.columns[0] + ": " + ShownValue(stmt, ownerAt) +
+          shape.columns[0] + ": " + ShownValue(stmt, ownerAt) +
           " is not what the column's index holds for the row: the store is "
           "damaged (see PRAGMA integrity_check)");
     if (of->rowid > rowid) return;
@@ -875,11 +876,11 @@ bool AdminStore::Load(StoreObjectBase& object) {
   return Guarded([&] {
            sqlite3_stmt* stmt =
                Statement("SELECT " + SelectList(table, "") + " FROM \"" +
-                         kSpecs[table].name + "\" WHERE rowid = ?1");
+                         kShapes[table].name + "\" WHERE rowid = ?1");
            sqlite3_reset(stmt);
            sqlite3_bind_int64(stmt, 1, object.Rowid());
            if (!Step(stmt))
-             throw StoreError("table " + std::string(kSpecs[table].name) +
+             throw StoreError("table " + std::string(kShapes[table].name) +
                               ", row " + std::to_string(object.Rowid()) +
                               ": the row has gone");
            object.Fill(Row(*this, stmt, table));
