@@ -4,6 +4,8 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <sstream>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -305,16 +307,6 @@ struct Object {
 struct Objects {
   std::vector<Object> objects;  // in the document's order
   std::vector<std::pair<std::string, std::size_t>> byOid;  // sorted
-  // The index of the object of oid bytes, or npos.
-  std::size_t Find(const std::string& oid) const {
-    const auto it =
-        std::lower_bound(byOid.begin(), byOid.end(), oid,
-                         [](const auto& entry, const std::string& key) {
-                           return entry.first < key;
-                         });
-    return it != byOid.end() && it->first == oid ? it->second
-                                                 : std::string::npos;
-  }
 };
 
 // Reads and checks a document into its objects, in one pass.
@@ -357,15 +349,37 @@ std::string_view ValueAt(const std::string& values, std::size_t i) {
 
 int DocDiff(const std::string& oldFile, const std::string& newFile,
             std::ostream& out, std::ostream& err) {
+  // The two documents are read at once, each by a thread of its own.
   Objects before, after;
-  if (!Read(oldFile, before, err) || !Read(newFile, after, err)) return 2;
-  // The identifiers of each document in its order.
-  std::vector<std::string> beforeOid(before.objects.size()),
+  std::ostringstream beforeErr, afterErr;
+  bool beforeRead = false;
+  std::thread reader([&] { beforeRead = Read(oldFile, before, beforeErr); });
+  const bool afterRead = Read(newFile, after, afterErr);
+  reader.join();
+  err << beforeErr.str() << afterErr.str();
+  if (!beforeRead || !afterRead) return 2;
+  // The identifiers of each document in its order, and each object's match
+  // in the other document (npos for none), from one merge of the two
+  // sorted lists of identifiers.
+  constexpr std::size_t kNone = std::string::npos;
+  std::vector<const std::string*> beforeOid(before.objects.size()),
       afterOid(after.objects.size());
-  for (const auto& entry : before.byOid) beforeOid[entry.second] = entry.first;
-  for (const auto& entry : after.byOid) afterOid[entry.second] = entry.first;
+  for (const auto& entry : before.byOid) beforeOid[entry.second] = &entry.first;
+  for (const auto& entry : after.byOid) afterOid[entry.second] = &entry.first;
+  std::vector<std::size_t> inAfter(before.objects.size(), kNone),
+      inBefore(after.objects.size(), kNone);
+  for (std::size_t i = 0, j = 0;
+       i < before.byOid.size() && j < after.byOid.size();) {
+    const int order = before.byOid[i].first.compare(after.byOid[j].first);
+    if (order == 0) {
+      inAfter[before.byOid[i].second] = after.byOid[j].second;
+      inBefore[after.byOid[j].second] = before.byOid[i].second;
+    }
+    i += order <= 0;
+    j += order >= 0;
+  }
   // Places among the siblings both documents hold under the same parent.
-  const auto places = [](Objects& doc, const std::vector<std::string>& oids,
+  const auto places = [](Objects& doc, const std::vector<std::size_t>& match,
                          const Objects& other) {
     std::size_t top[doc::kKindCount] = {}, child[doc::kKindCount] = {};
     std::string parent;
@@ -375,14 +389,13 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
         parent = o.parent;
         std::fill(std::begin(child), std::end(child), 0);
       }
-      const std::size_t j = other.Find(oids[i]);
-      if (j == std::string::npos || other.objects[j].parent != o.parent)
-        continue;
+      const std::size_t j = match[i];
+      if (j == kNone || other.objects[j].parent != o.parent) continue;
       o.common = o.parent.empty() ? top[o.kind]++ : child[o.kind]++;
     }
   };
-  places(before, beforeOid, after);
-  places(after, afterOid, before);
+  places(before, inAfter, after);
+  places(after, inBefore, before);
 
   std::vector<std::string> lines[doc::kKindCount];
   const auto named = [](const Object& o, const std::string& oid) {
@@ -397,14 +410,14 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
     return o.parent.empty() ? std::string("the document") : o.parent;
   };
   for (std::size_t i = 0; i < before.objects.size(); ++i)
-    if (after.Find(beforeOid[i]) == std::string::npos)
+    if (inAfter[i] == kNone)
       lines[before.objects[i].kind].push_back(
-          "removed " + named(before.objects[i], beforeOid[i]));
+          "removed " + named(before.objects[i], *beforeOid[i]));
   for (std::size_t i = 0; i < after.objects.size(); ++i) {
     const Object& now = after.objects[i];
-    const std::string& oid = afterOid[i];
-    const std::size_t j = before.Find(oid);
-    if (j == std::string::npos) {
+    const std::string& oid = *afterOid[i];
+    const std::size_t j = inBefore[i];
+    if (j == kNone) {
       lines[now.kind].push_back("added " + named(now, oid) + " in " +
                                 where(now));
       continue;
