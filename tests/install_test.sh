@@ -7,7 +7,7 @@ build="$1" source="$2"
 work="$build/tests/output/install"
 rm -rf "$work" && mkdir -p "$work"
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
-for file in bin/Vantrel include/vantrel/KivAdmin.h \
+for file in bin/Vantrel bin/vantrel-doc include/vantrel/KivAdmin.h \
     lib/libvantrel_objectmodel.a lib/cmake/Vantrel/VantrelConfig.cmake \
     lib/cmake/Vantrel/VantrelConfigVersion.cmake share/vantrel/schema.sql \
     share/vantrel/demo.sql share/vantrel/KivAdmin.dtd \
