@@ -3,8 +3,10 @@
 //
 // Every interface lists its operations in their order of declaration, which
 // is its binary layout: never reorder them. Every pointer a getter hands out
-// carries one reference owned by the caller, given back with Release. Getters
-// that return a status give a negative value on failure.
+// carries one reference owned by the caller, given back with Release; each
+// hand-out may be an object of its own, so objects are told apart by their
+// identifiers, not their addresses. Getters that return a status give a
+// negative value on failure.
 #pragma once
 
 #include "KivCom.h"
