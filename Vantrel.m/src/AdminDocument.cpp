@@ -383,21 +383,24 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason) {
   std::size_t blanks = 0;
   while (blanks < text.size() && text[blanks] == ' ') ++blanks;
   const std::string_view tag = text.substr(blanks);
+  // The element's name: after "<" or "</", up to a blank or ">".
+  const bool end = tag.size() > 2 && tag[0] == '<' && tag[1] == '/';
+  const std::size_t from = end ? 2 : 1;
+  const std::size_t to = tag.find_first_of(" >", from);
+  if (tag.empty() || tag[0] != '<' || to == std::string_view::npos) {
+    *reason = "not a line of the document";
+    return false;
+  }
+  const std::string_view name = tag.substr(from, to - from);
   for (int k = 0; k < kKindCount; ++k) {
     const Layout& layout = kLayouts[k];
-    const std::size_t n = std::strlen(layout.name);
-    const bool end = tag.size() == n + 3 && tag.substr(0, 2) == "</" &&
-                     tag.substr(2, n) == layout.name && tag.back() == '>';
-    const bool bare = layout.attributes.empty() && tag.size() == n + 2 &&
-                      tag[0] == '<' && tag.substr(1, n) == layout.name &&
-                      tag.back() == '>';
-    const bool start = tag.size() > n + 1 && tag[0] == '<' &&
-                       tag.substr(1, n) == layout.name && tag[n + 1] == ' ';
-    if (!end && !bare && !start) continue;
+    if (name != layout.name) continue;
+    const bool closed = tag[to] == '>' && to + 1 == tag.size();
+    const bool bare = !end && closed && layout.attributes.empty();
+    if (end ? !(closed && layout.hasEndTag) : !(bare || tag[to] == ' ')) break;
     // End tags and the server wrapper stand in the first column.
     const std::size_t want =
         end || bare ? 0 : static_cast<std::size_t>(2 * layout.depth);
-    if (end && !layout.hasEndTag) break;
     if (blanks != want) {
       *reason = std::string(layout.name) + " indented by " +
                 std::to_string(blanks) + " blanks, not " + std::to_string(want);
