@@ -207,7 +207,7 @@ std::string Reason(sqlite3* db, int rc) {
     case SQLITE_NOMEM:
       return "out of memory";
     default:
-      return ShownText(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+      return EscapedPath(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
   }
 }
 
