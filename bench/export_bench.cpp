@@ -193,11 +193,12 @@ void Shell(const std::string& path) {
     throw std::runtime_error("the sqlite3 shell failed");
 }
 
-// Exports the store at path as the tool does; returns its exit status.
-int Export(const std::string& path) {
+// Exports the store at path to file as the tool does; returns its exit
+// status.
+int Export(const std::string& path, std::string file = "/dev/null") {
   ::setenv("KIV_ADMIN_STORE", path.c_str(), 1);
-  char program[] = "Vantrel", option[] = "-f", file[] = "/dev/null";
-  char* argv[] = {program, option, file, nullptr};
+  char program[] = "Vantrel", option[] = "-f";
+  char* argv[] = {program, option, file.data(), nullptr};
   std::fflush(stderr);
   std::streambuf* saved = std::cerr.rdbuf(nullptr);  // START and END lines
   const int rc = VantrelMain(3, argv);
@@ -272,15 +273,9 @@ void BM_DocumentVsExport(benchmark::State& state) {
   double exported = 0, checked = 0, diffed = 0, load = 0;
   std::ostringstream sink;
   for (auto _ : state) {
-    ::setenv("KIV_ADMIN_STORE", path.c_str(), 1);
-    char program[] = "Vantrel", option[] = "-f";
-    std::string name = file;
-    char* argv[] = {program, option, name.data(), nullptr};
-    std::streambuf* saved = std::cerr.rdbuf(nullptr);
     auto t0 = std::chrono::steady_clock::now();
-    const int rc = VantrelMain(3, argv);
+    const int rc = Export(path, file);
     auto t1 = std::chrono::steady_clock::now();
-    std::cerr.rdbuf(saved);
     if (rc != 0) state.SkipWithError("the export failed");
     if (DocCheck(file, sink, sink) != 0) state.SkipWithError("check failed");
     auto t2 = std::chrono::steady_clock::now();

@@ -192,7 +192,7 @@ enum class Fit { kNone, kOne, kMany };
 Fit Place(std::string_view body, const std::vector<std::string>& delimiters,
           std::vector<std::string_view>& values) {
   const std::size_t n = delimiters.size();
-  std::size_t left[8], right[8];
+  std::size_t left[8] = {}, right[8] = {};
   std::size_t from = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t at = body.find(delimiters[i], from);

@@ -12,6 +12,7 @@
 
 #include "AdminDocument.h"
 #include "KivStoreWriter.h"
+#include "Lum.h"
 
 namespace {
 
@@ -175,24 +176,17 @@ bool Walk(
   return true;
 }
 
-// An identifier's bytes: the hexadecimal after the "x", decoded, so that the
-// usual 8-byte oids are held without an allocation of their own.
+// An identifier's bytes: the hexadecimal after the "x", decoded as a store
+// holds it, so that the usual 8-byte oids need no allocation of their own.
 std::string Bytes(std::string_view identifier) {
-  std::string bytes;
-  for (std::size_t i = 1; i + 1 < identifier.size(); i += 2) {
-    const auto digit = [](char c) { return c <= '9' ? c - '0' : c - 'A' + 10; };
-    bytes +=
-        static_cast<char>(digit(identifier[i]) * 16 + digit(identifier[i + 1]));
-  }
-  return bytes;
+  return KivStoreWriter::Oid(identifier).bytes;
 }
 
 // The identifier of oid bytes, as the document writes it.
 std::string Identifier(const std::string& bytes) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::string text = "x";
-  for (unsigned char c : bytes) (text += kDigits[c >> 4]) += kDigits[c & 15];
-  return text;
+  LumDbBinary oid(0);
+  oid.Assign(bytes.data(), bytes.size());
+  return std::string("x") + oid.GetHexaValue().ConvertToChar();
 }
 
 struct Defined {
