@@ -279,6 +279,8 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
        "of table host"},
       {"two local sites", Full("INSERT INTO local_site VALUES (x'99', 'b');"),
        "table local_site holds 2 rows: a store has at most one local site"},
+  };
+  const std::vector<BadStoreCase> reading = {
       {"owner missing",
        Loose("UPDATE business_domain SET domain = NULL "
              "WHERE oid = x'0F02';"),
@@ -289,12 +291,16 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
             "= x'1703';"),
        "table capture_status, row 4 (oid x1703), column subscribing_target: "
        "x99 names no subscribing_target row"},
+      {"owner unknown, owners out of row order",
+       Full("INSERT INTO project VALUES (x'01', 'first by oid, last by row');"
+            "INSERT INTO data_domain VALUES (x'99AA', x'77', '', '', '', '', "
+            "'rdb', NULL, NULL);"),
+       "table data_domain, row 4 (oid x99AA), column project: x77 names no "
+       "project row"},
       {"owner of another kind",
        Full("INSERT INTO project_data_server VALUES (x'0E01', x'0B01');"),
        "table project_data_server, row 3, column project: x0E01 names no "
        "project row"},
-  };
-  const std::vector<BadStoreCase> reading = {
       {"visible text", Loose("UPDATE domain SET visible = 'Y';"),
        "table domain, row 1 (oid x0E01), column visible: 'Y' is not the "
        "integer 0 or 1"},

@@ -51,7 +51,11 @@ class LumRawCollPV {
   // Returns the stored pointer at index (1 to Count()). An index out of that
   // range is a fatal error.
   void*& operator[](int index);
-  void Append(void* item) { items_.push_back(item); }
+  void Append(void* item) {
+    // Most lists are short: room for a few at once, not one at a time.
+    if (items_.empty()) items_.reserve(8);
+    items_.push_back(item);
+  }
 
  private:
   std::vector<void*> items_;

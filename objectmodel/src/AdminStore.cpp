@@ -1,5 +1,6 @@
 #include "AdminStore.h"
 
+#include <sanitizer/asan_interface.h>
 #include <sqlite3.h>
 #include <strings.h>
 #include <sys/stat.h>
@@ -7,7 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
@@ -167,19 +170,19 @@ std::string EscapedPath(const char* path) {
 
 namespace {
 
+// The first 8 bytes of oid, zero-padded, as a big-endian number.
 std::uint64_t Prefix(std::string_view oid) {
-  unsigned char head[8] = {};
+  OidEntry entry{};
   if (!oid.empty())
-    std::memcpy(head, oid.data(), oid.size() < 8 ? oid.size() : 8);
-  std::uint64_t prefix = 0;
-  for (unsigned char byte : head) prefix = (prefix << 8) | byte;
-  return prefix;
+    std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
+  return entry.Prefix();
 }
 
 // Orders two oids of two indexes as SQLite orders BLOBs.
 int Order(const OidIndex& a, const OidEntry& x, const OidIndex& b,
           const OidEntry& y) {
-  if (x.prefix != y.prefix) return x.prefix < y.prefix ? -1 : 1;
+  const std::uint64_t px = x.Prefix(), py = y.Prefix();
+  if (px != py) return px < py ? -1 : 1;
   if (x.size <= 8 && y.size <= 8)
     return x.size == y.size ? 0 : (x.size < y.size ? -1 : 1);
   return a.Bytes(x).compare(b.Bytes(y));
@@ -273,14 +276,14 @@ sqlite3* OpenDemo() {
 // The index of oids.
 
 void OidIndex::Add(std::string_view oid, std::int64_t rowid) {
-  OidEntry entry{Prefix(oid),
+  OidEntry entry{{},
                  static_cast<std::uint32_t>(arena_.size()),
                  static_cast<std::uint32_t>(oid.size()),
-                 rowid,
-                 {}};
+                 rowid};
   if (!oid.empty())
     std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
   if (oid.size() > 8) arena_.append(oid.data(), oid.size());
+  if (!entries_.empty() && entries_.back().rowid > rowid) inRowOrder_ = false;
   entries_.push_back(entry);
 }
 
@@ -293,7 +296,8 @@ struct Probe {
 };
 
 int Compare(const OidIndex& index, const OidEntry& a, const Probe& b) {
-  if (a.prefix != b.prefix) return a.prefix < b.prefix ? -1 : 1;
+  const std::uint64_t prefix = a.Prefix();
+  if (prefix != b.prefix) return prefix < b.prefix ? -1 : 1;
   if (a.size <= 8 && b.bytes.size() <= 8)
     return a.size == b.bytes.size() ? 0 : (a.size < b.bytes.size() ? -1 : 1);
   return index.Bytes(a).compare(b.bytes);
@@ -347,7 +351,7 @@ std::string_view BlobAt(sqlite3_stmt* stmt, int col) {
 
 // The store was checked through its indexes; a row that disagrees with them
 // is a damaged store, refused rather than trusted.
-std::string_view Row::Oid() const {
+const OidEntry& Row::Oid() const {
   const std::string_view oid = BlobAt(stmt_, 1);
   const OidEntry* entry =
       oid.empty() ? nullptr : store_.Index(table_).Find(oid);
@@ -357,7 +361,7 @@ std::string_view Row::Oid() const {
                      ", column oid: " + ShownValue(stmt_, 1) +
                      " is not the oid that the table's index holds for the "
                      "row: the store is damaged (see PRAGMA integrity_check)");
-  return oid;
+  return *entry;
 }
 
 void Row::Refuse(int column, const std::string& what) const {
@@ -400,31 +404,35 @@ int Row::Flag(int column) const {
 const OidEntry* Row::Ref(int column, Table table, bool mandatory,
                          Table alternative) const {
   const int col = Index(column);
-  const std::string kinds =
-      std::string(kShapes[table].name) +
-      (alternative == kTableCount
-           ? std::string()
-           : std::string(" or ") + kShapes[alternative].name);
+  // The kinds of row the column may name, as a refusal says them.
+  const auto kinds = [&] {
+    return std::string(kShapes[table].name) +
+           (alternative == kTableCount
+                ? std::string()
+                : std::string(" or ") + kShapes[alternative].name);
+  };
   switch (sqlite3_column_type(stmt_, col)) {
     case SQLITE_NULL:
       if (!mandatory) return nullptr;
-      Refuse(column, "is not allowed: the row must name a " + kinds + " row");
+      Refuse(column, "is not allowed: the row must name a " + kinds() + " row");
     case SQLITE_BLOB:
-      if (sqlite3_column_bytes(stmt_, col) > 0) break;
-      [[fallthrough]];
+      break;
     default:
       Refuse(column, "is not an oid (a non-empty BLOB)");
   }
-  const std::string_view oid(
-      static_cast<const char*>(sqlite3_column_blob(stmt_, col)),
-      static_cast<std::size_t>(sqlite3_column_bytes(stmt_, col)));
+  const void* blob = sqlite3_column_blob(stmt_, col);
+  const int size = sqlite3_column_bytes(stmt_, col);
+  if (size == 0) Refuse(column, "is not an oid (a non-empty BLOB)");
+  if (!blob) throw StoreError("out of memory");
+  const std::string_view oid(static_cast<const char*>(blob),
+                             static_cast<std::size_t>(size));
   refTable_ = table;
   if (const OidEntry* entry = store_.Index(table).Find(oid)) return entry;
   refTable_ = alternative;
   if (alternative != kTableCount)
     if (const OidEntry* entry = store_.Index(alternative).Find(oid))
       return entry;
-  Refuse(column, "names no " + kinds + " row");
+  Refuse(column, "names no " + kinds() + " row");
 }
 
 // ---------------------------------------------------------------------------
@@ -433,13 +441,13 @@ const OidEntry* Row::Ref(int column, Table table, bool mandatory,
 // The rows of one child table in the order of their owners' rows, stepped as
 // the owners ask for them; an owner asked out of that order reads its own.
 struct AdminStore::Cursor {
-  bool stored = false;  // the rows are stored in their owners' order
   sqlite3_stmt* inOrder = nullptr;
   sqlite3_stmt* ofOwner = nullptr;
   bool started = false;
   bool pending = false;  // inOrder holds a row not yet taken
   bool done = false;
-  std::int64_t lastOwner = 0;
+  std::int64_t lastOwner = 0;    // the row of the owner that asked last
+  std::int64_t streamOwner = 0;  // the row of the owner of the last row read
 };
 
 AdminStore::AdminStore(sqlite3* db, std::string path)
@@ -475,8 +483,6 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
     if (locals > 1)
       throw StoreError("table local_site holds " + std::to_string(locals) +
                        " rows: a store has at most one local site");
-    for (int t = 0; t < kTableCount; ++t)
-      if (kShapes[t].owner != kTableCount) store->CheckOwners(Table(t));
     return store;
   } catch (const StoreError& e) {
     *error = e.Message();
@@ -607,19 +613,23 @@ void AdminStore::IndexOids(Table table) {
   OidIndex& index = indexes_[table];
   while (Step(stmt)) {
     const std::int64_t rowid = sqlite3_column_int64(stmt, 1);
-    const std::string where =
-        "table " + name + ", row " + std::to_string(rowid) + ", column oid: ";
-    if (sqlite3_column_type(stmt, 0) != SQLITE_BLOB ||
-        sqlite3_column_bytes(stmt, 0) == 0)
-      throw StoreError(where + ShownValue(stmt, 0) +
+    const auto where = [&] {
+      return "table " + name + ", row " + std::to_string(rowid) +
+             ", column oid: ";
+    };
+    const bool blob = sqlite3_column_type(stmt, 0) == SQLITE_BLOB;
+    const void* bytes = blob ? sqlite3_column_blob(stmt, 0) : nullptr;
+    const int size = sqlite3_column_bytes(stmt, 0);
+    if (!blob || size == 0)
+      throw StoreError(where() + ShownValue(stmt, 0) +
                        " is not an oid (a non-empty BLOB)");
-    const std::string_view oid(
-        static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
-        static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0)));
+    if (!bytes) throw StoreError("out of memory");
+    const std::string_view oid(static_cast<const char*>(bytes),
+                               static_cast<std::size_t>(size));
     if (!index.Entries().empty()) {
       const OidEntry& last = index.Entries().back();
       if (index.Compare(last, oid) == 0)
-        throw StoreError(where + ShownBlob(oid) + " is also the oid of row " +
+        throw StoreError(where() + ShownBlob(oid) + " is also the oid of row " +
                          std::to_string(last.rowid));
     }
     index.Add(oid, rowid);
@@ -654,56 +664,6 @@ void AdminStore::CheckUnique() {
   }
 }
 
-// Every row of a child table names its owner: a row whose owner is missing
-// would be left out of the document without a word.
-void AdminStore::CheckOwners(Table child) {
-  const TableShape& shape = kShapes[child];
-  const Table owner = shape.owner;
-  const std::string column = std::string("\"") + shape.columns[0] + "\"";
-  sqlite3_stmt* stmt =
-      Statement("SELECT " + column + ", rowid FROM \"" + shape.name +
-                "\" ORDER BY " + column + ", rowid");
-  // The rows of each owner, as the first and last of them; the table is in
-  // its owners' order when, owners taken in their order, each owner's rows
-  // all come before the next owner's.
-  struct Span {
-    std::int64_t owner, first, last;
-  };
-  std::vector<Span> spans;
-  while (Step(stmt)) {
-    const std::int64_t rowid = sqlite3_column_int64(stmt, 1);
-    const bool blob = sqlite3_column_type(stmt, 0) == SQLITE_BLOB &&
-                      sqlite3_column_bytes(stmt, 0) > 0;
-    const OidEntry* found =
-        blob ? indexes_[owner].Find(std::string_view(
-                   static_cast<const char*>(sqlite3_column_blob(stmt, 0)),
-                   static_cast<std::size_t>(sqlite3_column_bytes(stmt, 0))))
-             : nullptr;
-    if (found) {
-      if (spans.empty() || spans.back().owner != found->rowid)
-        spans.push_back({found->rowid, rowid, rowid});
-      spans.back().last = rowid;
-      continue;
-    }
-    const std::string value = ShownValue(stmt, 0);
-    const char* what =
-        sqlite3_column_type(stmt, 0) == SQLITE_NULL
-            ? " is not allowed: the row must name a "
-            : (blob ? " names no " : " is not an oid (a non-empty BLOB) of a ");
-    throw StoreError("table " + std::string(shape.name) + ", row " +
-                     std::to_string(rowid) + RowOid(child, rowid) +
-                     ", column " + shape.columns[0] + ": " + value + what +
-                     kShapes[owner].name + " row");
-  }
-  std::sort(spans.begin(), spans.end(),
-            [](const Span& a, const Span& b) { return a.owner < b.owner; });
-  bool stored = true;
-  for (std::size_t i = 1; i < spans.size() && stored; ++i)
-    stored = spans[i - 1].last < spans[i].first;
-  cursors_[child] = std::make_unique<Cursor>();
-  cursors_[child]->stored = stored;
-}
-
 // ---------------------------------------------------------------------------
 // Reading.
 
@@ -736,66 +696,75 @@ void AdminStore::Free(StoreObjectBase* object) {
   if (object->next) object->next->prev = object->prev;
   if (objects_ == object) objects_ = object->next;
   --live_;
-  delete object;
+  Pool& pool = pools_[object->TableOf()];
+  void* block = dynamic_cast<void*>(object);  // the whole object's room
+  object->~StoreObjectBase();
+  pool.Give(block);
 }
 
 StoreObjectBase* AdminStore::Make(Table table, const OidEntry* entry) {
   if (!entry) return nullptr;
-  return Adopt(
-      NewObject(table, *this, entry->rowid, indexes_[table].Bytes(*entry)));
+  return Adopt(NewObject(table, *this, pools_[table], *entry));
 }
 
 StoreObjectBase* AdminStore::FromRow(Table table, const Row& row) {
-  std::unique_ptr<StoreObjectBase> object(
-      NewObject(table, *this, row.Rowid(), row.Oid()));
-  object->Fill(row);
+  StoreObjectBase* object =
+      Adopt(NewObject(table, *this, pools_[table], row.Oid()));
+  try {
+    object->Fill(row);
+  } catch (...) {
+    Free(object);
+    throw;
+  }
   object->MarkLoaded();
-  return Adopt(object.release());
+  return object;
 }
 
-HRESULT AdminStore::AppendAll(std::vector<StoreObjectBase*>& objects,
-                              LumListPtrIUnknown& list, HRESULT hr) {
-  if (hr < 0) {
-    for (StoreObjectBase* object : objects) Free(object);
-    return hr;
+HRESULT AdminStore::AppendAll(LumListPtrIUnknown& list, HRESULT hr) {
+  for (StoreObjectBase* object : made_) {
+    if (hr < 0)
+      Free(object);
+    else
+      list.Append(object->Interface());
   }
-  for (StoreObjectBase* object : objects) list.Append(object->Interface());
+  made_.clear();
   return hr;
 }
 
 HRESULT AdminStore::List(Table table, LumListPtrIUnknown& list) {
-  std::vector<StoreObjectBase*> objects;
   const HRESULT hr = Guarded([&] {
     sqlite3_stmt* stmt =
         Statement("SELECT " + SelectList(table, "") + " FROM \"" +
                   kShapes[table].name + "\" ORDER BY rowid");
     sqlite3_reset(stmt);
-    while (Step(stmt))
-      objects.push_back(FromRow(table, Row(*this, stmt, table)));
+    while (Step(stmt)) made_.push_back(FromRow(table, Row(*this, stmt, table)));
   });
-  return AppendAll(objects, list, hr);
+  return AppendAll(list, hr);
 }
 
 template <class Add>
 void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
                            Add&& add) {
   const TableShape& shape = kShapes[child];
+  if (!cursors_[child]) cursors_[child] = std::make_unique<Cursor>();
   Cursor& cursor = *cursors_[child];
   const std::string ownerColumn = std::string("\"") + shape.columns[0] + "\"";
   if (!cursor.inOrder) {
-    // Rows stored in their owners' order are read in one pass; others are
-    // read in one pass too, then sorted by their owners' rows, the order in
-    // which the root lists the owners. A join seeking each owner's rows
-    // would visit the table's pages at random.
+    // The rows are read in one pass, in the order of their owners' rows, in
+    // which the root lists the owners. When the owners' oids are in the
+    // order of their rows, the owner column's index gives that order at no
+    // cost; otherwise SQLite sorts the rows by their owners' rows, a row
+    // without an owner first. A join seeking each owner's rows would visit
+    // the table's pages at random.
+    const std::string ownerTable = kShapes[shape.owner].name;
     cursor.inOrder =
-        cursor.stored
+        indexes_[shape.owner].InRowOrder()
             ? Statement("SELECT " + SelectList(child, "") + " FROM \"" +
-                        shape.name + "\" ORDER BY rowid")
-            : Statement("SELECT " + SelectList(child, "c.") +
-                        ", o.rowid FROM \"" + shape.name +
-                        "\" AS c NOT INDEXED CROSS JOIN \"" +
-                        kShapes[shape.owner].name + "\" AS o ON o.oid = c." +
-                        ownerColumn + " ORDER BY o.rowid, c.rowid");
+                        shape.name + "\" ORDER BY " + ownerColumn + ", rowid")
+            : Statement("SELECT " + SelectList(child, "c.") + " FROM \"" +
+                        shape.name + "\" AS c NOT INDEXED LEFT JOIN \"" +
+                        ownerTable + "\" AS o ON o.oid = c." + ownerColumn +
+                        " ORDER BY o.rowid, c.rowid");
     cursor.ofOwner = Statement("SELECT " + SelectList(child, "c.") +
                                " FROM \"" + shape.name + "\" AS c WHERE c." +
                                ownerColumn + " = ?1 ORDER BY c.rowid");
@@ -813,8 +782,6 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
   cursor.started = true;
   cursor.lastOwner = rowid;
   sqlite3_stmt* stmt = cursor.inOrder;
-  const int ownerAt = FirstColumn(child);
-  const OidIndex& owners = indexes_[shape.owner];
   for (;;) {
     if (!cursor.pending) {
       if (cursor.done || !Step(stmt)) {
@@ -823,43 +790,40 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
       }
       cursor.pending = true;
     }
-    // Every owner was found in the index of the owner column when the store
-    // was opened: a row that says otherwise is a damaged store.
-    const std::string_view ownerOid = BlobAt(stmt, ownerAt);
-    const OidEntry* of = ownerOid.empty() ? nullptr : owners.Find(ownerOid);
-    if (!of)
-      throw StoreError(
-          "table " + std::string(shape.name) + ", row " +
-          std::to_string(sqlite3_column_int64(stmt, 0)) + ", column " +
-          shape.columns[0] + ": " + ShownValue(stmt, ownerAt) +
-          " is not what the column's index holds for the row: the store is "
-          "damaged (see PRAGMA integrity_check)");
+    // The owner is checked here, as every row of the table passes: a row
+    // whose owner is missing would be left out of the document unsaid.
+    const Row row(*this, stmt, child);
+    const OidEntry* of = row.Ref(0, shape.owner, true);
+    if (of->rowid < cursor.streamOwner)
+      row.Refuse(0,
+                 "comes after the rows of a later owner, out of the order of "
+                 "the column's index: the store is damaged (see PRAGMA "
+                 "integrity_check)");
+    cursor.streamOwner = of->rowid;
     if (of->rowid > rowid) return;
     cursor.pending = false;
-    if (of->rowid == rowid) add(Row(*this, stmt, child));
+    if (of->rowid == rowid) add(row);
   }
 }
 
 HRESULT AdminStore::Children(Table child, const StoreObjectBase& owner,
                              LumListPtrIUnknown& list) {
-  std::vector<StoreObjectBase*> objects;
   const HRESULT hr = Guarded([&] {
     EachChild(child, owner,
-              [&](const Row& row) { objects.push_back(FromRow(child, row)); });
+              [&](const Row& row) { made_.push_back(FromRow(child, row)); });
   });
-  return AppendAll(objects, list, hr);
+  return AppendAll(list, hr);
 }
 
 HRESULT AdminStore::Linked(Table link, Table target,
                            const StoreObjectBase& owner,
                            LumListPtrIUnknown& list) {
-  std::vector<StoreObjectBase*> objects;
   const HRESULT hr = Guarded([&] {
     EachChild(link, owner, [&](const Row& row) {
-      objects.push_back(Make(target, row.Ref(1, target, true)));
+      made_.push_back(Make(target, row.Ref(1, target, true)));
     });
   });
-  return AppendAll(objects, list, hr);
+  return AppendAll(list, hr);
 }
 
 HRESULT AdminStore::LocalSite(KivILocalSite*& out) {
@@ -883,47 +847,89 @@ bool AdminStore::Load(StoreObjectBase& object) {
              throw StoreError("table " + std::string(kShapes[table].name) +
                               ", row " + std::to_string(object.Rowid()) +
                               ": the row has gone");
-           object.Fill(Row(*this, stmt, table));
+           const Row row(*this, stmt, table);
+           // A child read alone has its owner checked here, as the rows of
+           // its table are when they pass in order.
+           if (kShapes[table].owner != kTableCount)
+             row.Ref(0, kShapes[table].owner, true);
+           object.Fill(row);
            object.MarkLoaded();
            sqlite3_reset(stmt);
          }) >= 0;
 }
 
-StoreObjectBase* NewObject(Table table, AdminStore& store, std::int64_t rowid,
-                           std::string_view oid) {
+// ---------------------------------------------------------------------------
+// Objects.
+
+void* Pool::Take(std::size_t size) {
+  if (free_) {
+    void* block = free_;
+    ASAN_UNPOISON_MEMORY_REGION(block, size_);
+    free_ = *static_cast<void**>(block);
+    return block;
+  }
+  if (left_ == 0) {
+    // Chunks grow with the pool, so that a few cover a large store and a
+    // small one takes little.
+    size_ = (size + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
+            alignof(std::max_align_t);
+    left_ = chunks_.size() < 8 ? std::size_t{16} << chunks_.size() : 4096;
+    chunks_.emplace_back(new char[size_ * left_]);
+  }
+  return chunks_.back().get() + size_ * --left_;
+}
+
+void Pool::Give(void* block) {
+  *static_cast<void**>(block) = free_;
+  free_ = block;
+  // A block given back is out of bounds until taken again.
+  ASAN_POISON_MEMORY_REGION(block, size_);
+}
+
+namespace {
+
+template <class T>
+StoreObjectBase* New(AdminStore& store, Pool& pool, const OidEntry& entry) {
+  return new (pool.Take(sizeof(T))) T(store, entry);
+}
+
+}  // namespace
+
+StoreObjectBase* NewObject(Table table, AdminStore& store, Pool& pool,
+                           const OidEntry& entry) {
   switch (table) {
     case kHost:
-      return new Host(store, rowid, oid);
+      return New<Host>(store, pool, entry);
     case kDataServer:
-      return new DataServer(store, rowid, oid);
+      return New<DataServer>(store, pool, entry);
     case kVaultServer:
-      return new VaultServer(store, rowid, oid);
+      return New<VaultServer>(store, pool, entry);
     case kProject:
-      return new Project(store, rowid, oid);
+      return New<Project>(store, pool, entry);
     case kDomain:
-      return new Domain(store, rowid, oid);
+      return New<Domain>(store, pool, entry);
     case kBusinessDomain:
-      return new BusinessDomain(store, rowid, oid);
+      return New<BusinessDomain>(store, pool, entry);
     case kDataDomain:
-      return new DataDomain(store, rowid, oid);
+      return New<DataDomain>(store, pool, entry);
     case kExternSite:
-      return new ExternSite(store, rowid, oid);
+      return New<ExternSite>(store, pool, entry);
     case kLocalSite:
-      return new LocalSite(store, rowid, oid);
+      return New<LocalSite>(store, pool, entry);
     case kMedia:
-      return new Media(store, rowid, oid);
+      return New<Media>(store, pool, entry);
     case kPackageDefinition:
-      return new PackageDefinition(store, rowid, oid);
+      return New<PackageDefinition>(store, pool, entry);
     case kSubscribingTarget:
-      return new SubscribingTarget(store, rowid, oid);
+      return New<SubscribingTarget>(store, pool, entry);
     case kSubscription:
-      return new Subscription(store, rowid, oid);
+      return New<Subscription>(store, pool, entry);
     case kCaptureStatus:
-      return new CaptureStatus(store, rowid, oid);
+      return New<CaptureStatus>(store, pool, entry);
     case kApplyStatus:
-      return new ApplyStatus(store, rowid, oid);
+      return New<ApplyStatus>(store, pool, entry);
     default:
-      return nullptr;  // link tables hold no objects
+      std::abort();  // link tables hold no objects
   }
 }
 

@@ -1,13 +1,14 @@
 // The administration store: a SQLite file read in one read transaction, and
 // the objects made from its rows as the getters hand them out.
 //
-// Opening checks the whole store's shape at once: its tables, every oid
-// (a non-empty BLOB, unique across the store) and the owner of every child
-// row. The other values are checked as their rows are read; the first bad
-// one is reported once and makes every later getter fail.
+// Opening checks the whole store's shape at once: its tables and every oid
+// (a non-empty BLOB, unique across the store). The other values, owners of
+// child rows included, are checked as their rows are read; the first bad one
+// is reported once and makes every later getter fail.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,11 +48,19 @@ constexpr int kObjectTables = kApplyStatus + 1;
 // One row of an object table in its index of oids. An oid of up to 8 bytes
 // is held in the entry itself, a longer one in the index's arena.
 struct OidEntry {
-  std::uint64_t prefix;  // the first 8 bytes, big-endian, zero-padded
+  char head[8];          // the first 8 bytes, zero-padded
   std::uint32_t offset;  // where a longer oid starts in the arena
   std::uint32_t size;
   std::int64_t rowid;
-  char head[8];  // the first 8 bytes as they are
+  // The first 8 bytes as a big-endian number: prefixes order as the bytes.
+  std::uint64_t Prefix() const {
+    std::uint64_t prefix;
+    std::memcpy(&prefix, head, 8);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    prefix = __builtin_bswap64(prefix);
+#endif
+    return prefix;
+  }
 };
 
 // The oids of one table, sorted as SQLite sorts BLOBs (memcmp, then length).
@@ -68,12 +77,16 @@ class OidIndex {
                             e.size);
   }
   const std::vector<OidEntry>& Entries() const { return entries_; }
+  // True when the rows are stored in the order of their oids, so that a
+  // statement ordered by oid meets them in row order too.
+  bool InRowOrder() const { return inRowOrder_; }
   // Orders a against b as SQLite orders BLOBs.
   int Compare(const OidEntry& a, std::string_view b) const;
 
  private:
   std::vector<OidEntry> entries_;
   std::string arena_;
+  bool inRowOrder_ = true;
   mutable std::size_t last_ = 0;
 };
 
@@ -96,7 +109,8 @@ class Row {
   Row(AdminStore& store, sqlite3_stmt* stmt, Table table)
       : store_(store), stmt_(stmt), table_(table) {}
   std::int64_t Rowid() const;
-  std::string_view Oid() const;  // the row's own oid, checked at opening
+  // The row's own entry in its table's index of oids.
+  const OidEntry& Oid() const;
   // A column of the table's own (0 for the first after the oid): NULL reads
   // as empty; anything else but a text without NUL is refused.
   std::string_view Text(int column) const;
@@ -119,28 +133,54 @@ class Row {
   mutable Table refTable_ = kTableCount;
 };
 
-// Up to N texts of one object in one allocation, each ended by a NUL (store
-// texts never hold one).
+// Up to N texts of one object, each ended by a NUL (store texts never hold
+// one), in the object itself when they are short, else in one allocation.
 template <int N>
 class Texts {
  public:
   void Assign(std::initializer_list<std::string_view> texts) {
-    buffer_.clear();
+    std::size_t total = 0;
+    for (std::string_view text : texts) total += text.size() + 1;
+    if (total > sizeof inline_) heap_.reset(new char[total]);
+    char* const base = heap_ ? heap_.get() : inline_;
+    char* at = base;
     int i = 0;
     for (std::string_view text : texts) {
-      start_[i++] = static_cast<std::uint32_t>(buffer_.size());
-      buffer_.append(text.data(), text.size());
-      buffer_.push_back('\0');
+      start_[i++] = static_cast<std::uint32_t>(at - base);
+      if (!text.empty()) std::memcpy(at, text.data(), text.size());
+      at += text.size();
+      *at++ = '\0';
     }
+    assigned_ = true;
   }
   // Text i, or the empty text before Assign.
   const char* operator[](int i) const {
-    return buffer_.empty() ? "" : buffer_.c_str() + start_[i];
+    if (!assigned_) return "";
+    return (heap_ ? heap_.get() : inline_) + start_[i];
   }
 
  private:
-  std::string buffer_;
   std::uint32_t start_[N] = {};
+  bool assigned_ = false;
+  char inline_[8 * N + 16];
+  std::unique_ptr<char[]> heap_;
+};
+
+// Room for the objects of one kind: blocks of one size, taken from large
+// chunks and reused once given back, all freed with the pool.
+class Pool {
+ public:
+  Pool() = default;
+  Pool(const Pool&) = delete;
+  Pool& operator=(const Pool&) = delete;
+  void* Take(std::size_t size);
+  void Give(void* block);
+
+ private:
+  std::vector<std::unique_ptr<char[]>> chunks_;
+  std::size_t size_ = 0;  // of a block
+  std::size_t left_ = 0;  // blocks not yet taken from the last chunk
+  void* free_ = nullptr;  // blocks given back, each holding the next
 };
 
 // What every store object shares: its row, its count of references, and its
@@ -148,19 +188,19 @@ class Texts {
 // when the session closes.
 class StoreObjectBase {
  public:
-  StoreObjectBase(AdminStore& store, std::int64_t rowid, std::string_view oid)
-      : store_(store), rowid_(rowid), oid_(oid) {}
+  StoreObjectBase(AdminStore& store, const OidEntry& entry, Table table)
+      : store_(store), entry_(entry), table_(table) {}
   virtual ~StoreObjectBase() = default;
   StoreObjectBase(const StoreObjectBase&) = delete;
   StoreObjectBase& operator=(const StoreObjectBase&) = delete;
 
-  std::int64_t Rowid() const { return rowid_; }
-  const std::string& OidBytes() const { return oid_; }
+  std::int64_t Rowid() const { return entry_.rowid; }
+  std::string_view OidBytes() const;
   // Reads the object's values (the columns after its oid) from row.
   virtual void Fill(const Row& row) = 0;
-  // This object as the interface of its kind, and the table of its kind.
+  // This object as the interface of its kind.
   virtual void* Interface() = 0;
-  virtual Table TableOf() const = 0;
+  Table TableOf() const { return table_; }
   bool Loaded() const { return loaded_; }
   void MarkLoaded() { loaded_ = true; }
 
@@ -177,8 +217,8 @@ class StoreObjectBase {
   ULONG refs_ = 1;
 
  private:
-  std::int64_t rowid_;
-  std::string oid_;
+  const OidEntry& entry_;
+  Table table_;
   bool loaded_ = false;
 };
 
@@ -188,7 +228,8 @@ template <class I, Table T>
 class StoreObject : public I, public StoreObjectBase {
  public:
   static constexpr Table kTable = T;
-  using StoreObjectBase::StoreObjectBase;
+  StoreObject(AdminStore& store, const OidEntry& entry)
+      : StoreObjectBase(store, entry, T) {}
 
   HRESULT QueryInterface(const IID& riid, void** ppv) override {
     if (!ppv) return E_POINTER;
@@ -216,7 +257,6 @@ class StoreObject : public I, public StoreObjectBase {
     return S_OK;
   }
   void* Interface() override { return static_cast<I*>(this); }
-  Table TableOf() const override { return T; }
 };
 
 // The administration store and the objects of its session.
@@ -275,9 +315,6 @@ class AdminStore {
   void IndexOids(Table table);
   void CheckUnique();
   void CountRows();
-  // Checks the owner of every row of child; notes whether its rows are
-  // stored in their owners' order.
-  void CheckOwners(Table child);
   // Runs add on each row of child that owner owns, in row order.
   template <class Add>
   void EachChild(Table child, const StoreObjectBase& owner, Add&& add);
@@ -287,21 +324,29 @@ class AdminStore {
   // Makes the object of a row, fills it and links it among the live ones.
   StoreObjectBase* FromRow(Table table, const Row& row);
   StoreObjectBase* Adopt(StoreObjectBase* object);
-  // Appends objects to list as their interfaces; drops them on a refusal.
-  HRESULT AppendAll(std::vector<StoreObjectBase*>& objects,
-                    LumListPtrIUnknown& list, HRESULT hr);
+  // Appends the objects a getter made to list as their interfaces; drops
+  // them on a refusal.
+  HRESULT AppendAll(LumListPtrIUnknown& list, HRESULT hr);
 
   sqlite3* db_;
   std::string path_;
   OidIndex indexes_[kObjectTables];
   std::unique_ptr<Cursor> cursors_[kTableCount];
   std::vector<std::pair<std::string, sqlite3_stmt*>> statements_;
+  Pool pools_[kObjectTables];
+  // The objects the running getter has made; kept between getters so that
+  // its room is reused.
+  std::vector<StoreObjectBase*> made_;
   StoreObjectBase* objects_ = nullptr;  // the live objects, newest first
   std::size_t live_ = 0;
   bool failed_ = false;
 };
 
 inline bool StoreObjectBase::Load() { return loaded_ || store_.Load(*this); }
+
+inline std::string_view StoreObjectBase::OidBytes() const {
+  return store_.Index(table_).Bytes(entry_);
+}
 
 inline ULONG StoreObjectBase::ReleaseRef() {
   if (refs_ == 0) return 0;
@@ -310,10 +355,10 @@ inline ULONG StoreObjectBase::ReleaseRef() {
   return 0;
 }
 
-// Makes a new object of kind T (in its table) for the row of entry, with
-// its identifier alone; null for a null entry.
-StoreObjectBase* NewObject(Table table, AdminStore& store, std::int64_t rowid,
-                           std::string_view oid);
+// Makes a new object of the kind kept in table for the row of entry, with
+// its identifier alone, in room taken from pool.
+StoreObjectBase* NewObject(Table table, AdminStore& store, Pool& pool,
+                           const OidEntry& entry);
 
 // The store of the open session, or null.
 AdminStore* CurrentStore();

@@ -84,7 +84,7 @@ struct VaultServer : StoreObject<KivIVaultServer, kVaultServer> {
 
 struct BusinessDomain : StoreObject<KivIBusinessDomain, kBusinessDomain> {
   using StoreObject::StoreObject;
-  // Column 0 is the owning domain, checked when the store was opened.
+  // Column 0 is the owning domain, checked as the row is read.
   void Fill(const Row& r) override {
     t_.Assign({r.Text(1), r.Text(2), r.Text(3), r.Text(4), r.Text(5)});
   }
@@ -121,7 +121,7 @@ struct Domain : StoreObject<KivIDomain, kDomain> {
 
 struct DataDomain : StoreObject<KivIDataDomain, kDataDomain> {
   using StoreObject::StoreObject;
-  // Column 0 is the owning project, checked when the store was opened.
+  // Column 0 is the owning project, checked as the row is read.
   void Fill(const Row& r) override {
     t_.Assign({r.Text(1), r.Text(2), r.Text(3), r.Text(4)});
     const std::string_view kind = r.Text(5);
@@ -205,8 +205,8 @@ struct PackageDefinition
   Texts<1> t_;
 };
 
-// A capture or an apply status: its owner (column 0, checked when the store
-// was opened), the server it is kept at and a date.
+// A capture or an apply status: its owner (column 0, checked as the row is
+// read), the server it is kept at and a date.
 template <class I, Table T>
 struct Status : StoreObject<I, T> {
   using StoreObject<I, T>::StoreObject;
