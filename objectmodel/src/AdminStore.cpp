@@ -310,12 +310,31 @@ int OidIndex::Compare(const OidEntry& a, std::string_view b) const {
 }
 
 const OidEntry* OidIndex::Find(std::string_view oid) const {
-  if (entries_.empty()) return nullptr;
+  const std::size_t n = entries_.size();
+  if (n == 0) return nullptr;
   const Probe probe{oid, Prefix(oid)};
-  for (std::size_t i = last_; i < last_ + 2 && i < entries_.size(); ++i)
-    if (kiv::Compare(*this, entries_[i], probe) == 0)
-      return &entries_[last_ = i];
-  std::size_t low = 0, high = entries_.size();
+  // Gallops from the last hit to a range that holds the oid, so that a
+  // search costs the log of its distance from the last one.
+  const int order = kiv::Compare(*this, entries_[last_], probe);
+  if (order == 0) return &entries_[last_];
+  std::size_t low, high;  // the oid is in [low, high) if anywhere
+  std::size_t step = 1;
+  if (order < 0) {
+    low = last_ + 1;
+    high = low;
+    while (high < n && kiv::Compare(*this, entries_[high], probe) < 0) {
+      low = high + 1;
+      high = last_ + (step *= 2);
+    }
+    high = high < n ? high + 1 : n;
+  } else {
+    high = last_;
+    low = high;
+    while (low > 0 && kiv::Compare(*this, entries_[low - 1], probe) >= 0) {
+      high = low;
+      low = last_ > (step *= 2) ? last_ - step : 0;
+    }
+  }
   while (low < high) {
     const std::size_t mid = low + (high - low) / 2;
     if (kiv::Compare(*this, entries_[mid], probe) < 0)
@@ -323,7 +342,7 @@ const OidEntry* OidIndex::Find(std::string_view oid) const {
     else
       high = mid;
   }
-  if (low == entries_.size() || kiv::Compare(*this, entries_[low], probe) != 0)
+  if (low == n || kiv::Compare(*this, entries_[low], probe) != 0)
     return nullptr;
   return &entries_[last_ = low];
 }
@@ -337,11 +356,19 @@ std::int64_t Row::Rowid() const { return sqlite3_column_int64(stmt_, 0); }
 
 namespace {
 
+// The value of column col of stmt. The connection has no mutex of its own,
+// so the value may be read directly, which spares the statement's checks on
+// every access.
+sqlite3_value* ValueAt(sqlite3_stmt* stmt, int col) {
+  return sqlite3_column_value(stmt, col);
+}
+
 // A BLOB column of stmt; empty for any other value.
 std::string_view BlobAt(sqlite3_stmt* stmt, int col) {
-  if (sqlite3_column_type(stmt, col) != SQLITE_BLOB) return std::string_view();
-  const void* bytes = sqlite3_column_blob(stmt, col);
-  const int size = sqlite3_column_bytes(stmt, col);
+  sqlite3_value* value = ValueAt(stmt, col);
+  if (sqlite3_value_type(value) != SQLITE_BLOB) return std::string_view();
+  const void* bytes = sqlite3_value_blob(value);
+  const int size = sqlite3_value_bytes(value);
   return bytes ? std::string_view(static_cast<const char*>(bytes),
                                   static_cast<std::size_t>(size))
                : std::string_view();
@@ -375,8 +402,8 @@ void Row::Refuse(int column, const std::string& what) const {
 }
 
 std::string_view Row::Text(int column) const {
-  const int col = Index(column);
-  switch (sqlite3_column_type(stmt_, col)) {
+  sqlite3_value* value = ValueAt(stmt_, Index(column));
+  switch (sqlite3_value_type(value)) {
     case SQLITE_NULL:
       return std::string_view();
     case SQLITE_TEXT:
@@ -384,26 +411,25 @@ std::string_view Row::Text(int column) const {
     default:
       Refuse(column, "is not a text (TEXT or NULL)");
   }
-  const auto* text =
-      reinterpret_cast<const char*>(sqlite3_column_text(stmt_, col));
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(stmt_, col));
+  const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
   if (!text) throw StoreError("out of memory");
   if (std::memchr(text, '\0', size)) Refuse(column, "holds a NUL byte");
   return std::string_view(text, size);
 }
 
 int Row::Flag(int column) const {
-  const int col = Index(column);
-  if (sqlite3_column_type(stmt_, col) == SQLITE_INTEGER) {
-    const sqlite3_int64 value = sqlite3_column_int64(stmt_, col);
-    if (value == 0 || value == 1) return static_cast<int>(value);
+  sqlite3_value* value = ValueAt(stmt_, Index(column));
+  if (sqlite3_value_type(value) == SQLITE_INTEGER) {
+    const sqlite3_int64 flag = sqlite3_value_int64(value);
+    if (flag == 0 || flag == 1) return static_cast<int>(flag);
   }
   Refuse(column, "is not the integer 0 or 1");
 }
 
 const OidEntry* Row::Ref(int column, Table table, bool mandatory,
                          Table alternative) const {
-  const int col = Index(column);
+  sqlite3_value* value = ValueAt(stmt_, Index(column));
   // The kinds of row the column may name, as a refusal says them.
   const auto kinds = [&] {
     return std::string(kShapes[table].name) +
@@ -411,7 +437,7 @@ const OidEntry* Row::Ref(int column, Table table, bool mandatory,
                 ? std::string()
                 : std::string(" or ") + kShapes[alternative].name);
   };
-  switch (sqlite3_column_type(stmt_, col)) {
+  switch (sqlite3_value_type(value)) {
     case SQLITE_NULL:
       if (!mandatory) return nullptr;
       Refuse(column, "is not allowed: the row must name a " + kinds() + " row");
@@ -420,8 +446,8 @@ const OidEntry* Row::Ref(int column, Table table, bool mandatory,
     default:
       Refuse(column, "is not an oid (a non-empty BLOB)");
   }
-  const void* blob = sqlite3_column_blob(stmt_, col);
-  const int size = sqlite3_column_bytes(stmt_, col);
+  const void* blob = sqlite3_value_blob(value);
+  const int size = sqlite3_value_bytes(value);
   if (size == 0) Refuse(column, "is not an oid (a non-empty BLOB)");
   if (!blob) throw StoreError("out of memory");
   const std::string_view oid(static_cast<const char*>(blob),
@@ -617,9 +643,10 @@ void AdminStore::IndexOids(Table table) {
       return "table " + name + ", row " + std::to_string(rowid) +
              ", column oid: ";
     };
-    const bool blob = sqlite3_column_type(stmt, 0) == SQLITE_BLOB;
-    const void* bytes = blob ? sqlite3_column_blob(stmt, 0) : nullptr;
-    const int size = sqlite3_column_bytes(stmt, 0);
+    sqlite3_value* value = ValueAt(stmt, 0);
+    const bool blob = sqlite3_value_type(value) == SQLITE_BLOB;
+    const void* bytes = blob ? sqlite3_value_blob(value) : nullptr;
+    const int size = sqlite3_value_bytes(value);
     if (!blob || size == 0)
       throw StoreError(where() + ShownValue(stmt, 0) +
                        " is not an oid (a non-empty BLOB)");
