@@ -1,5 +1,9 @@
 #include "AdminDocument.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
 
 namespace doc {
@@ -268,6 +272,60 @@ const Grammar& GrammarOf(Kind kind) {
   return grammars[kind];
 }
 
+// Reads the usual line at once: every value free of quotes and of "=", so
+// that each quote of the line belongs to a delimiter. Such a line has one
+// reading only: another placement of the delimiters would need a quote
+// inside a value, and leaving an attribute out would put its delimiter,
+// quotes and all, inside the value before it. False when the line is not of
+// that form, for the full reading to judge.
+bool ReadPlain(std::string_view text, Kind kind, Line& line) {
+  const Layout& layout = kLayouts[kind];
+  const std::size_t nameSize = std::strlen(layout.name);
+  const std::size_t closerSize = std::strlen(layout.closer);
+  // "<NAME " has been checked by the caller.
+  std::size_t at = nameSize + 2;
+  const std::size_t end = text.size();
+  if (end < at + closerSize ||
+      text.compare(end - closerSize, closerSize, layout.closer) != 0)
+    return false;
+  line.values.assign(layout.attributes.size(), std::string_view());
+  line.present = 0;
+  const std::size_t count = layout.attributes.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    const Attribute& a = layout.attributes[i];
+    // The attribute's name and "=\"" at this point, or else it must be an
+    // optional one left out.
+    const std::size_t size = std::strlen(a.name);
+    const bool first = line.present == 0;
+    const std::size_t from = first ? at : at + 2;  // after "\" "
+    const bool named = (first || (text.compare(at, 2, "\" ") == 0)) &&
+                       text.compare(from, size, a.name) == 0 &&
+                       text.compare(from + size, 2, "=\"") == 0;
+    if (!named) {
+      if (a.optional) continue;
+      return false;
+    }
+    std::size_t start = from + size + 2;
+    const bool identifier = a.field == O || a.field == R || a.field == M;
+    if (identifier && (start >= end || text[start] != 'x')) return false;
+    const std::size_t quote = text.find('"', start + identifier);
+    if (quote == std::string_view::npos || quote + closerSize > end)
+      return false;
+    const std::string_view value =
+        text.substr(start + identifier, quote - start - identifier);
+    if (value.find('=') != std::string_view::npos || !Valid(a.field, value))
+      return false;
+    line.values[i] = identifier ? text.substr(start, quote - start) : value;
+    line.present |= 1u << i;
+    at = quote;
+  }
+  // The last value's quote begins the closer, which ends the line.
+  if (at != end - closerSize || line.present == 0) return false;
+  line.type = Line::kStart;
+  line.kind = kind;
+  return true;
+}
+
 // Reads an element line of layout (its indentation already checked).
 bool ReadElement(std::string_view text, Kind kind, Line& line,
                  std::string* reason) {
@@ -394,6 +452,7 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason) {
     line.kind = Kind(k);
     if (end) return line.type = Line::kEnd, true;
     if (bare) return line.type = Line::kStart, true;
+    if (ReadPlain(tag, Kind(k), line)) return true;
     return ReadElement(tag, Kind(k), line, reason);
   }
   *reason = "not a line of the document";
@@ -401,16 +460,47 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason) {
 }
 
 Reader::Reader(const std::string& path) : buffer_(1 << 20) {
-  in_.rdbuf()->pubsetbuf(buffer_.data(),
-                         static_cast<std::streamsize>(buffer_.size()));
-  in_.open(path, std::ios::binary);
+  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
-bool Reader::Next(std::string& text) {
-  if (!std::getline(in_, text)) return false;
-  ++number_;
-  noNewline_ = in_.eof();
-  return true;
+Reader::~Reader() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool Reader::Next(std::string_view& text) {
+  for (;;) {
+    const char* from = buffer_.data() + begin_;
+    if (const void* newline = std::memchr(from, '\n', end_ - begin_)) {
+      const std::size_t size =
+          static_cast<std::size_t>(static_cast<const char*>(newline) - from);
+      text = std::string_view(from, size);
+      begin_ += size + 1;
+      ++number_;
+      return true;
+    }
+    if (eof_) {
+      if (begin_ == end_) return false;
+      text = std::string_view(from, end_ - begin_);
+      begin_ = end_;
+      ++number_;
+      noNewline_ = true;
+      return true;
+    }
+    // The part of a line read so far moves to the front; a line as long as
+    // the buffer doubles it.
+    std::memmove(buffer_.data(), from, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+    if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
+    const ssize_t got =
+        ::read(fd_, buffer_.data() + end_, buffer_.size() - end_);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) error_ = errno;
+    if (got <= 0)
+      eof_ = true;
+    else
+      end_ += static_cast<std::size_t>(got);
+  }
 }
 
 }  // namespace doc

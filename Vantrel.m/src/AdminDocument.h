@@ -9,7 +9,6 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -96,20 +95,30 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason);
 // Splits a list of identifiers ("x0A x0B ") into the identifiers.
 std::vector<std::string_view> Identifiers(std::string_view refs);
 
-// Streams the lines of a document file.
+// Streams the lines of a document file through one buffer, which grows
+// only for a line longer than itself.
 class Reader {
  public:
   explicit Reader(const std::string& path);
-  bool Open() const { return in_.is_open(); }
-  // Reads the next line into text; false at the end of the file. last is
-  // set when the line was the last and lacked its newline.
-  bool Next(std::string& text);
+  ~Reader();
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+  bool Open() const { return fd_ >= 0; }
+  // Sets text to the next line, without its newline; it stays valid until
+  // the next call. False at the end of the file, or when it cannot be read
+  // further (Error() then says why).
+  bool Next(std::string_view& text);
   std::size_t LineNumber() const { return number_; }
   bool EndedWithoutNewline() const { return noNewline_; }
+  // The system's reason when a read failed, or 0.
+  int Error() const { return error_; }
 
  private:
-  std::ifstream in_;
+  int fd_ = -1;
   std::vector<char> buffer_;
+  std::size_t begin_ = 0, end_ = 0;  // the bytes read and not yet taken
+  bool eof_ = false;
+  int error_ = 0;
   std::size_t number_ = 0;
   bool noNewline_ = false;
 };

@@ -1,6 +1,9 @@
 #include "VantrelDoc.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -22,7 +25,7 @@ using doc::Line;
 // Where an element stands: its parent's identifier ("" under the document
 // element or the server wrapper) and its place among its siblings.
 struct Place {
-  std::string parent;
+  std::string_view parent;  // valid while the element is read
   std::size_t index = 0;
 };
 
@@ -56,13 +59,13 @@ std::string Name(const doc::Attribute& a) {
   return a.name[0] == ' ' ? a.name + 1 : a.name;
 }
 
-// The identifier of an element, from its Oid attribute.
-std::string OidOf(const Line& line) {
+// The identifier of an element, from its Oid attribute; valid while the
+// line is.
+std::string_view OidOf(const Line& line) {
   const auto& attributes = doc::LayoutOf(line.kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i)
-    if (attributes[i].field == doc::Field::kOid)
-      return std::string(line.values[i]);
-  return std::string();
+    if (attributes[i].field == doc::Field::kOid) return line.values[i];
+  return std::string_view();
 }
 
 // Reads a document, checking its structure: calls element for every element
@@ -81,7 +84,8 @@ bool Walk(
   std::string openOid;
   std::size_t children = 0;
   std::map<Kind, std::size_t> topLevel;
-  std::string text, reason;
+  std::string_view text;
+  std::string reason;
   Line line;
   while (reader.Next(text)) {
     const std::size_t n = reader.LineNumber();
@@ -167,7 +171,10 @@ bool Walk(
     }
     element(line, n, place);
   }
-  if (stage != kDone)
+  if (reader.Error())
+    problem(reader.LineNumber(), std::string("cannot be read further: ") +
+                                     std::strerror(reader.Error()));
+  else if (stage != kDone)
     problem(reader.LineNumber(),
             "the document ends before </AdminObjects>: an export that failed "
             "or a file cut short");
@@ -176,30 +183,80 @@ bool Walk(
   return true;
 }
 
-// An identifier's bytes: the hexadecimal after the "x", decoded as a store
-// holds it, so that the usual 8-byte oids need no allocation of their own.
-std::string Bytes(std::string_view identifier) {
-  return KivStoreWriter::Oid(identifier).bytes;
+// An identifier of a document, held in a few bytes: its first 8 bytes as
+// a big-endian number, zero-padded (so that identifiers order as their
+// bytes do), its size, and for a longer one its place in its document's
+// list of long identifiers.
+struct Id {
+  std::uint64_t prefix = 0;
+  std::uint32_t size = 0;
+  std::uint32_t spill = 0;
+};
+
+// The long identifiers of one document, whole.
+using Spill = std::vector<std::string>;
+
+int HexDigit(char c) { return c <= '9' ? c - '0' : c - 'A' + 10; }
+
+// The Id of identifier ("x" and upper-case hexadecimal, as the reader
+// checked it).
+Id MakeId(std::string_view identifier, Spill& spill) {
+  const std::string_view hex = identifier.substr(1);
+  Id id;
+  id.size = static_cast<std::uint32_t>(hex.size() / 2);
+  for (std::size_t i = 0; i < 8; ++i) {
+    const std::uint64_t byte =
+        i < id.size ? static_cast<std::uint64_t>(HexDigit(hex[2 * i]) * 16 +
+                                                 HexDigit(hex[2 * i + 1]))
+                    : 0;
+    id.prefix = (id.prefix << 8) | byte;
+  }
+  if (id.size > 8) {
+    id.spill = static_cast<std::uint32_t>(spill.size());
+    spill.emplace_back(hex);
+  }
+  return id;
 }
 
-// The identifier of oid bytes, as the document writes it.
-std::string Identifier(const std::string& bytes) {
-  LumDbBinary oid(0);
-  oid.Assign(bytes.data(), bytes.size());
-  return std::string("x") + oid.GetHexaValue().ConvertToChar();
+// Orders a of document sa against b of document sb as their bytes order.
+int Compare(const Id& a, const Spill& sa, const Id& b, const Spill& sb) {
+  if (a.prefix != b.prefix) return a.prefix < b.prefix ? -1 : 1;
+  if (a.size <= 8 || b.size <= 8)
+    return a.size == b.size ? 0 : (a.size < b.size ? -1 : 1);
+  // Upper-case hexadecimal orders as the bytes it encodes.
+  return sa[a.spill].compare(sb[b.spill]);
+}
+
+// The identifier as the document writes it.
+std::string Identifier(const Id& id, const Spill& spill) {
+  if (id.size > 8) return "x" + spill[id.spill];
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string text = "x";
+  for (std::uint32_t i = 0; i < id.size; ++i) {
+    const unsigned byte = (id.prefix >> (56 - 8 * i)) & 0xFF;
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0x0F];
+  }
+  return text;
+}
+
+// The size of file, or 0 when it cannot be told.
+std::size_t FileSize(const std::string& file) {
+  struct stat st {};
+  return ::stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode)
+             ? static_cast<std::size_t>(st.st_size)
+             : 0;
 }
 
 struct Defined {
-  std::string oid;
+  Id id;
   Kind kind;
+  std::uint32_t order;  // of the element among those with an identifier
   std::size_t line;
-  bool operator<(const Defined& o) const {
-    return oid != o.oid ? oid < o.oid : line < o.line;
-  }
 };
 
 struct Reference {
-  std::string oid;
+  Id id;
   const char* kinds;
   const char* attribute;
   std::size_t line;
@@ -207,17 +264,21 @@ struct Reference {
 
 // Checks a document; returns its problems, one line each in the order of
 // the lines, and counts its elements per kind.
+//
+// also, when given, is called for each element, after which the identifiers
+// sorted and the long ones are left in *sorted and *spill.
 std::vector<std::string> Problems(
     const std::string& file, std::size_t counts[doc::kKindCount], bool* opened,
-    const std::function<void(const Line&, const Place&)>& also = nullptr) {
+    const std::function<void(const Line&, const Place&)>& also = nullptr,
+    std::vector<Defined>* sorted = nullptr, Spill* kept = nullptr) {
+  Spill own;
+  Spill& spill = kept ? *kept : own;
   std::vector<std::pair<std::size_t, std::string>> problems;
   std::vector<Defined> oids;
   std::vector<Reference> references;
   // Sized for the usual density of a document: an object in about 100
   // bytes, a reference in about 60.
-  std::ifstream sized(file, std::ios::binary | std::ios::ate);
-  const auto bytes =
-      static_cast<std::size_t>(std::max<std::streamoff>(sized.tellg(), 0));
+  const std::size_t bytes = FileSize(file);
   oids.reserve(bytes / 100);
   references.reserve(bytes / 60);
   const auto problem = [&](std::size_t n, const std::string& what) {
@@ -233,35 +294,42 @@ std::vector<std::string> Problems(
           if (!line.Has(static_cast<int>(i))) continue;
           const doc::Attribute& a = attributes[i];
           if (a.field == doc::Field::kOid)
-            oids.push_back({Bytes(line.values[i]), line.kind, n});
+            oids.push_back({MakeId(line.values[i], spill), line.kind,
+                            static_cast<std::uint32_t>(oids.size()), n});
           else if (a.field == doc::Field::kRef)
-            references.push_back({Bytes(line.values[i]), a.kinds, a.name, n});
+            references.push_back(
+                {MakeId(line.values[i], spill), a.kinds, a.name, n});
           else if (a.field == doc::Field::kRefs)
             for (std::string_view id : doc::Identifiers(line.values[i]))
-              references.push_back({Bytes(id), a.kinds, a.name, n});
+              references.push_back({MakeId(id, spill), a.kinds, a.name, n});
         }
       },
       problem);
-  std::sort(oids.begin(), oids.end());
-  const auto shown = Identifier;
+  const auto order = [&](const Defined& a, const Defined& b) {
+    const int c = Compare(a.id, spill, b.id, spill);
+    return c != 0 ? c < 0 : a.line < b.line;
+  };
+  std::sort(oids.begin(), oids.end(), order);
+  const auto shown = [&](const Id& id) { return Identifier(id, spill); };
   for (std::size_t i = 1; i < oids.size(); ++i)
-    if (oids[i].oid == oids[i - 1].oid)
-      problem(oids[i].line, "identifier " + shown(oids[i].oid) +
+    if (Compare(oids[i].id, spill, oids[i - 1].id, spill) == 0)
+      problem(oids[i].line, "identifier " + shown(oids[i].id) +
                                 " is also the identifier of line " +
                                 std::to_string(oids[i - 1].line));
   for (const Reference& r : references) {
     const auto it = std::lower_bound(
-        oids.begin(), oids.end(), r.oid,
-        [](const Defined& d, const std::string& oid) { return d.oid < oid; });
-    if (it == oids.end() || it->oid != r.oid) {
-      problem(r.line, std::string(r.attribute) + " names " + shown(r.oid) +
+        oids.begin(), oids.end(), r.id, [&](const Defined& d, const Id& id) {
+          return Compare(d.id, spill, id, spill) < 0;
+        });
+    if (it == oids.end() || Compare(it->id, spill, r.id, spill) != 0) {
+      problem(r.line, std::string(r.attribute) + " names " + shown(r.id) +
                           ", which is not in the document");
       continue;
     }
     const std::string kind = doc::LayoutOf(it->kind).name;
     if ((std::string(" ") + r.kinds + " ").find(" " + kind + " ") ==
         std::string::npos)
-      problem(r.line, std::string(r.attribute) + " names " + shown(r.oid) +
+      problem(r.line, std::string(r.attribute) + " names " + shown(r.id) +
                           ", a " + kind + " (line " + std::to_string(it->line) +
                           "), not a " + r.kinds);
   }
@@ -270,6 +338,7 @@ std::vector<std::string> Problems(
       [](const auto& a, const auto& b) { return a.first < b.first; });
   std::vector<std::string> lines;
   for (auto& p : problems) lines.push_back(std::move(p.second));
+  if (sorted) *sorted = std::move(oids);
   return lines;
 }
 
@@ -302,41 +371,54 @@ namespace {
 struct Object {
   Kind kind;
   std::uint32_t present;
-  std::string values;      // joined by line breaks
-  std::string parent;      // the parent's identifier, or empty
+  std::size_t values;  // where its values start in the document's text
+  std::size_t size;    // of its values, each ended by a line break
+  Id oid;
+  Id parent;               // size 0 for none
   std::size_t common = 0;  // its place among the siblings both documents hold
 };
 struct Objects {
   std::vector<Object> objects;  // in the document's order
-  std::vector<std::pair<std::string, std::size_t>> byOid;  // sorted
+  std::vector<Defined> byOid;   // sorted
+  std::string text;             // the values of all objects
+  Spill spill;
+  std::string_view Values(const Object& o) const {
+    return std::string_view(text).substr(o.values, o.size);
+  }
 };
 
 // Reads and checks a document into its objects, in one pass.
 bool Read(const std::string& file, Objects& doc, std::ostream& err) {
-  std::ifstream sized(file, std::ios::binary | std::ios::ate);
-  const auto bytes =
-      static_cast<std::size_t>(std::max<std::streamoff>(sized.tellg(), 0));
-  doc.objects.reserve(bytes / 100);
-  doc.byOid.reserve(bytes / 100);
+  // Room reserved from the file's size is only taken as it is written: the
+  // values are less than the file, an object takes more than 60 bytes.
+  const std::size_t bytes = FileSize(file);
+  doc.text.reserve(bytes);
+  doc.objects.reserve(bytes / 60);
   std::size_t counts[doc::kKindCount] = {};
   bool opened = false;
   const std::vector<std::string> problems = Problems(
-      file, counts, &opened, [&](const Line& line, const Place& place) {
-        const std::string oid = OidOf(line);
+      file, counts, &opened,
+      [&](const Line& line, const Place& place) {
+        const std::string_view oid = OidOf(line);
         if (oid.empty()) return;
-        Object object{line.kind, line.present, std::string(), place.parent, 0};
-        for (std::string_view value : line.values)
-          (object.values += value) += '\n';
-        doc.byOid.emplace_back(Bytes(oid), doc.objects.size());
-        doc.objects.push_back(std::move(object));
-      });
+        Object object{
+            line.kind,
+            line.present,
+            doc.text.size(),
+            0,
+            MakeId(oid, doc.spill),
+            place.parent.empty() ? Id{} : MakeId(place.parent, doc.spill)};
+        for (std::string_view value : line.values) (doc.text += value) += '\n';
+        object.size = doc.text.size() - object.values;
+        doc.objects.push_back(object);
+      },
+      &doc.byOid, &doc.spill);
   if (!opened || !problems.empty()) {
     err << "vantrel-doc: " << file
         << (opened ? " is refused by check" : " cannot be read") << "\n";
     for (const std::string& p : problems) err << p << "\n";
     return false;
   }
-  std::sort(doc.byOid.begin(), doc.byOid.end());
   return true;
 }
 
@@ -345,11 +427,10 @@ std::string Quoted(std::string_view value) {
 }
 
 // Value i of a joined text of values.
-std::string_view ValueAt(const std::string& values, std::size_t i) {
+std::string_view ValueAt(std::string_view values, std::size_t i) {
   std::size_t start = 0;
   while (i--) start = values.find('\n', start) + 1;
-  return std::string_view(values).substr(start,
-                                         values.find('\n', start) - start);
+  return values.substr(start, values.find('\n', start) - start);
 }
 
 }  // namespace
@@ -365,96 +446,103 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
   reader.join();
   err << beforeErr.str() << afterErr.str();
   if (!beforeRead || !afterRead) return 2;
-  // The identifiers of each document in its order, and each object's match
-  // in the other document (npos for none), from one merge of the two
-  // sorted lists of identifiers.
+  // Each object's match in the other document (npos for none), from one
+  // merge of the two sorted lists of identifiers.
   constexpr std::size_t kNone = std::string::npos;
-  std::vector<const std::string*> beforeOid(before.objects.size()),
-      afterOid(after.objects.size());
-  for (const auto& entry : before.byOid) beforeOid[entry.second] = &entry.first;
-  for (const auto& entry : after.byOid) afterOid[entry.second] = &entry.first;
   std::vector<std::size_t> inAfter(before.objects.size(), kNone),
       inBefore(after.objects.size(), kNone);
   for (std::size_t i = 0, j = 0;
        i < before.byOid.size() && j < after.byOid.size();) {
-    const int order = before.byOid[i].first.compare(after.byOid[j].first);
+    const int order = Compare(before.byOid[i].id, before.spill,
+                              after.byOid[j].id, after.spill);
     if (order == 0) {
-      inAfter[before.byOid[i].second] = after.byOid[j].second;
-      inBefore[after.byOid[j].second] = before.byOid[i].second;
+      inAfter[before.byOid[i].order] = after.byOid[j].order;
+      inBefore[after.byOid[j].order] = before.byOid[i].order;
     }
     i += order <= 0;
     j += order >= 0;
   }
+  const auto sameParent = [&](const Object& o, const Object& other,
+                              const Spill& os, const Spill& others) {
+    return o.parent.size == other.parent.size &&
+           (o.parent.size == 0 ||
+            Compare(o.parent, os, other.parent, others) == 0);
+  };
   // Places among the siblings both documents hold under the same parent.
-  const auto places = [](Objects& doc, const std::vector<std::size_t>& match,
-                         const Objects& other) {
+  const auto places = [&](Objects& doc, const std::vector<std::size_t>& match,
+                          const Objects& other) {
     std::size_t top[doc::kKindCount] = {}, child[doc::kKindCount] = {};
-    std::string parent;
+    const Object* previous = nullptr;
     for (std::size_t i = 0; i < doc.objects.size(); ++i) {
       Object& o = doc.objects[i];
-      if (o.parent != parent) {
-        parent = o.parent;
+      if (!previous || !sameParent(o, *previous, doc.spill, doc.spill))
         std::fill(std::begin(child), std::end(child), 0);
-      }
+      previous = &o;
       const std::size_t j = match[i];
-      if (j == kNone || other.objects[j].parent != o.parent) continue;
-      o.common = o.parent.empty() ? top[o.kind]++ : child[o.kind]++;
+      if (j == kNone ||
+          !sameParent(o, other.objects[j], doc.spill, other.spill))
+        continue;
+      o.common = o.parent.size == 0 ? top[o.kind]++ : child[o.kind]++;
     }
   };
   places(before, inAfter, after);
   places(after, inBefore, before);
 
   std::vector<std::string> lines[doc::kKindCount];
-  const auto named = [](const Object& o, const std::string& oid) {
+  const auto named = [](const Objects& doc, const Object& o) {
     const doc::Layout& layout = doc::LayoutOf(o.kind);
-    std::string text = std::string(layout.name) + " " + Identifier(oid);
+    std::string text =
+        std::string(layout.name) + " " + Identifier(o.oid, doc.spill);
     for (std::size_t i = 0; i < layout.attributes.size(); ++i)
       if (Name(layout.attributes[i]) == "Name")
-        text += " " + Quoted(ValueAt(o.values, i));
+        text += " " + Quoted(ValueAt(doc.Values(o), i));
     return text;
   };
-  const auto where = [](const Object& o) {
-    return o.parent.empty() ? std::string("the document") : o.parent;
+  const auto where = [](const Objects& doc, const Object& o) {
+    return o.parent.size == 0 ? std::string("the document")
+                              : Identifier(o.parent, doc.spill);
   };
   for (std::size_t i = 0; i < before.objects.size(); ++i)
     if (inAfter[i] == kNone)
-      lines[before.objects[i].kind].push_back(
-          "removed " + named(before.objects[i], *beforeOid[i]));
+      lines[before.objects[i].kind].push_back("removed " +
+                                              named(before, before.objects[i]));
   for (std::size_t i = 0; i < after.objects.size(); ++i) {
     const Object& now = after.objects[i];
-    const std::string& oid = *afterOid[i];
     const std::size_t j = inBefore[i];
     if (j == kNone) {
-      lines[now.kind].push_back("added " + named(now, oid) + " in " +
-                                where(now));
+      lines[now.kind].push_back("added " + named(after, now) + " in " +
+                                where(after, now));
       continue;
     }
     const Object& was = before.objects[j];
     if (was.kind != now.kind) {
-      lines[now.kind].push_back("changed " + Identifier(oid) + " from a " +
-                                doc::LayoutOf(was.kind).name + " to a " +
-                                doc::LayoutOf(now.kind).name);
+      lines[now.kind].push_back("changed " + Identifier(now.oid, after.spill) +
+                                " from a " + doc::LayoutOf(was.kind).name +
+                                " to a " + doc::LayoutOf(now.kind).name);
       continue;
     }
-    if (was.present != now.present || was.values != now.values) {
+    const std::string_view wasValues = before.Values(was),
+                           nowValues = after.Values(now);
+    if (was.present != now.present || wasValues != nowValues) {
       const doc::Layout& layout = doc::LayoutOf(now.kind);
       for (std::size_t a = 0; a < layout.attributes.size(); ++a) {
         const bool had = (was.present >> a) & 1, has = (now.present >> a) & 1;
-        const std::string_view from = ValueAt(was.values, a),
-                               to = ValueAt(now.values, a);
+        const std::string_view from = ValueAt(wasValues, a),
+                               to = ValueAt(nowValues, a);
         if (had == has && from == to) continue;
-        lines[now.kind].push_back("changed " + named(now, oid) + " " +
+        lines[now.kind].push_back("changed " + named(after, now) + " " +
                                   Name(layout.attributes[a]) + ": " +
                                   (had ? Quoted(from) : "(none)") + " -> " +
                                   (has ? Quoted(to) : "(none)"));
       }
     }
-    if (was.parent != now.parent)
-      lines[now.kind].push_back("moved " + named(now, oid) + " from " +
-                                where(was) + " to " + where(now));
+    if (!sameParent(was, now, before.spill, after.spill))
+      lines[now.kind].push_back("moved " + named(after, now) + " from " +
+                                where(before, was) + " to " +
+                                where(after, now));
     else if (was.common != now.common)
-      lines[now.kind].push_back("moved " + named(now, oid) + " in " +
-                                where(now) + " from place " +
+      lines[now.kind].push_back("moved " + named(after, now) + " in " +
+                                where(after, now) + " from place " +
                                 std::to_string(was.common + 1) + " to place " +
                                 std::to_string(now.common + 1));
   }
