@@ -1,7 +1,9 @@
 // The support classes of the object model: text, identifiers and lists.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,17 +13,27 @@ class LumUnicodeString {
   LumUnicodeString() = default;
   // A null text gives the empty string.
   LumUnicodeString(const char* text);  // NOLINT: converts like the system's
-  LumUnicodeString(const LumUnicodeString&) = default;
-  LumUnicodeString& operator=(const LumUnicodeString&) = default;
+  LumUnicodeString(const LumUnicodeString& other);
+  LumUnicodeString(LumUnicodeString&&) noexcept = default;
+  LumUnicodeString& operator=(const LumUnicodeString& other);
+  LumUnicodeString& operator=(LumUnicodeString&&) noexcept = default;
   LumUnicodeString& operator=(const char* text);
 
   // Returns the text, zero-terminated; valid while this string lives
   // unchanged.
-  const char* ConvertToChar() const { return text_.c_str(); }
+  const char* ConvertToChar() const { return large_ ? large_.get() : small_; }
 
  private:
   friend class LumDbBinary;  // writes its hexadecimal text in place
-  std::string text_;
+  // Makes room for size bytes and their NUL; returns where they go.
+  char* Resize(std::size_t size);
+  void Assign(const char* text, std::size_t size);
+
+  // Names and identifiers fit in the string itself; a longer text has an
+  // allocation of its own.
+  std::unique_ptr<char[]> large_;
+  std::size_t size_ = 0;
+  char small_[40] = {};
 };
 
 // An object identifier: a run of bytes.
@@ -47,18 +59,27 @@ class LumRawCollPV {
  public:
   explicit LumRawCollPV(int sizeHint);
 
-  int Count() const { return static_cast<int>(items_.size()); }
+  int Count() const { return count_; }
   // Returns the stored pointer at index (1 to Count()). An index out of that
   // range is a fatal error.
   void*& operator[](int index);
   void Append(void* item) {
-    // Most lists are short: room for a few at once, not one at a time.
-    if (items_.empty()) items_.reserve(8);
-    items_.push_back(item);
+    if (large_.empty() && count_ < kSmall) {
+      small_[count_++] = item;
+      return;
+    }
+    if (large_.empty()) large_.assign(small_, small_ + count_);
+    large_.push_back(item);
+    ++count_;
   }
 
  private:
-  std::vector<void*> items_;
+  // Most lists are short: they stay in the list itself; a longer one moves
+  // to an allocation of its own.
+  static constexpr int kSmall = 8;
+  void* small_[kSmall] = {};
+  std::vector<void*> large_;
+  int count_ = 0;
 };
 
 // A list of interface pointers. Each list getter of the object model stores

@@ -896,14 +896,22 @@ void* Pool::Take(std::size_t size) {
     return block;
   }
   if (left_ == 0) {
-    // Chunks grow with the pool, so that a few cover a large store and a
-    // small one takes little.
+    // Chunks double with the pool up to a few megabytes, so that a small
+    // store takes little and a large one is covered by huge pages.
     size_ = (size + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
             alignof(std::max_align_t);
-    left_ = chunks_.size() < 8 ? std::size_t{16} << chunks_.size() : 4096;
-    chunks_.emplace_back(new char[size_ * left_]);
+    const std::size_t blocks = std::size_t{16}
+                               << std::min<std::size_t>(chunks_.size(), 20);
+    left_ = std::min(blocks, std::max<std::size_t>(16, (4u << 20) / size_));
+    chunks_.push_back({nullptr, size_ * left_});
+    chunks_.back().bytes = LargeAllocator<char>().allocate(size_ * left_);
   }
-  return chunks_.back().get() + size_ * --left_;
+  return chunks_.back().bytes + size_ * --left_;
+}
+
+Pool::~Pool() {
+  for (const Chunk& chunk : chunks_)
+    LargeAllocator<char>().deallocate(chunk.bytes, chunk.size);
 }
 
 void Pool::Give(void* block) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "KivAdmin.h"
+#include "LargeAllocator.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -76,7 +77,7 @@ class OidIndex {
     return std::string_view(e.size <= 8 ? e.head : arena_.data() + e.offset,
                             e.size);
   }
-  const std::vector<OidEntry>& Entries() const { return entries_; }
+  const LargeVector<OidEntry>& Entries() const { return entries_; }
   // True when the rows are stored in the order of their oids, so that a
   // statement ordered by oid meets them in row order too.
   bool InRowOrder() const { return inRowOrder_; }
@@ -84,7 +85,7 @@ class OidIndex {
   int Compare(const OidEntry& a, std::string_view b) const;
 
  private:
-  std::vector<OidEntry> entries_;
+  LargeVector<OidEntry> entries_;
   std::string arena_;
   bool inRowOrder_ = true;
   mutable std::size_t last_ = 0;
@@ -171,13 +172,18 @@ class Texts {
 class Pool {
  public:
   Pool() = default;
+  ~Pool();
   Pool(const Pool&) = delete;
   Pool& operator=(const Pool&) = delete;
   void* Take(std::size_t size);
   void Give(void* block);
 
  private:
-  std::vector<std::unique_ptr<char[]>> chunks_;
+  struct Chunk {
+    char* bytes;
+    std::size_t size;
+  };
+  std::vector<Chunk> chunks_;
   std::size_t size_ = 0;  // of a block
   std::size_t left_ = 0;  // blocks not yet taken from the last chunk
   void* free_ = nullptr;  // blocks given back, each holding the next

@@ -1,13 +1,51 @@
 #include "Lum.h"
 
+#include <cstring>
+
 #include "LumKivTrace.h"
 
-LumUnicodeString::LumUnicodeString(const char* text)
-    : text_(text ? text : "") {}
+LumUnicodeString::LumUnicodeString(const char* text) { *this = text; }
+
+LumUnicodeString::LumUnicodeString(const LumUnicodeString& other) {
+  Assign(other.ConvertToChar(), other.size_);
+}
+
+LumUnicodeString& LumUnicodeString::operator=(const LumUnicodeString& other) {
+  if (this != &other) Assign(other.ConvertToChar(), other.size_);
+  return *this;
+}
 
 LumUnicodeString& LumUnicodeString::operator=(const char* text) {
-  text_ = text ? text : "";
+  if (!text) text = "";
+  Assign(text, std::strlen(text));
   return *this;
+}
+
+char* LumUnicodeString::Resize(std::size_t size) {
+  if (size < sizeof small_)
+    large_.reset();
+  else
+    large_.reset(new char[size + 1]);
+  size_ = size;
+  char* text = large_ ? large_.get() : small_;
+  text[size] = '\0';
+  return text;
+}
+
+void LumUnicodeString::Assign(const char* text, std::size_t size) {
+  // text may be this string's own: it is copied before the room changes.
+  if (size < sizeof small_) {
+    std::memmove(small_, text, size);
+    small_[size] = '\0';
+    large_.reset();
+    size_ = size;
+    return;
+  }
+  std::unique_ptr<char[]> copy(new char[size + 1]);
+  std::memcpy(copy.get(), text, size);
+  copy[size] = '\0';
+  large_ = std::move(copy);
+  size_ = size;
 }
 
 LumDbBinary::LumDbBinary(std::int16_t sizeHint) {
@@ -21,8 +59,7 @@ void LumDbBinary::Assign(const void* data, std::size_t size) {
 LumUnicodeString LumDbBinary::GetHexaValue() const {
   static const char kDigits[] = "0123456789ABCDEF";
   LumUnicodeString hex;
-  hex.text_.resize(bytes_.size() * 2);
-  char* digit = &hex.text_[0];
+  char* digit = hex.Resize(bytes_.size() * 2);
   for (unsigned char byte : bytes_) {
     *digit++ = kDigits[byte >> 4];
     *digit++ = kDigits[byte & 0x0F];
@@ -31,7 +68,7 @@ LumUnicodeString LumDbBinary::GetHexaValue() const {
 }
 
 LumRawCollPV::LumRawCollPV(int sizeHint) {
-  if (sizeHint > 0) items_.reserve(static_cast<std::size_t>(sizeHint));
+  if (sizeHint > kSmall) large_.reserve(static_cast<std::size_t>(sizeHint));
 }
 
 void*& LumRawCollPV::operator[](int index) {
@@ -43,5 +80,6 @@ void*& LumRawCollPV::operator[](int index) {
     outOfRange = nullptr;
     return outOfRange;
   }
-  return items_[static_cast<std::size_t>(index - 1)];
+  const auto at = static_cast<std::size_t>(index - 1);
+  return large_.empty() ? small_[at] : large_[at];
 }

@@ -15,6 +15,7 @@
 
 #include "AdminDocument.h"
 #include "KivStoreWriter.h"
+#include "LargeAllocator.h"
 #include "Lum.h"
 
 namespace {
@@ -270,12 +271,12 @@ struct Reference {
 std::vector<std::string> Problems(
     const std::string& file, std::size_t counts[doc::kKindCount], bool* opened,
     const std::function<void(const Line&, const Place&)>& also = nullptr,
-    std::vector<Defined>* sorted = nullptr, Spill* kept = nullptr) {
+    kiv::LargeVector<Defined>* sorted = nullptr, Spill* kept = nullptr) {
   Spill own;
   Spill& spill = kept ? *kept : own;
   std::vector<std::pair<std::size_t, std::string>> problems;
-  std::vector<Defined> oids;
-  std::vector<Reference> references;
+  kiv::LargeVector<Defined> oids;
+  kiv::LargeVector<Reference> references;
   // Sized for the usual density of a document: an object in about 100
   // bytes, a reference in about 60.
   const std::size_t bytes = FileSize(file);
@@ -378,9 +379,11 @@ struct Object {
   std::size_t common = 0;  // its place among the siblings both documents hold
 };
 struct Objects {
-  std::vector<Object> objects;  // in the document's order
-  std::vector<Defined> byOid;   // sorted
-  std::string text;             // the values of all objects
+  kiv::LargeVector<Object> objects;  // in the document's order
+  kiv::LargeVector<Defined> byOid;   // sorted
+  // The values of all objects.
+  std::basic_string<char, std::char_traits<char>, kiv::LargeAllocator<char>>
+      text;
   Spill spill;
   std::string_view Values(const Object& o) const {
     return std::string_view(text).substr(o.values, o.size);
