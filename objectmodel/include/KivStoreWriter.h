@@ -30,35 +30,50 @@ class KivStoreWriter {
     return {Value::kInteger, "", number, {}};
   }
 
-  // Creates the store file at path, which must not exist: a file is never
-  // written over. On failure returns null and sets *error.
+  // Starts a store for path, which must not exist: a file is never written
+  // over. The rows go to a partial file beside it, which takes path's name
+  // at Commit. On failure returns null and sets *error.
   static std::unique_ptr<KivStoreWriter> Create(const std::string& path,
                                                 std::string* error);
-  // Removes the file unless Commit succeeded.
+  // Removes the partial file; after Commit path holds the store.
   ~KivStoreWriter();
   KivStoreWriter(const KivStoreWriter&) = delete;
   KivStoreWriter& operator=(const KivStoreWriter&) = delete;
 
   // Adds a row to table (a name that lives as long as the writer) with a
   // value for each of its columns, in the schema's order; with once, a row
-  // whose oid is already there is left alone. False after setting *error.
+  // whose oid is already there is left alone. Rows are inserted a batch at
+  // a time, in the order they were added. False after setting *error, here
+  // or for an earlier row of the table.
   bool Add(const char* table, const std::vector<Value>& values,
            std::string* error, bool once = false);
-  // Commits the rows; false after setting *error.
+  // Commits the rows, writes the file to the disk and gives it path's name;
+  // false after setting *error.
   bool Commit(std::string* error);
 
  private:
-  KivStoreWriter(sqlite3* db, std::string path);
+  KivStoreWriter(sqlite3* db, std::string path, std::string partial);
   sqlite3* db_;
   std::string path_;
+  std::string partial_;  // the file being written
   std::string indexes_;  // the schema's CREATE INDEX statements
-  struct Statement {
+  // The rows of one table not yet inserted, with the statements that
+  // insert one row and a whole batch.
+  struct Batch {
     const char* table;
     bool once;
-    sqlite3_stmt* stmt;
+    std::size_t columns;
+    std::vector<Value> values;  // rows times columns, texts owned
+    std::size_t rows;
+    sqlite3_stmt* one;
+    sqlite3_stmt* many;
   };
-  std::vector<Statement> statements_;
-  bool committed_ = false;
+  static constexpr std::size_t kBatchRows = 64;
+  sqlite3_stmt* Prepare(const char* table, std::size_t columns,
+                        std::size_t rows, bool once, std::string* error);
+  // Inserts the rows of batch; false after setting *error.
+  bool Flush(Batch& batch, std::string* error);
+  std::vector<Batch> batches_;
 };
 
 // text as a message quotes it: control bytes, quotes and backslashes as

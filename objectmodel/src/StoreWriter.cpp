@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,37 +21,51 @@ KivStoreWriter::Value KivStoreWriter::Oid(std::string_view identifier) {
   return value;
 }
 
-KivStoreWriter::KivStoreWriter(sqlite3* db, std::string path)
-    : db_(db), path_(std::move(path)) {}
+KivStoreWriter::KivStoreWriter(sqlite3* db, std::string path,
+                               std::string partial)
+    : db_(db), path_(std::move(path)), partial_(std::move(partial)) {}
 
 std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
                                                        std::string* error) {
-  // Made here, exclusively: an existing file is never opened for writing.
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+  // The store is written as a file of its own beside path and takes path's
+  // name only when it is whole: an existing file is never opened, and an
+  // interrupted load never leaves a store that looks whole.
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) == 0) {
+    *error = "the file exists: a store is never written over";
+    return nullptr;
+  }
+  std::string partial = path + ".partial-XXXXXX";
+  const int fd = ::mkstemp(&partial[0]);
   if (fd < 0) {
-    *error = errno == EEXIST ? "the file exists: a store is never written over"
-                             : std::string("cannot create the file: ") +
-                                   std::strerror(errno);
+    *error = std::string("cannot create the file: ") + std::strerror(errno);
     return nullptr;
   }
   ::close(fd);
   sqlite3* db = nullptr;
-  const std::string name = path[0] == '/' ? path : "./" + path;
-  int rc = sqlite3_open_v2(name.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
-  std::unique_ptr<KivStoreWriter> writer(new KivStoreWriter(db, path));
+  const std::string name = partial[0] == '/' ? partial : "./" + partial;
+  // The connection is used by one thread: no mutex of its own.
+  int rc = sqlite3_open_v2(
+      name.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  std::unique_ptr<KivStoreWriter> writer(new KivStoreWriter(db, path, partial));
   // The tables now, their secondary indexes once the rows are in: an index
   // built from all its rows at once costs less than one grown row by row.
   const std::string schema = kiv::kSchemaSql;
   const std::size_t indexes = schema.find("CREATE INDEX");
   writer->indexes_ = schema.substr(indexes);
+  // No journal and no syncing while the file is partial: nothing but this
+  // writer knows it, and a failure throws it away whole. A page cache that
+  // holds the indexes while they grow.
+  if (rc == SQLITE_OK)
+    rc = sqlite3_exec(db,
+                      "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; "
+                      "PRAGMA cache_size = -65536",
+                      nullptr, nullptr, nullptr);
   if (rc == SQLITE_OK)
     rc = sqlite3_exec(db, schema.substr(0, indexes).c_str(), nullptr, nullptr,
                       nullptr);
-  // One transaction on a file of its own: a page cache that holds the
-  // indexes while they grow.
   if (rc == SQLITE_OK)
-    rc = sqlite3_exec(db, "PRAGMA cache_size = -65536; BEGIN", nullptr, nullptr,
-                      nullptr);
+    rc = sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
   if (rc != SQLITE_OK) {
     *error = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     return nullptr;  // the file is removed
@@ -59,60 +74,136 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
 }
 
 KivStoreWriter::~KivStoreWriter() {
-  for (const Statement& statement : statements_)
-    sqlite3_finalize(statement.stmt);
+  for (const Batch& batch : batches_) {
+    sqlite3_finalize(batch.one);
+    sqlite3_finalize(batch.many);
+  }
   sqlite3_close(db_);
-  if (!committed_) std::remove(path_.c_str());
+  std::remove(partial_.c_str());
+}
+
+sqlite3_stmt* KivStoreWriter::Prepare(const char* table, std::size_t columns,
+                                      std::size_t rows, bool once,
+                                      std::string* error) {
+  std::string sql = std::string(once ? "INSERT OR IGNORE" : "INSERT") +
+                    " INTO \"" + table + "\" VALUES ";
+  for (std::size_t r = 0; r < rows; ++r) {
+    sql += r ? ", (" : "(";
+    for (std::size_t i = 0; i < columns; ++i) sql += i ? ", ?" : "?";
+    sql += ")";
+  }
+  sqlite3_stmt* stmt = nullptr;
+  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
+    *error = sqlite3_errmsg(db_);
+    sqlite3_finalize(stmt);
+    return nullptr;
+  }
+  return stmt;
 }
 
 bool KivStoreWriter::Add(const char* table, const std::vector<Value>& values,
                          std::string* error, bool once) {
-  // One statement per table, made on its first row. Table names are the
+  // One batch per table, made on its first row. Table names are the
   // caller's constants: their addresses tell the tables apart.
-  sqlite3_stmt* stmt = nullptr;
-  for (const Statement& statement : statements_)
-    if (statement.table == table && statement.once == once)
-      stmt = statement.stmt;
-  if (!stmt) {
-    std::string sql = std::string(once ? "INSERT OR IGNORE" : "INSERT") +
-                      " INTO \"" + table + "\" VALUES (";
-    for (std::size_t i = 0; i < values.size(); ++i) sql += i ? ", ?" : "?";
-    sql += ")";
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-      *error = sqlite3_errmsg(db_);
-      return false;
+  Batch* batch = nullptr;
+  for (Batch& b : batches_)
+    if (b.table == table && b.once == once) batch = &b;
+  if (!batch) {
+    batches_.push_back({table, once, values.size(), {}, 0, nullptr, nullptr});
+    batch = &batches_.back();
+    batch->one = Prepare(table, values.size(), 1, once, error);
+    if (!batch->one) return false;
+  }
+  // The row is kept, its texts copied, until the batch is full.
+  for (const Value& v : values) {
+    batch->values.push_back(v);
+    Value& kept = batch->values.back();
+    if (kept.type == Value::kText) {
+      kept.bytes.assign(kept.text.data(), kept.text.size());
+      kept.text = std::string_view();
     }
-    statements_.push_back({table, once, stmt});
   }
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    const Value& v = values[i];
-    const int at = static_cast<int>(i + 1);
-    if (v.type == Value::kText)
-      sqlite3_bind_text(stmt, at, v.text.data(),
-                        static_cast<int>(v.text.size()), SQLITE_STATIC);
-    else if (v.type == Value::kOid)
-      sqlite3_bind_blob(stmt, at, v.bytes.data(),
-                        static_cast<int>(v.bytes.size()), SQLITE_STATIC);
-    else if (v.type == Value::kInteger)
-      sqlite3_bind_int64(stmt, at, v.number);
-    else
-      sqlite3_bind_null(stmt, at);
-  }
-  const int rc = sqlite3_step(stmt);
-  sqlite3_reset(stmt);
-  if (rc == SQLITE_DONE) return true;
-  *error = std::string("table ") + table + ": " + sqlite3_errmsg(db_);
-  return false;
+  ++batch->rows;
+  return batch->rows < kBatchRows || Flush(*batch, error);
 }
 
+bool KivStoreWriter::Flush(Batch& batch, std::string* error) {
+  // Many rows in one statement: a statement run costs more than a row.
+  if (batch.rows == kBatchRows && !batch.many) {
+    batch.many =
+        Prepare(batch.table, batch.columns, kBatchRows, batch.once, error);
+    if (!batch.many) return false;
+  }
+  std::size_t next = 0;
+  while (next < batch.rows) {
+    const bool whole = batch.rows - next == kBatchRows;
+    sqlite3_stmt* stmt = whole ? batch.many : batch.one;
+    const std::size_t rows = whole ? kBatchRows : 1;
+    for (std::size_t i = 0; i < rows * batch.columns; ++i) {
+      const Value& v = batch.values[next * batch.columns + i];
+      const int at = static_cast<int>(i + 1);
+      const int size = static_cast<int>(v.bytes.size());
+      if (v.type == Value::kText)
+        sqlite3_bind_text(stmt, at, v.bytes.data(), size, SQLITE_STATIC);
+      else if (v.type == Value::kOid)
+        sqlite3_bind_blob(stmt, at, v.bytes.data(), size, SQLITE_STATIC);
+      else if (v.type == Value::kInteger)
+        sqlite3_bind_int64(stmt, at, v.number);
+      else
+        sqlite3_bind_null(stmt, at);
+    }
+    const int rc = sqlite3_step(stmt);
+    sqlite3_reset(stmt);
+    if (rc != SQLITE_DONE) {
+      *error = std::string("table ") + batch.table + ": " + sqlite3_errmsg(db_);
+      return false;
+    }
+    next += rows;
+  }
+  batch.values.clear();
+  batch.rows = 0;
+  return true;
+}
+
+namespace {
+
+// Writes the file or directory at path to the disk; false with errno set.
+bool Sync(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool synced = ::fsync(fd) == 0;
+  const int saved = errno;
+  ::close(fd);
+  errno = saved;
+  return synced;
+}
+
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
+
 bool KivStoreWriter::Commit(std::string* error) {
+  for (Batch& batch : batches_)
+    if (!Flush(batch, error)) return false;
   if (sqlite3_exec(db_, indexes_.c_str(), nullptr, nullptr, nullptr) !=
           SQLITE_OK ||
       sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
     *error = sqlite3_errmsg(db_);
     return false;
   }
-  committed_ = true;
+  // On the disk first, then under its name; link, unlike rename, never
+  // replaces a file that appeared there meanwhile.
+  if (!Sync(partial_) || ::link(partial_.c_str(), path_.c_str()) != 0) {
+    *error = errno == EEXIST ? "the file exists: a store is never written over"
+                             : std::string("cannot write the file: ") +
+                                   std::strerror(errno);
+    return false;
+  }
+  Sync(DirectoryOf(path_));
   return true;
 }
 
