@@ -2,11 +2,12 @@
 //
 // Plan:
 //   RoundTrip  export, load, export gives the same bytes: the demonstration,
-//              the test store (markup in values), stores of other shapes
+//              the test store (markup in values), stores of other shapes,
+//              a line longer than the reader's buffer
 //   Check      a whole document's summary; each problem on its FILE:LINE
 //   Diff       each kind of change, the same administration, trouble
 //   Load       an existing store is never touched; a refused document
-//              creates nothing
+//              creates nothing, not even the partial file
 #include <sstream>
 
 #include "VantrelDoc.h"
@@ -52,6 +53,10 @@ TEST(RoundTrip, ExportLoadExportGivesTheSameBytes) {
       {"demo", {}},
       {"full", {full}},
       {"empty", {""}},
+      {"long value",
+       {full,
+        "UPDATE host SET name = replace(hex(zeroblob(800000)), '0', 'n') "
+        "WHERE oid = x'0A01';"}},
       {"no servers",
        {full,
         "DELETE FROM capture_status; DELETE FROM "
@@ -222,6 +227,8 @@ TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {
   EXPECT_EQ(o.err.substr(0, o.err.find('\n')),
             "vantrel-doc: " + cut + " is refused by check: nothing was loaded");
   EXPECT_FALSE(FileExists(fresh));
+  for (const std::string& name : test_support::ListDirectory(OutputPath("")))
+    EXPECT_EQ(name.find("fresh.db."), std::string::npos) << name;
 }
 
 }  // namespace

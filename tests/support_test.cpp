@@ -2,7 +2,9 @@
 //
 // Plan:
 //   Identifier  hexadecimal rendering of identifiers, table driven
-//   List        1-based indexing, appending, an index out of range
+//   Text        copies of short and long texts, onto themselves too
+//   List        1-based indexing, appending past the list's own room, an
+//               index out of range
 //   Trace       silent by default, enabled by LUM_TRACE, nesting, file output
 //   FatalError  the report line, a returning handler, the default exit
 #include <cstdlib>
@@ -26,6 +28,7 @@ TEST(Identifier, HexaValueIsUpperCaseTwoDigitsPerByte) {
       {std::string(1, '\0'), "00"},
       {"\x0A\x1B", "0A1B"},
       {"\xFF\x01\xab", "FF01AB"},
+      {std::string(20, '\x5A'), "5A5A5A5A5A5A5A5A5A5A5A5A5A5A5A5A5A5A5A5A"},
   };
   EXPECT_STREQ(LumDbBinary(0).GetHexaValue().ConvertToChar(), "");
   for (const HexCase& c : cases) {
@@ -35,17 +38,38 @@ TEST(Identifier, HexaValueIsUpperCaseTwoDigitsPerByte) {
   }
 }
 
-int one = 1, two = 2, three = 3;
+// Texts up to 39 bytes are held in the string, longer ones apart.
+TEST(Text, CopiesAreWholeWhateverTheirLength) {
+  for (const std::string& text :
+       {std::string(), std::string("short"), std::string(39, 's'),
+        std::string(40, 'l'), std::string(500, 'L')}) {
+    LumUnicodeString a(text.c_str()), b("x"), c(std::string(90, 'y').c_str());
+    b = a;
+    c = a;
+    const LumUnicodeString& same = a;
+    a = same;
+    a = a.ConvertToChar();
+    LumUnicodeString moved(std::move(b));
+    for (const LumUnicodeString* s : {&a, &c, &moved})
+      EXPECT_EQ(s->ConvertToChar(), text);
+  }
+  EXPECT_STREQ(LumUnicodeString(nullptr).ConvertToChar(), "");
+}
+
+int one = 1;
 
 TEST(List, IndexesFromOneInAppendOrder) {
-  LumListPtrIUnknown list(0);
-  EXPECT_EQ(list.Count(), 0);
-  for (int* p : {&one, &two, &three}) list.Append(p);
-  ASSERT_EQ(list.Count(), 3);
-  EXPECT_EQ(list[1], &one);
-  EXPECT_EQ(list[3], &three);
-  list[2] = nullptr;  // the index gives the stored pointer itself
-  EXPECT_EQ(list[2], nullptr);
+  for (int size : {3, 8, 9, 40}) {
+    LumListPtrIUnknown list(size == 40 ? 64 : 0);
+    EXPECT_EQ(list.Count(), 0);
+    std::vector<int> items(static_cast<std::size_t>(size));
+    for (int& item : items) list.Append(&item);
+    ASSERT_EQ(list.Count(), size);
+    for (int i = 1; i <= size; ++i)
+      EXPECT_EQ(list[i], &items[static_cast<std::size_t>(i - 1)]) << size;
+    list[2] = nullptr;  // the index gives the stored pointer itself
+    EXPECT_EQ(list[2], nullptr);
+  }
 }
 
 std::string lastFatal;

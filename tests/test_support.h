@@ -19,6 +19,8 @@ std::string DataPath(const std::string& name);
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text);
 bool FileExists(const std::string& path);
+// The names in directory.
+std::vector<std::string> ListDirectory(const std::string& directory);
 
 // Creates the store at path (replacing any file there) from the schema and
 // then each SQL text in turn. A loose store, as one made elsewhere might be,
