@@ -22,8 +22,13 @@ class LumKivTrace {
   LumKivTrace& operator=(const LumKivTrace&) = delete;
 
   // Writes text; a "\n" in it ends the line.
-  LumKivTrace& operator<<(const char* text);
-  LumKivTrace& operator<<(int value);
+  // A silent channel returns at once: traces sit on every step of a run.
+  LumKivTrace& operator<<(const char* text) {
+    return IsEnabled() ? Put(text) : *this;
+  }
+  LumKivTrace& operator<<(int value) {
+    return IsEnabled() ? Put(value) : *this;
+  }
 
   bool IsEnabled() const { return capture_ != nullptr || sink_ != nullptr; }
   // Sends the channel's lines to *sink (enabling it) until called with null,
@@ -35,6 +40,8 @@ class LumKivTrace {
   void Close(const char* step);
 
  private:
+  LumKivTrace& Put(const char* text);
+  LumKivTrace& Put(int value);
   void Write(const std::string& text);
 
   std::string name_;

@@ -57,8 +57,8 @@ void LumKivTrace::Write(const std::string& text) {
     *sink_ << text;
 }
 
-LumKivTrace& LumKivTrace::operator<<(const char* text) {
-  if (!IsEnabled() || !text) return *this;
+LumKivTrace& LumKivTrace::Put(const char* text) {
+  if (!text) return *this;
   // Cut the text at its line ends so that every line gets its lead-in.
   for (const char* p = text; *p;) {
     if (atLineStart_) {
@@ -79,9 +79,8 @@ LumKivTrace& LumKivTrace::operator<<(const char* text) {
   return *this;
 }
 
-LumKivTrace& LumKivTrace::operator<<(int value) {
-  if (!IsEnabled()) return *this;
-  return *this << std::to_string(value).c_str();
+LumKivTrace& LumKivTrace::Put(int value) {
+  return Put(std::to_string(value).c_str());
 }
 
 void LumKivTrace::Open(const char* step) {
