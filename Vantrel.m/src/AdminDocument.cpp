@@ -405,7 +405,8 @@ std::vector<std::string_view> Identifiers(std::string_view refs) {
   return ids;
 }
 
-bool ReadLine(std::string_view text, Line& line, std::string* reason) {
+bool ReadLine(std::string_view text, Line& line, std::string* reason,
+              bool plain) {
   line.kind = kKindCount;
   line.values.clear();
   line.present = 0;
@@ -452,14 +453,14 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason) {
     line.kind = Kind(k);
     if (end) return line.type = Line::kEnd, true;
     if (bare) return line.type = Line::kStart, true;
-    if (ReadPlain(tag, Kind(k), line)) return true;
+    if (plain && ReadPlain(tag, Kind(k), line)) return true;
     return ReadElement(tag, Kind(k), line, reason);
   }
   *reason = "not a line of the document";
   return false;
 }
 
-Reader::Reader(const std::string& path) : buffer_(1 << 20) {
+Reader::Reader(const std::string& path) : buffer_(1 << 16) {
   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
 }
 

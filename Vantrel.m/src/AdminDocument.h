@@ -89,8 +89,12 @@ struct Line {
 };
 
 // Reads one line of a document (without its newline); false with a reason
-// when it is not one of the document's lines, or two readings fit it.
-bool ReadLine(std::string_view text, Line& line, std::string* reason);
+// when it is not one of the document's lines, or two readings fit it. A
+// usual line (no quote nor "=" in its values) is read in one pass; without
+// plain every line is judged by trying every placement of its delimiters,
+// which must give the same answer.
+bool ReadLine(std::string_view text, Line& line, std::string* reason,
+              bool plain = true);
 
 // Splits a list of identifiers ("x0A x0B ") into the identifiers.
 std::vector<std::string_view> Identifiers(std::string_view refs);
