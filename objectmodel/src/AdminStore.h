@@ -175,7 +175,9 @@ class Pool {
   ~Pool();
   Pool(const Pool&) = delete;
   Pool& operator=(const Pool&) = delete;
+  // A block of size bytes, the same size on every call.
   void* Take(std::size_t size);
+  // Gives back a block that Take handed out.
   void Give(void* block);
 
  private:
