@@ -3,33 +3,18 @@
 // two readings must agree, value for value. The whole text is then checked
 // as vantrel-doc checks a file: never a crash, a hang, a leak or undefined
 // behaviour.
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <string_view>
 
 #include "AdminDocument.h"
+#include "InputFile.h"
 #include "VantrelDoc.h"
 
 namespace {
-
-// The document file of this process, rewritten for every input.
-const std::string& DocumentPath() {
-  static const std::string path = [] {
-    const char* dir = std::getenv("TMPDIR");
-    std::string p = std::string(dir ? dir : "/tmp") + "/vantrel-fuzz-" +
-                    std::to_string(::getpid()) + ".xml";
-    std::atexit([] { std::remove(DocumentPath().c_str()); });
-    return p;
-  }();
-  return path;
-}
 
 bool Same(const doc::Line& a, const doc::Line& b) {
   return a.type == b.type && a.kind == b.kind && a.present == b.present &&
@@ -53,12 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
       std::abort();
     start = end + 1;
   }
-  {
-    std::ofstream file(DocumentPath(), std::ios::binary | std::ios::trunc);
-    file.write(text.data(), static_cast<std::streamsize>(text.size()));
-  }
   std::ostringstream out, err;
-  const int rc = DocCheck(DocumentPath(), out, err);
+  const int rc = DocCheck(WriteInput(data, size, ".xml"), out, err);
   if (rc != 0 && rc != 1) std::abort();
   return 0;
 }
