@@ -778,11 +778,10 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
   const std::string ownerColumn = std::string("\"") + shape.columns[0] + "\"";
   if (!cursor.inOrder) {
     // The rows are read in one pass, in the order of their owners' rows, in
-    // which the root lists the owners. When the owners' oids are in the
-    // order of their rows, the owner column's index gives that order at no
-    // cost; otherwise SQLite sorts the rows by their owners' rows, a row
-    // without an owner first. A join seeking each owner's rows would visit
-    // the table's pages at random.
+    // which the root lists the owners: through the owner column's index when
+    // the owners' oids are in the order of their rows (the oid scan tells),
+    // otherwise sorted by SQLite, a row without an owner first. A statement
+    // per owner would cost a search and a reset for every owner.
     const std::string ownerTable = kShapes[shape.owner].name;
     cursor.inOrder =
         indexes_[shape.owner].InRowOrder()
