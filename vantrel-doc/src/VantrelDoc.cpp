@@ -194,27 +194,20 @@ struct Id {
   std::uint32_t spill = 0;
 };
 
-// The long identifiers of one document, whole.
+// The bytes of the long identifiers of one document.
 using Spill = std::vector<std::string>;
 
-int HexDigit(char c) { return c <= '9' ? c - '0' : c - 'A' + 10; }
-
-// The Id of identifier ("x" and upper-case hexadecimal, as the reader
-// checked it).
+// The Id of identifier ("x" and hexadecimal), decoded as a store holds it.
 Id MakeId(std::string_view identifier, Spill& spill) {
-  const std::string_view hex = identifier.substr(1);
+  const std::string bytes = KivStoreWriter::Oid(identifier).bytes;
   Id id;
-  id.size = static_cast<std::uint32_t>(hex.size() / 2);
-  for (std::size_t i = 0; i < 8; ++i) {
-    const std::uint64_t byte =
-        i < id.size ? static_cast<std::uint64_t>(HexDigit(hex[2 * i]) * 16 +
-                                                 HexDigit(hex[2 * i + 1]))
-                    : 0;
-    id.prefix = (id.prefix << 8) | byte;
-  }
+  id.size = static_cast<std::uint32_t>(bytes.size());
+  for (std::size_t i = 0; i < 8; ++i)
+    id.prefix = (id.prefix << 8) |
+                (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0u);
   if (id.size > 8) {
     id.spill = static_cast<std::uint32_t>(spill.size());
-    spill.emplace_back(hex);
+    spill.push_back(bytes);
   }
   return id;
 }
@@ -224,21 +217,21 @@ int Compare(const Id& a, const Spill& sa, const Id& b, const Spill& sb) {
   if (a.prefix != b.prefix) return a.prefix < b.prefix ? -1 : 1;
   if (a.size <= 8 || b.size <= 8)
     return a.size == b.size ? 0 : (a.size < b.size ? -1 : 1);
-  // Upper-case hexadecimal orders as the bytes it encodes.
   return sa[a.spill].compare(sb[b.spill]);
 }
 
 // The identifier as the document writes it.
 std::string Identifier(const Id& id, const Spill& spill) {
-  if (id.size > 8) return "x" + spill[id.spill];
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::string text = "x";
-  for (std::uint32_t i = 0; i < id.size; ++i) {
-    const unsigned byte = (id.prefix >> (56 - 8 * i)) & 0xFF;
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
+  std::string bytes;
+  if (id.size > 8) {
+    bytes = spill[id.spill];
+  } else {
+    for (std::uint32_t i = 0; i < id.size; ++i)
+      bytes += static_cast<char>((id.prefix >> (56 - 8 * i)) & 0xFF);
   }
-  return text;
+  LumDbBinary oid(0);
+  oid.Assign(bytes.data(), bytes.size());
+  return std::string("x") + oid.GetHexaValue().ConvertToChar();
 }
 
 // The size of file, or 0 when it cannot be told.
