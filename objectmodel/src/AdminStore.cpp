@@ -170,12 +170,13 @@ std::string EscapedPath(const char* path) {
 
 namespace {
 
-// The first 8 bytes of oid, zero-padded, as a big-endian number.
+// The first 8 bytes of oid, zero-padded, as a big-endian number. Most oids
+// are 8 bytes long or more: one load.
 std::uint64_t Prefix(std::string_view oid) {
-  OidEntry entry{};
-  if (!oid.empty())
-    std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
-  return entry.Prefix();
+  if (oid.size() >= 8) return OidEntry::Key(oid.data());
+  char head[8] = {};
+  if (!oid.empty()) std::memcpy(head, oid.data(), oid.size());
+  return OidEntry::Key(head);
 }
 
 // Orders two oids of two indexes as SQLite orders BLOBs.
@@ -295,7 +296,7 @@ struct Probe {
   std::uint64_t prefix;
 };
 
-int Compare(const OidIndex& index, const OidEntry& a, const Probe& b) {
+inline int Compare(const OidIndex& index, const OidEntry& a, const Probe& b) {
   const std::uint64_t prefix = a.Prefix();
   if (prefix != b.prefix) return prefix < b.prefix ? -1 : 1;
   if (a.size <= 8 && b.bytes.size() <= 8)
@@ -317,6 +318,12 @@ const OidEntry* OidIndex::Find(std::string_view oid) const {
   // search costs the log of its distance from the last one.
   const int order = kiv::Compare(*this, entries_[last_], probe);
   if (order == 0) return &entries_[last_];
+  // Rows read in order name the entry after the last one most of the time.
+  if (order < 0 && last_ + 1 < n) {
+    const int next = kiv::Compare(*this, entries_[last_ + 1], probe);
+    if (next == 0) return &entries_[++last_];
+    if (next > 0) return nullptr;
+  }
   std::size_t low, high;  // the oid is in [low, high) if anywhere
   std::size_t step = 1;
   if (order < 0) {
@@ -679,7 +686,8 @@ void AdminStore::CheckUnique() {
         next = t;
     }
     if (next < 0) return;
-    const OidEntry& entry = indexes_[next].Entries()[at[next]++];
+    const auto& entries = indexes_[next].Entries();
+    const OidEntry& entry = entries[at[next]++];
     if (last && Order(indexes_[previous], *last, indexes_[next], entry) == 0)
       throw StoreError(
           "table " + std::string(kShapes[next].name) + ", row " +
@@ -688,6 +696,18 @@ void AdminStore::CheckUnique() {
           std::to_string(last->rowid) + " of table " + kShapes[previous].name);
     previous = next;
     last = &entry;
+    // The oids of one table are unique already: the run of them that comes
+    // before every other table's next prefix is taken without comparing.
+    std::uint64_t bound = ~std::uint64_t{0};
+    bool bounded = false;
+    for (int t = 0; t < kObjectTables; ++t)
+      if (t != next && at[t] < indexes_[t].Entries().size()) {
+        bound = std::min(bound, indexes_[t].Entries()[at[t]].Prefix());
+        bounded = true;
+      }
+    while (at[next] < entries.size() &&
+           (!bounded || entries[at[next]].Prefix() < bound))
+      last = &entries[at[next]++];
   }
 }
 
@@ -841,13 +861,69 @@ HRESULT AdminStore::Children(Table child, const StoreObjectBase& owner,
   return AppendAll(list, hr);
 }
 
+// A link table's rows are small and read in one pass in row order, which
+// costs far less than reading them in their owners' order through an index,
+// then grouped by owner: every owner finds its targets at once, whatever the
+// order of the rows or of the asks.
+struct AdminStore::Links {
+  std::vector<std::uint32_t> start;    // by owner position, and one past
+  std::vector<std::uint32_t> targets;  // target positions, grouped by owner
+};
+
+namespace {
+
+// The position of entry in the entries of index.
+std::uint32_t Position(const OidIndex& index, const OidEntry& entry) {
+  return static_cast<std::uint32_t>(&entry - index.Entries().data());
+}
+
+}  // namespace
+
+const AdminStore::Links& AdminStore::LinksOf(Table link, Table target) {
+  if (links_[link]) return *links_[link];
+  const Table ownerTable = kShapes[link].owner;
+  auto links = std::make_unique<Links>();
+  links->start.assign(indexes_[ownerTable].Entries().size() + 1, 0);
+  std::vector<std::uint32_t> owners;
+  sqlite3_stmt* stmt = Statement("SELECT " + SelectList(link, "") + " FROM \"" +
+                                 kShapes[link].name + "\" ORDER BY rowid");
+  sqlite3_reset(stmt);
+  bool grouped = true;  // every owner's rows come together, owners in order
+  while (Step(stmt)) {
+    const Row row(*this, stmt, link);
+    const std::uint32_t owner =
+        Position(indexes_[ownerTable], *row.Ref(0, ownerTable, true));
+    grouped = grouped && (owners.empty() || owners.back() <= owner);
+    owners.push_back(owner);
+    links->targets.push_back(
+        Position(indexes_[target], *row.Ref(1, target, true)));
+    ++links->start[owner + 1];
+  }
+  for (std::size_t i = 1; i < links->start.size(); ++i)
+    links->start[i] += links->start[i - 1];
+  if (!grouped) {
+    // A stable counting sort by owner keeps each owner's rows in row order.
+    std::vector<std::uint32_t> next(links->start.begin(),
+                                    links->start.end() - 1);
+    std::vector<std::uint32_t> sorted(links->targets.size());
+    for (std::size_t r = 0; r < owners.size(); ++r)
+      sorted[next[owners[r]]++] = links->targets[r];
+    links->targets.swap(sorted);
+  }
+  links_[link] = std::move(links);
+  return *links_[link];
+}
+
 HRESULT AdminStore::Linked(Table link, Table target,
                            const StoreObjectBase& owner,
                            LumListPtrIUnknown& list) {
   const HRESULT hr = Guarded([&] {
-    EachChild(link, owner, [&](const Row& row) {
-      made_.push_back(Make(target, row.Ref(1, target, true)));
-    });
+    const Links& links = LinksOf(link, target);
+    const std::uint32_t at =
+        Position(indexes_[kShapes[link].owner], owner.Entry());
+    const auto& entries = indexes_[target].Entries();
+    for (std::uint32_t i = links.start[at]; i < links.start[at + 1]; ++i)
+      made_.push_back(Make(target, &entries[links.targets[i]]));
   });
   return AppendAll(list, hr);
 }

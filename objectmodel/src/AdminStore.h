@@ -54,13 +54,15 @@ struct OidEntry {
   std::uint32_t size;
   std::int64_t rowid;
   // The first 8 bytes as a big-endian number: prefixes order as the bytes.
-  std::uint64_t Prefix() const {
-    std::uint64_t prefix;
-    std::memcpy(&prefix, head, 8);
+  std::uint64_t Prefix() const { return Key(head); }
+  // The 8 bytes at bytes as a big-endian number.
+  static std::uint64_t Key(const char* bytes) {
+    std::uint64_t key;
+    std::memcpy(&key, bytes, 8);
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    prefix = __builtin_bswap64(prefix);
+    key = __builtin_bswap64(key);
 #endif
-    return prefix;
+    return key;
   }
 };
 
@@ -203,6 +205,8 @@ class StoreObjectBase {
   StoreObjectBase& operator=(const StoreObjectBase&) = delete;
 
   std::int64_t Rowid() const { return entry_.rowid; }
+  // The object's entry in the index of oids of its table.
+  const OidEntry& Entry() const { return entry_; }
   std::string_view OidBytes() const;
   // Reads the object's values (the columns after its oid) from row.
   virtual void Fill(const Row& row) = 0;
@@ -287,7 +291,7 @@ class AdminStore {
   HRESULT Children(Table child, const StoreObjectBase& owner,
                    LumListPtrIUnknown& list);
   // Appends the objects of table target that the rows of table link name for
-  // owner, in row order.
+  // owner, in row order. The link table is read whole at its first ask.
   HRESULT Linked(Table link, Table target, const StoreObjectBase& owner,
                  LumListPtrIUnknown& list);
   // Sets out to the local site, or to null when the store has none.
@@ -314,6 +318,7 @@ class AdminStore {
 
  private:
   struct Cursor;
+  struct Links;
   AdminStore(sqlite3* db, std::string path);
 
   sqlite3_stmt* Statement(const std::string& sql);
@@ -326,6 +331,8 @@ class AdminStore {
   // Runs add on each row of child that owner owns, in row order.
   template <class Add>
   void EachChild(Table child, const StoreObjectBase& owner, Add&& add);
+  // The rows of link table link, grouped by owner; read at the first ask.
+  const Links& LinksOf(Table link, Table target);
   // Runs read; on a refusal reports it once and fails every later getter.
   template <class Read>
   HRESULT Guarded(Read&& read);
@@ -340,6 +347,7 @@ class AdminStore {
   std::string path_;
   OidIndex indexes_[kObjectTables];
   std::unique_ptr<Cursor> cursors_[kTableCount];
+  std::unique_ptr<Links> links_[kTableCount];
   std::vector<std::pair<std::string, sqlite3_stmt*>> statements_;
   Pool pools_[kObjectTables];
   // The objects the running getter has made; kept between getters so that
