@@ -285,6 +285,7 @@ void OidIndex::Add(std::string_view oid, std::int64_t rowid) {
     std::memcpy(entry.head, oid.data(), oid.size() < 8 ? oid.size() : 8);
   if (oid.size() > 8) arena_.append(oid.data(), oid.size());
   if (!entries_.empty() && entries_.back().rowid > rowid) inRowOrder_ = false;
+  if (entries_.size() % kSampleEvery == 0) samples_.push_back(entry.Prefix());
   entries_.push_back(entry);
 }
 
@@ -314,33 +315,35 @@ const OidEntry* OidIndex::Find(std::string_view oid) const {
   const std::size_t n = entries_.size();
   if (n == 0) return nullptr;
   const Probe probe{oid, Prefix(oid)};
-  // Gallops from the last hit to a range that holds the oid, so that a
-  // search costs the log of its distance from the last one.
+  // Rows read in order name the last entry or the one after it most of the
+  // time, and otherwise one a few entries away.
   const int order = kiv::Compare(*this, entries_[last_], probe);
   if (order == 0) return &entries_[last_];
-  // Rows read in order name the entry after the last one most of the time.
   if (order < 0 && last_ + 1 < n) {
     const int next = kiv::Compare(*this, entries_[last_ + 1], probe);
     if (next == 0) return &entries_[++last_];
     if (next > 0) return nullptr;
   }
+  constexpr std::size_t kNear = 8;
   std::size_t low, high;  // the oid is in [low, high) if anywhere
-  std::size_t step = 1;
-  if (order < 0) {
-    low = last_ + 1;
-    high = low;
-    while (high < n && kiv::Compare(*this, entries_[high], probe) < 0) {
-      low = high + 1;
-      high = last_ + (step *= 2);
-    }
-    high = high < n ? high + 1 : n;
-  } else {
+  if (order < 0 && last_ + kNear < n &&
+      kiv::Compare(*this, entries_[last_ + kNear], probe) >= 0) {
+    low = last_ + 2;
+    high = last_ + kNear + 1;
+  } else if (order > 0 && last_ >= kNear &&
+             kiv::Compare(*this, entries_[last_ - kNear], probe) <= 0) {
+    low = last_ - kNear;
     high = last_;
-    low = high;
-    while (low > 0 && kiv::Compare(*this, entries_[low - 1], probe) >= 0) {
-      high = low;
-      low = last_ > (step *= 2) ? last_ - step : 0;
-    }
+  } else {
+    // Far away: the samples, small enough to stay in the cache, narrow the
+    // search to the entries between the samples around the oid's prefix.
+    const auto first =
+        std::lower_bound(samples_.begin(), samples_.end(), probe.prefix);
+    const auto past = std::upper_bound(first, samples_.end(), probe.prefix);
+    const auto block = static_cast<std::size_t>(first - samples_.begin());
+    low = block > 0 ? (block - 1) * kSampleEvery : 0;
+    high = std::min(
+        n, static_cast<std::size_t>(past - samples_.begin()) * kSampleEvery);
   }
   while (low < high) {
     const std::size_t mid = low + (high - low) / 2;

@@ -69,11 +69,14 @@ struct OidEntry {
 // The oids of one table, sorted as SQLite sorts BLOBs (memcmp, then length).
 class OidIndex {
  public:
-  void Reserve(std::size_t count) { entries_.reserve(count); }
+  void Reserve(std::size_t count) {
+    entries_.reserve(count);
+    samples_.reserve(count / kSampleEvery + 1);
+  }
   // Adds an oid; entries must come in sorted order.
   void Add(std::string_view oid, std::int64_t rowid);
-  // The entry of oid, or null. Searches from the last hit first, so that
-  // references in the order of their rows cost no search.
+  // The entry of oid, or null. Searches near the last hit first, so that
+  // references in the order of their rows cost little search.
   const OidEntry* Find(std::string_view oid) const;
   std::string_view Bytes(const OidEntry& e) const {
     return std::string_view(e.size <= 8 ? e.head : arena_.data() + e.offset,
@@ -87,7 +90,10 @@ class OidIndex {
   int Compare(const OidEntry& a, std::string_view b) const;
 
  private:
+  // The prefix of every kSampleEvery-th entry, from the first.
+  static constexpr std::size_t kSampleEvery = 64;
   LargeVector<OidEntry> entries_;
+  std::vector<std::uint64_t> samples_;
   std::string arena_;
   bool inRowOrder_ = true;
   mutable std::size_t last_ = 0;
