@@ -196,19 +196,28 @@ TEST_F(StoreUse, WaitsForAWritersLockUpToItsLimit) {
   sqlite3_close(writer);
 }
 
-// The children of full.sql are interleaved across their owners.
+// The children of full.sql are interleaved across their owners; a link row
+// of the second project added last comes after those of the third.
 TEST_F(StoreUse, ChildrenInTheirOrderWhateverOrderTheOwnersAreAskedIn) {
-  OpenFull();
+  path = OutputPath("interleaved.db");
+  MakeStore(path,
+            {ReadFile(DataPath("full.sql")),
+             "INSERT INTO project_data_server VALUES (x'0D02', x'0B01');"});
+  ASSERT_GE(Open(&path), 0);
   LumListPtrIUnknown projects(0);
   admin->GetProjects(projects);
   const std::vector<KivIProject*> p = Items<KivIProject>(projects);
   std::string seen;
   for (int i : {2, 0, 0, 1, 2}) {
-    LumListPtrIUnknown dataDomains(0);
+    LumListPtrIUnknown dataDomains(0), dataServers(0);
     EXPECT_EQ(p[i]->GetDataDomains(dataDomains), S_OK);
-    seen += "[" + Names<KivIDataDomain>(dataDomains) + "]";
+    EXPECT_EQ(p[i]->GetDataServers(dataServers), S_OK);
+    seen += "[" + Names<KivIDataDomain>(dataDomains) + "|" +
+            Names<KivIDataServer>(dataServers) + "]";
   }
-  EXPECT_EQ(seen, "[DDTHREE][DDONE DDTWO][DDONE DDTWO][][DDTHREE]");
+  EXPECT_EQ(seen,
+            "[DDTHREE|SIDEDB][DDONE DDTWO|MAINDB][DDONE DDTWO|MAINDB]"
+            "[|MAINDB][DDTHREE|SIDEDB]");
 }
 
 // Memory follows what the caller holds: an object lives from its hand-out
