@@ -792,9 +792,7 @@ HRESULT AdminStore::List(Table table, LumListPtrIUnknown& list) {
   return AppendAll(list, hr);
 }
 
-template <class Add>
-void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
-                           Add&& add) {
+void AdminStore::ReadChildren(Table child, const StoreObjectBase& owner) {
   const TableShape& shape = kShapes[child];
   if (!cursors_[child]) cursors_[child] = std::make_unique<Cursor>();
   Cursor& cursor = *cursors_[child];
@@ -825,7 +823,7 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
     sqlite3_reset(stmt);
     sqlite3_bind_blob(stmt, 1, owner.OidBytes().data(),
                       static_cast<int>(owner.OidBytes().size()), SQLITE_STATIC);
-    while (Step(stmt)) add(Row(*this, stmt, child));
+    while (Step(stmt)) made_.push_back(FromRow(child, Row(*this, stmt, child)));
     return;
   }
   cursor.started = true;
@@ -851,16 +849,13 @@ void AdminStore::EachChild(Table child, const StoreObjectBase& owner,
     cursor.streamOwner = of->rowid;
     if (of->rowid > rowid) return;
     cursor.pending = false;
-    if (of->rowid == rowid) add(row);
+    if (of->rowid == rowid) made_.push_back(FromRow(child, row));
   }
 }
 
 HRESULT AdminStore::Children(Table child, const StoreObjectBase& owner,
                              LumListPtrIUnknown& list) {
-  const HRESULT hr = Guarded([&] {
-    EachChild(child, owner,
-              [&](const Row& row) { made_.push_back(FromRow(child, row)); });
-  });
+  const HRESULT hr = Guarded([&] { ReadChildren(child, owner); });
   return AppendAll(list, hr);
 }
 

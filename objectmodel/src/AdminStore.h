@@ -334,9 +334,8 @@ class AdminStore {
   void IndexOids(Table table);
   void CheckUnique();
   void CountRows();
-  // Runs add on each row of child that owner owns, in row order.
-  template <class Add>
-  void EachChild(Table child, const StoreObjectBase& owner, Add&& add);
+  // Makes the objects of the rows of child that owner owns, in row order.
+  void ReadChildren(Table child, const StoreObjectBase& owner);
   // The rows of link table link, grouped by owner; read at the first ask.
   const Links& LinksOf(Table link, Table target);
   // Runs read; on a refusal reports it once and fails every later getter.
