@@ -75,7 +75,3 @@ class KivStoreWriter {
   bool Flush(Batch& batch, std::string* error);
   std::vector<Batch> batches_;
 };
-
-// text as a message quotes it: control bytes, quotes and backslashes as
-// \xNN.
-std::string KivEscaped(std::string_view text);

@@ -1,5 +1,12 @@
 // The administration store: a SQLite file read in one read transaction, and
-// the objects made from its rows as the getters hand them out.
+// the objects made from its rows as the getters hand them out. This is the
+// facade; its parts live in units of their own:
+//   StoreTables   the tables and their columns
+//   OidIndex      the oids of each table, which answer every reference
+//   Pool          room for the objects of one kind
+//   StoreMessages refusals, and how they quote store values
+//   StoreOpen     opening a store and the checks of its shape and oids
+//   StoreRows     rows, their value checks, child streams and link tables
 //
 // Opening checks the whole store's shape at once: its tables and every oid
 // (a non-empty BLOB, unique across the store). The other values, owners of
@@ -8,196 +15,26 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "KivAdmin.h"
-#include "LargeAllocator.h"
+#include "OidIndex.h"
+#include "Pool.h"
+#include "StoreMessages.h"
+#include "StoreTables.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace kiv {
 
-// The tables a store is read from; the object tables come first.
-enum Table : std::uint8_t {
-  kHost,
-  kDataServer,
-  kVaultServer,
-  kProject,
-  kDomain,
-  kBusinessDomain,
-  kDataDomain,
-  kExternSite,
-  kLocalSite,
-  kMedia,
-  kPackageDefinition,
-  kSubscribingTarget,
-  kSubscription,
-  kCaptureStatus,
-  kApplyStatus,
-  kProjectVaultServer,
-  kProjectDataServer,
-  kPackageWholeDataDomain,
-  kTableCount
-};
-constexpr int kObjectTables = kApplyStatus + 1;
-
-// One row of an object table in its index of oids. An oid of up to 8 bytes
-// is held in the entry itself, a longer one in the index's arena.
-struct OidEntry {
-  char head[8];          // the first 8 bytes, zero-padded
-  std::uint32_t offset;  // where a longer oid starts in the arena
-  std::uint32_t size;
-  std::int64_t rowid;
-  // The first 8 bytes as a big-endian number: prefixes order as the bytes.
-  std::uint64_t Prefix() const { return Key(head); }
-  // The 8 bytes at bytes as a big-endian number.
-  static std::uint64_t Key(const char* bytes) {
-    std::uint64_t key;
-    std::memcpy(&key, bytes, 8);
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    key = __builtin_bswap64(key);
-#endif
-    return key;
-  }
-};
-
-// The oids of one table, sorted as SQLite sorts BLOBs (memcmp, then length).
-class OidIndex {
- public:
-  void Reserve(std::size_t count) {
-    entries_.reserve(count);
-    samples_.reserve(count / kSampleEvery + 1);
-  }
-  // Adds an oid; entries must come in sorted order.
-  void Add(std::string_view oid, std::int64_t rowid);
-  // The entry of oid, or null. Searches near the last hit first, so that
-  // references in the order of their rows cost little search.
-  const OidEntry* Find(std::string_view oid) const;
-  std::string_view Bytes(const OidEntry& e) const {
-    return std::string_view(e.size <= 8 ? e.head : arena_.data() + e.offset,
-                            e.size);
-  }
-  const LargeVector<OidEntry>& Entries() const { return entries_; }
-  // True when the rows are stored in the order of their oids, so that a
-  // statement ordered by oid meets them in row order too.
-  bool InRowOrder() const { return inRowOrder_; }
-  // Orders a against b as SQLite orders BLOBs.
-  int Compare(const OidEntry& a, std::string_view b) const;
-
- private:
-  // The prefix of every kSampleEvery-th entry, from the first.
-  static constexpr std::size_t kSampleEvery = 64;
-  LargeVector<OidEntry> entries_;
-  std::vector<std::uint64_t> samples_;
-  std::string arena_;
-  bool inRowOrder_ = true;
-  mutable std::size_t last_ = 0;
-};
-
-// A bad value; the message names the table, the row and the column.
-class StoreError {
- public:
-  explicit StoreError(std::string message) : message_(std::move(message)) {}
-  const std::string& Message() const { return message_; }
-
- private:
-  std::string message_;
-};
-
 class AdminStore;
-
-// One row of a statement, with its values checked against the format as
-// they are read. Every accessor throws StoreError on a bad value.
-class Row {
- public:
-  Row(AdminStore& store, sqlite3_stmt* stmt, Table table)
-      : store_(store), stmt_(stmt), table_(table) {}
-  std::int64_t Rowid() const;
-  // The row's own entry in its table's index of oids.
-  const OidEntry& Oid() const;
-  // A column of the table's own (0 for the first after the oid): NULL reads
-  // as empty; anything else but a text without NUL is refused.
-  std::string_view Text(int column) const;
-  // The integer 0 or 1.
-  int Flag(int column) const;
-  // A reference to a row of table, or of alternative when it is not
-  // kTableCount: its index entry, or null for NULL when optional.
-  const OidEntry* Ref(int column, Table table, bool mandatory,
-                      Table alternative = kTableCount) const;
-  // The table of the object that Ref last found.
-  Table RefTable() const { return refTable_; }
-  // Throws the refusal of column, saying what is wrong.
-  [[noreturn]] void Refuse(int column, const std::string& what) const;
-
- private:
-  int Index(int column) const;
-  AdminStore& store_;
-  sqlite3_stmt* stmt_;
-  Table table_;
-  mutable Table refTable_ = kTableCount;
-};
-
-// Up to N texts of one object, each ended by a NUL (store texts never hold
-// one), in the object itself when they are short, else in one allocation.
-template <int N>
-class Texts {
- public:
-  void Assign(std::initializer_list<std::string_view> texts) {
-    std::size_t total = 0;
-    for (std::string_view text : texts) total += text.size() + 1;
-    if (total > sizeof inline_) heap_.reset(new char[total]);
-    char* const base = heap_ ? heap_.get() : inline_;
-    char* at = base;
-    int i = 0;
-    for (std::string_view text : texts) {
-      start_[i++] = static_cast<std::uint32_t>(at - base);
-      if (!text.empty()) std::memcpy(at, text.data(), text.size());
-      at += text.size();
-      *at++ = '\0';
-    }
-    assigned_ = true;
-  }
-  // Text i, or the empty text before Assign.
-  const char* operator[](int i) const {
-    if (!assigned_) return "";
-    return (heap_ ? heap_.get() : inline_) + start_[i];
-  }
-
- private:
-  std::uint32_t start_[N] = {};
-  bool assigned_ = false;
-  char inline_[8 * N + 16];
-  std::unique_ptr<char[]> heap_;
-};
-
-// Room for the objects of one kind: blocks of one size, taken from large
-// chunks and reused once given back, all freed with the pool.
-class Pool {
- public:
-  Pool() = default;
-  ~Pool();
-  Pool(const Pool&) = delete;
-  Pool& operator=(const Pool&) = delete;
-  // A block of size bytes, the same size on every call.
-  void* Take(std::size_t size);
-  // Gives back a block that Take handed out.
-  void Give(void* block);
-
- private:
-  struct Chunk {
-    char* bytes;
-    std::size_t size;
-  };
-  std::vector<Chunk> chunks_;
-  std::size_t size_ = 0;  // of a block
-  std::size_t left_ = 0;  // blocks not yet taken from the last chunk
-  void* free_ = nullptr;  // blocks given back, each holding the next
-};
+class Row;
+struct ChildCursor;
+struct LinkGroups;
 
 // What every store object shares: its row, its count of references, and its
 // place among the live objects of the store, which frees what is still held
@@ -323,8 +160,6 @@ class AdminStore {
   static int busyTimeoutMs;
 
  private:
-  struct Cursor;
-  struct Links;
   AdminStore(sqlite3* db, std::string path);
 
   sqlite3_stmt* Statement(const std::string& sql);
@@ -337,7 +172,7 @@ class AdminStore {
   // Makes the objects of the rows of child that owner owns, in row order.
   void ReadChildren(Table child, const StoreObjectBase& owner);
   // The rows of link table link, grouped by owner; read at the first ask.
-  const Links& LinksOf(Table link, Table target);
+  const LinkGroups& LinksOf(Table link, Table target);
   // Runs read; on a refusal reports it once and fails every later getter.
   template <class Read>
   HRESULT Guarded(Read&& read);
@@ -351,8 +186,8 @@ class AdminStore {
   sqlite3* db_;
   std::string path_;
   OidIndex indexes_[kObjectTables];
-  std::unique_ptr<Cursor> cursors_[kTableCount];
-  std::unique_ptr<Links> links_[kTableCount];
+  std::unique_ptr<ChildCursor> cursors_[kTableCount];
+  std::unique_ptr<LinkGroups> links_[kTableCount];
   std::vector<std::pair<std::string, sqlite3_stmt*>> statements_;
   Pool pools_[kObjectTables];
   // The objects the running getter has made; kept between getters so that
@@ -383,12 +218,5 @@ StoreObjectBase* NewObject(Table table, AdminStore& store, Pool& pool,
 
 // The store of the open session, or null.
 AdminStore* CurrentStore();
-
-// path as a message shows it, with control bytes and quotes as \xNN.
-std::string EscapedPath(const char* path);
-
-// The schema and the demonstration administration, as SQL.
-extern const char* const kSchemaSql;
-extern const char* const kDemoSql;
 
 }  // namespace kiv

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "AdminStore.h"
+#include "Escape.h"
 #include "SdaiSession.h"
 #include "StoreObjects.h"
 
@@ -61,7 +62,7 @@ class Admin final : public KivIAdmin {
     std::unique_ptr<AdminStore> store = AdminStore::Open(path, &error);
     if (!store) {
       std::cerr << "KivAdmin: cannot open the administration store \""
-                << (path ? EscapedPath(path) : "<demonstration>")
+                << (path ? vantrel::Escaped(path) : "<demonstration>")
                 << "\": " << error << std::endl;
       return E_FAIL;
     }

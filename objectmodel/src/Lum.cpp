@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "Hex.h"
 #include "LumKivTrace.h"
 
 LumUnicodeString::LumUnicodeString(const char* text) { *this = text; }
@@ -56,34 +57,9 @@ void LumDbBinary::Assign(const void* data, std::size_t size) {
   bytes_.assign(static_cast<const char*>(data), size);
 }
 
-namespace {
-
-// The two upper-case hexadecimal digits of every byte value.
-struct HexDigits {
-  char pairs[256][2];
-};
-
-constexpr HexDigits MakeHexDigits() {
-  const char digits[] = "0123456789ABCDEF";
-  HexDigits hex{};
-  for (int byte = 0; byte < 256; ++byte) {
-    hex.pairs[byte][0] = digits[byte >> 4];
-    hex.pairs[byte][1] = digits[byte & 0x0F];
-  }
-  return hex;
-}
-
-constexpr HexDigits kHex = MakeHexDigits();
-
-}  // namespace
-
 LumUnicodeString LumDbBinary::GetHexaValue() const {
   LumUnicodeString hex;
-  char* digit = hex.Resize(bytes_.size() * 2);
-  for (unsigned char byte : bytes_) {
-    std::memcpy(digit, kHex.pairs[byte], 2);
-    digit += 2;
-  }
+  vantrel::HexWrite(bytes_, hex.Resize(bytes_.size() * 2));
   return hex;
 }
 

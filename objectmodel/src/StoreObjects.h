@@ -5,6 +5,8 @@
 #pragma once
 
 #include "AdminStore.h"
+#include "StoreRows.h"
+#include "Texts.h"
 
 namespace kiv {
 

@@ -7,17 +7,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "AdminStore.h"
+#include "EmbeddedSql.h"
+#include "Hex.h"
 #include "KivStoreWriter.h"
 
 KivStoreWriter::Value KivStoreWriter::Oid(std::string_view identifier) {
-  const auto digit = [](char c) {
-    return c <= '9' ? c - '0' : (c & ~0x20) - 'A' + 10;
-  };
   Value value{Value::kOid, "", 0, {}};
-  for (std::size_t i = 1; i + 1 < identifier.size(); i += 2)
-    value.bytes +=
-        static_cast<char>(digit(identifier[i]) * 16 + digit(identifier[i + 1]));
+  if (!identifier.empty()) identifier.remove_prefix(1);  // the "x"
+  if (!vantrel::Unhex(identifier, &value.bytes)) value.bytes.clear();
   return value;
 }
 
@@ -205,9 +202,4 @@ bool KivStoreWriter::Commit(std::string* error) {
   }
   Sync(DirectoryOf(path_));
   return true;
-}
-
-std::string KivEscaped(std::string_view text) {
-  const std::string copy(text);
-  return kiv::EscapedPath(copy.c_str());
 }

@@ -14,9 +14,11 @@
 #include <vector>
 
 #include "AdminDocument.h"
+#include "DocumentRows.h"
+#include "Escape.h"
+#include "Hex.h"
 #include "KivStoreWriter.h"
 #include "LargeAllocator.h"
-#include "Lum.h"
 
 namespace {
 
@@ -199,7 +201,8 @@ using Spill = std::vector<std::string>;
 
 // The Id of identifier ("x" and hexadecimal), decoded as a store holds it.
 Id MakeId(std::string_view identifier, Spill& spill) {
-  const std::string bytes = KivStoreWriter::Oid(identifier).bytes;
+  std::string bytes;
+  vantrel::Unhex(identifier.substr(1), &bytes);
   Id id;
   id.size = static_cast<std::uint32_t>(bytes.size());
   for (std::size_t i = 0; i < 8; ++i)
@@ -229,9 +232,7 @@ std::string Identifier(const Id& id, const Spill& spill) {
     for (std::uint32_t i = 0; i < id.size; ++i)
       bytes += static_cast<char>((id.prefix >> (56 - 8 * i)) & 0xFF);
   }
-  LumDbBinary oid(0);
-  oid.Assign(bytes.data(), bytes.size());
-  return std::string("x") + oid.GetHexaValue().ConvertToChar();
+  return "x" + vantrel::Hex(bytes);
 }
 
 // The size of file, or 0 when it cannot be told.
@@ -419,7 +420,7 @@ bool Read(const std::string& file, Objects& doc, std::ostream& err) {
 }
 
 std::string Quoted(std::string_view value) {
-  return "\"" + KivEscaped(value) + "\"";
+  return "\"" + vantrel::Escaped(value) + "\"";
 }
 
 // Value i of a joined text of values.
@@ -561,87 +562,11 @@ int DocLoad(const std::string& file, const std::string& store,
         << "\n";
     return 1;
   }
-  using W = KivStoreWriter;
   bool ok = true;
-  const auto add = [&](const char* table, const std::vector<W::Value>& values,
-                       bool once = false) {
-    ok = ok && writer->Add(table, values, &error, once);
-  };
-  const auto ref = [](const Line& line, int i) {
-    return line.Has(i) ? W::Oid(line.values[i]) : W::Null();
-  };
-  const auto list = [&](const char* table, std::string_view owner,
-                        const Line& line, int i) {
-    if (!line.Has(i)) return;
-    for (std::string_view id : doc::Identifiers(line.values[i]))
-      add(table, {W::Oid(owner), W::Oid(id)});
-  };
   // Rows are added as the document is checked, in one pass; a document
   // with a problem leaves no store behind.
-  const auto load = [&](const Line& l, const Place& p) {
-    const std::vector<std::string_view>& v = l.values;
-    switch (l.kind) {
-      case doc::kProject:
-        add("project", {W::Oid(v[1]), W::Text(v[0])});
-        list("project_vault_server", v[1], l, 2);
-        list("project_data_server", v[1], l, 3);
-        break;
-      case doc::kDataRdb:
-        add("data_domain", {W::Oid(v[2]), W::Oid(p.parent), W::Text(v[0]),
-                            W::Text(v[1]), W::Text(v[3]), W::Text(v[5]),
-                            W::Text("rdb"), ref(l, 4), ref(l, 6)});
-        break;
-      case doc::kDomain:
-        add("domain",
-            {W::Oid(v[2]), W::Text(v[0]), W::Integer(v[1] == "Y" ? 1 : 0)});
-        break;
-      case doc::kBusinessDomain:
-        add("business_domain",
-            {W::Oid(v[0]), W::Oid(p.parent), W::Text(v[1]), W::Text(v[2]),
-             W::Text(v[3]), W::Text(v[4]), W::Text(v[5])});
-        break;
-      case doc::kDataServer:
-        add("data_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]),
-                            W::Text(v[3]), W::Text(v[4]), ref(l, 5)});
-        break;
-      case doc::kVaultServer:
-        add("vault_server", {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2])});
-        break;
-      case doc::kHost:
-        add("host",
-            {W::Oid(v[0]), W::Text(v[1]), W::Text(v[2]), W::Text(v[3])});
-        break;
-      case doc::kSubscribingTarget:
-      case doc::kSubscription:
-        // A media has no element: its row is made where it is named.
-        if (l.Has(2)) add("media", {ref(l, 2), W::Null()}, true);
-        add(l.kind == doc::kSubscription ? "subscription"
-                                         : "subscribing_target",
-            {W::Oid(v[0]), W::Text(v[1]), ref(l, 2), ref(l, 3), ref(l, 4)});
-        break;
-      case doc::kVaultServerCaptureStatus:
-      case doc::kDataServerCaptureStatus:
-        add("capture_status",
-            {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
-        break;
-      case doc::kVaultServerApplyStatus:
-      case doc::kDataServerApplyStatus:
-        add("apply_status",
-            {W::Oid(v[0]), W::Oid(p.parent), W::Oid(v[2]), W::Text(v[1])});
-        break;
-      case doc::kPackageDefinition:
-        add("package_definition", {W::Oid(v[0]), W::Text(v[1])});
-        list("package_whole_data_domain", v[0], l, 2);
-        break;
-      case doc::kExternSite:
-        add("extern_site", {W::Oid(v[0]), W::Text(v[1])});
-        break;
-      case doc::kLocalSite:
-        add("local_site", {W::Oid(v[0]), W::Text(v[1])});
-        break;
-      default:
-        break;
-    }
+  const auto load = [&](const Line& line, const Place& place) {
+    ok = ok && doc::AddRows(*writer, line, place.parent, &error);
   };
   std::size_t counts[doc::kKindCount] = {};
   bool opened = false;
