@@ -1,6 +1,5 @@
 #include "DocumentRows.h"
 
-#include <cstring>
 #include <vector>
 
 namespace doc {
@@ -124,6 +123,36 @@ const std::vector<Resolved>& ResolvedRow(Kind kind) {
 }
 
 }  // namespace
+
+std::vector<std::string> RowShapeProblems() {
+  std::vector<std::string> problems;
+  for (int k = 0; k < kKindCount; ++k) {
+    const Layout& layout = LayoutOf(Kind(k));
+    std::vector<bool> used(layout.attributes.size());
+    for (const Resolved& r : ResolvedRow(Kind(k))) {
+      if (r.column->source != A && r.column->source != F) continue;
+      if (r.attribute < 0)
+        problems.push_back(std::string(layout.name) + " has no attribute " +
+                           r.column->text);
+      else
+        used[r.attribute] = true;
+    }
+    for (const ListShape& list : kLists) {
+      if (list.kind != k) continue;
+      const int i = AttributeIndex(Kind(k), list.attribute);
+      if (i < 0)
+        problems.push_back(std::string(layout.name) + " has no attribute " +
+                           list.attribute);
+      else
+        used[i] = true;
+    }
+    for (std::size_t i = 0; i < used.size(); ++i)
+      if (!used[i])
+        problems.push_back(std::string(layout.name) + " " +
+                           layout.attributes[i].name + " goes to no column");
+  }
+  return problems;
+}
 
 const char* TableOf(Kind kind) { return kRows[kind].table; }
 

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "AdminDocument.h"
 #include "KivStoreWriter.h"
@@ -26,5 +27,10 @@ int AttributeIndex(Kind kind, std::string_view name);
 // NULL (a media's path), a kind is 'rdb'. False after setting *error.
 bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
              std::string* error);
+
+// What keeps the element's rows from agreeing with the layout: a column
+// naming an attribute that the layout lacks, or an attribute that goes to
+// no column. Empty when they agree.
+std::vector<std::string> RowShapeProblems();
 
 }  // namespace doc

@@ -4,15 +4,12 @@
 //   RoundTrip  export, load, export gives the same bytes: the demonstration,
 //              the test store (markup in values), stores of other shapes,
 //              a line longer than the reader's buffer
-//   Reading    a line read in one pass reads as by every placement of its
-//              delimiters, on the fuzzer's seed documents
 //   Check      a whole document's summary; each problem on its FILE:LINE
 //   Diff       each kind of change, the same administration, trouble
 //   Load       an existing store is never touched; a refused document
 //              creates nothing, not even the partial file
 #include <sstream>
 
-#include "AdminDocument.h"
 #include "VantrelDoc.h"
 #include "test_support.h"
 
@@ -110,24 +107,6 @@ TEST(Check, AWholeDocumentIsSummed) {
   EXPECT_EQ(o.out.substr(0, o.out.find('\n')),
             DataPath("full.xml") + ": a whole document of 33 objects");
   EXPECT_NE(o.out.find("\n  DATASERVERCAPTURESTATUS 2\n"), std::string::npos);
-}
-
-// Lines with quotes and "=" in their values, and usual ones.
-TEST(Reading, OnePassAgreesWithEveryPlacement) {
-  for (const char* seed : {"/full.xml", "/tricky.xml"}) {
-    std::istringstream lines(ReadFile(DOCUMENT_SEEDS_DIR + std::string(seed)));
-    for (std::string text; std::getline(lines, text);) {
-      doc::Line plain, full;
-      std::string plainReason, fullReason;
-      const bool read = doc::ReadLine(text, plain, &plainReason, true);
-      ASSERT_EQ(read, doc::ReadLine(text, full, &fullReason, false)) << text;
-      EXPECT_EQ(plainReason, fullReason) << text;
-      if (!read) continue;
-      EXPECT_EQ(plain.kind, full.kind) << text;
-      EXPECT_EQ(plain.present, full.present) << text;
-      EXPECT_EQ(plain.values, full.values) << text;
-    }
-  }
 }
 
 TEST(Check, EachProblemOnItsLine) {

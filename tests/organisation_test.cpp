@@ -137,17 +137,6 @@ TEST_F(Domain, FailingListEndsQuietlyWithAnEndTagAndDeeperIndent) {
 
 using DataDomain = ToolTest;
 
-TEST_F(DataDomain, ReadsTheBusinessDomainBeforeTheDataServer) {
-  auto* dataDomain = AddDataDomain(fakes, "DD", "01",
-                                   fakes.Add<fake::DataServer>("S", "0B01"));
-  fakes.Calls();
-  EXPECT_EQ(DumpDataDomain(out.get(), dataDomain), 0);
-  EXPECT_EQ(fakes.Calls(),
-            "DD.GetName DD.IsRdb DD.GetOid DD.GetAliasName DD.GetOwnerDico "
-            "DD.GetDriver DD.GetBusinessDomain BDD.GetOid DD.GetDataServer "
-            "S.GetOid");
-}
-
 TEST_F(DataDomain, RefusedBeforeAnythingIsWritten) {
   const struct {
     const char* name;

@@ -4,7 +4,7 @@
 // Plan:
 //   Replication  statuses sorted by the kind of their server, a failing or
 //                null server, a server of neither kind, the release passes
-//   Status       the four status lines, a null server
+//   Status       a null server is fatal
 #include "tool_test.h"
 
 namespace {
@@ -146,47 +146,6 @@ TYPED_TEST(Replication, ServerOfNeitherKindIsFatalAndSkippedWhenItReturns) {
                          this->EndTag(),
                      1}));
   EXPECT_EQ(this->fakes.Held(), "H:1");
-}
-
-using Status = ToolTest;
-
-TEST_F(Status, TheFourLinesDifferOnlyByTheirTable) {
-  auto* data = fakes.Add<fake::DataServer>("D", "0C2D");
-  auto* vault = fakes.Add<fake::VaultServer>("V", "0C2D");
-  auto* captureAtData = fakes.Add<fake::CaptureStatus>("C1", "0A1B");
-  auto* captureAtVault = fakes.Add<fake::CaptureStatus>("C2", "0A1B");
-  auto* applyAtData = fakes.Add<fake::ApplyStatus>("A1", "0A1B");
-  auto* applyAtVault = fakes.Add<fake::ApplyStatus>("A2", "0A1B");
-  for (auto* s : {captureAtData, captureAtVault}) s->lastSuccessfulDate = "D";
-  for (auto* s : {applyAtData, applyAtVault}) s->lastSuccessfulDate = "";
-  captureAtData->server = data;
-  captureAtVault->server = vault;
-  applyAtData->server = data;
-  applyAtVault->server = vault;
-  const Outcome written = Run(
-      [&](std::ofstream* o) {
-        return DumpDataServerCaptureStatus(o, captureAtData) +
-               DumpVaultServerCaptureStatus(o, captureAtVault) +
-               DumpDataServerApplyStatus(o, applyAtData) +
-               DumpVaultServerApplyStatus(o, applyAtVault);
-      },
-      1);
-  EXPECT_EQ(written,
-            (Outcome{0, "",
-                     "  <DATASERVERCAPTURESTATUS Oid=\"x0A1B\" "
-                     "LastSuccessfulDate=\"D\" CapturedObject=\"x0C2D\" />\n"
-                     "  <VAULTSERVERCAPTURESTATUS Oid=\"x0A1B\" "
-                     "LastSuccessfulDate=\"D\" CapturedObject=\"x0C2D\" />\n"
-                     "  <DATASERVERAPPLYSTATUS Oid=\"x0A1B\" "
-                     "LastSuccessfulDate=\"\" AppliedObject=\"x0C2D\" />\n"
-                     "  <VAULTSERVERAPPLYSTATUS Oid=\"x0A1B\" "
-                     "LastSuccessfulDate=\"\" AppliedObject=\"x0C2D\" />\n",
-                     1}));
-  // The servers are given back; the statuses belong to the caller.
-  EXPECT_EQ(fakes.Held(), "");
-  EXPECT_EQ(captureAtData->releases + applyAtVault->releases, 0);
-  EXPECT_EQ(fakes.Calls().substr(0, 58),
-            "C1.GetOid C1.GetLastSuccessfulDate C1.GetCaptureServer D.G");
 }
 
 TEST(StatusDeathTest, NullServerIsFatal) {
