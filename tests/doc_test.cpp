@@ -8,6 +8,8 @@
 //   Diff       each kind of change, the same administration, trouble
 //   Load       an existing store is never touched; a refused document
 //              creates nothing, not even the partial file
+#include <sys/stat.h>
+
 #include <sstream>
 
 #include "VantrelDoc.h"
@@ -229,6 +231,21 @@ TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {
   EXPECT_FALSE(FileExists(fresh));
   for (const std::string& name : test_support::ListDirectory(OutputPath("")))
     EXPECT_EQ(name.find("fresh.db."), std::string::npos) << name;
+}
+
+// A store is created like any file a tool creates: 0666 less the umask.
+TEST(Load, CreatesTheStoreWithTheUsualMode) {
+  for (const mode_t mask : {mode_t{022}, mode_t{077}}) {
+    const std::string store = OutputPath("mode.db");
+    std::remove(store.c_str());
+    const mode_t saved = ::umask(mask);
+    const Outcome o = Doc(DocLoad, DataPath("full.xml"), store);
+    ::umask(saved);
+    ASSERT_EQ(o.rc, 0) << o.err;
+    struct stat st {};
+    ASSERT_EQ(::stat(store.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0666 & ~mask) << std::oct << mask;
+  }
 }
 
 }  // namespace

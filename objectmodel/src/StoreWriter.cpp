@@ -38,7 +38,18 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
     *error = std::string("cannot create the file: ") + std::strerror(errno);
     return nullptr;
   }
+  // mkstemp makes the file private; a store gets the mode of any file a
+  // tool creates, so that the accounts the umask lets in can read it.
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  const int chmodded = ::fchmod(fd, 0666 & ~mask);
+  const int saved = errno;
   ::close(fd);
+  if (chmodded != 0) {
+    std::remove(partial.c_str());
+    *error = std::string("cannot create the file: ") + std::strerror(saved);
+    return nullptr;
+  }
   sqlite3* db = nullptr;
   const std::string name = partial[0] == '/' ? partial : "./" + partial;
   // The connection is used by one thread: no mutex of its own.
