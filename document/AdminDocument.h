@@ -96,6 +96,31 @@ struct Line {
 bool ReadLine(std::string_view text, Line& line, std::string* reason,
               bool plain = true);
 
+// The index of the attribute named name in the layout of kind (its leading
+// blank, if any, left out), or -1.
+int AttributeIndex(Kind kind, std::string_view name);
+
+// True when value suits field as the exporter writes it: an identifier
+// with its "x" and upper-case hexadecimal, a list of them each followed by a
+// blank, Y or N; any text.
+bool ValidValue(Field field, std::string_view value);
+
+// The processing instruction that marks a well-formed twin: its values are
+// escaped. It follows the XML declaration on the first line.
+extern const char kTwinMark[];
+
+// Appends line, as the exporter writes it, to out. With escaped, values are
+// written as XML escapes them (the well-formed twin): false, leaving out
+// unspecified and naming the attribute in *problem, for a value that XML 1.0
+// cannot carry (a control character, a byte that is not UTF-8).
+bool WriteLine(const Line& line, bool escaped, std::string& out,
+               std::string* problem);
+
+// The first character of text that keeps it out of a well-formed XML
+// attribute value as written unescaped ('&', '<', '"', a control character
+// or a byte that is not UTF-8), or npos.
+std::size_t IllFormedAt(std::string_view text);
+
 // Splits a list of identifiers ("x0A x0B ") into the identifiers.
 std::vector<std::string_view> Identifiers(std::string_view refs);
 
@@ -103,7 +128,8 @@ std::vector<std::string_view> Identifiers(std::string_view refs);
 // only for a line longer than itself.
 class Reader {
  public:
-  explicit Reader(const std::string& path);
+  // Reads the open file fd, which it closes.
+  explicit Reader(int fd);
   ~Reader();
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;

@@ -156,16 +156,6 @@ std::vector<std::string> RowShapeProblems() {
 
 const char* TableOf(Kind kind) { return kRows[kind].table; }
 
-int AttributeIndex(Kind kind, std::string_view name) {
-  const auto& attributes = LayoutOf(kind).attributes;
-  for (std::size_t i = 0; i < attributes.size(); ++i) {
-    std::string_view a = attributes[i].name;
-    if (!a.empty() && a[0] == ' ') a.remove_prefix(1);
-    if (a == name) return static_cast<int>(i);
-  }
-  return -1;
-}
-
 bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
              std::string* error) {
   const char* table = kRows[line.kind].table;

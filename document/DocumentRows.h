@@ -16,10 +16,6 @@ namespace doc {
 // without a row of its own (the server wrapper).
 const char* TableOf(Kind kind);
 
-// The index of the attribute named name in the layout of kind (its leading
-// blank, if any, left out), or -1.
-int AttributeIndex(Kind kind, std::string_view name);
-
 // Adds to writer the rows of the element read into line, whose parent
 // element has the identifier parent ("" for none): its own row, the row of
 // a media it names (once), and a row per identifier of its lists, in the

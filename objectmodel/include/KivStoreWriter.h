@@ -50,6 +50,9 @@ class KivStoreWriter {
   // Commits the rows, writes the file to the disk and gives it path's name;
   // false after setting *error.
   bool Commit(std::string* error);
+  // The partial file the rows go to until Commit: a process that is
+  // interrupted removes it.
+  const std::string& PartialPath() const { return partial_; }
 
  private:
   KivStoreWriter(sqlite3* db, std::string path, std::string partial);

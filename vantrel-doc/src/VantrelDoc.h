@@ -1,21 +1,33 @@
-// vantrel-doc: checks an AdminObjects document, compares two, loads one into
-// a new store. Each command writes its report to out and its problems to
-// err, and returns the exit status.
+// vantrel-doc: the commands that read AdminObjects documents. Each writes
+// its report to out and its problems to err, and returns the exit status:
+// 0 success, 1 a document with problems (for diff: documents that differ),
+// 2 trouble (a file that cannot be read or written, a bad command line).
+// "-" names standard input or standard output.
 #pragma once
 
 #include <iosfwd>
 #include <string>
 
-// Exit 0 and a summary when the document is whole and consistent, else 1
-// with one line per problem, each naming FILE:LINE.
+// A summary when the document is whole and consistent, else one line per
+// problem, each naming FILE:LINE.
 int DocCheck(const std::string& file, std::ostream& out, std::ostream& err);
-// Exit 0 when the two hold the same administration, 1 when they differ
-// (printing what differs), 2 when either cannot be read.
+// What differs between two documents, object by object.
 int DocDiff(const std::string& oldFile, const std::string& newFile,
             std::ostream& out, std::ostream& err);
 // Creates store, which must not exist, from a document that DocCheck
 // accepts; exporting it gives the document back.
 int DocLoad(const std::string& file, const std::string& store,
             std::ostream& out, std::ostream& err);
-// The command line: check FILE | diff OLD NEW | load FILE STORE.
+// Writes the well-formed twin of a document to output: the same lines with
+// their values escaped, and a mark that says so.
+int DocXml(const std::string& file, const std::string& output,
+           std::ostream& out, std::ostream& err);
+// Writes the configuration of a document as JSON to output.
+int DocJson(const std::string& file, const std::string& output,
+            std::ostream& out, std::ostream& err);
+// Writes the HTML report of a document, with a picture of its servers and
+// replication, to output.
+int DocReport(const std::string& file, const std::string& output,
+              std::ostream& out, std::ostream& err);
+// The command line.
 int VantrelDocMain(int argc, char* argv[]);

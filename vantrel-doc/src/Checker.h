@@ -1,0 +1,90 @@
+// Checking a document as it is walked: every problem reported as it is
+// found, then the identifiers (each used once) and the references (each
+// naming an element of a kind it may name).
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "DocumentWalk.h"
+#include "LargeAllocator.h"
+
+// An identifier of a document, held in a few bytes: its first 8 bytes as a
+// big-endian number, zero-padded (so that identifiers order as their bytes
+// do), its size, and for a longer one its place in its document's list of
+// long identifiers.
+struct Id {
+  std::uint64_t prefix = 0;
+  std::uint32_t size = 0;
+  std::uint32_t spill = 0;
+};
+
+// The bytes of the long identifiers of one document.
+using Spill = std::vector<std::string>;
+
+// The Id of identifier ("x" and hexadecimal), decoded as a store holds it.
+Id MakeId(std::string_view identifier, Spill& spill);
+// Orders a of document sa against b of document sb as their bytes order.
+int Compare(const Id& a, const Spill& sa, const Id& b, const Spill& sb);
+// The identifier as the document writes it.
+std::string Identifier(const Id& id, const Spill& spill);
+
+// An element with an identifier.
+struct Defined {
+  Id id;
+  doc::Kind kind;
+  std::uint32_t order;  // of the element among those with an identifier
+  std::size_t line;
+};
+
+// The most problems reported of one file: past them it is not a document
+// the exporter writes, and reading it further tells nothing more.
+constexpr std::size_t kMaxProblems = 100;
+
+// A file name as diagnostics show it, escaped.
+std::string Shown(const std::string& file);
+
+class Checker : public doc::Visitor {
+ public:
+  // Reports problems of file to err as "FILE:LINE: what"; passes every
+  // element and line on to next, when given.
+  Checker(const std::string& file, std::ostream& err,
+          doc::Visitor* next = nullptr);
+  void Element(const doc::Line& line, std::size_t n,
+               const doc::Place& place) override;
+  void Other(const doc::Line& line, std::size_t n) override;
+  void Problem(std::size_t n, const std::string& what) override;
+  void Restart() override;
+  bool Stopped() const override { return problems_ >= kMaxProblems; }
+
+  // Walks the file; false after reporting why it cannot be read. Then
+  // checks identifiers and references.
+  bool Run();
+  std::size_t Problems() const { return problems_; }
+  const std::size_t* Counts() const { return counts_; }
+  const doc::Walked& Walked() const { return walked_; }
+  // After Run: the identifiers, sorted, and the long ones.
+  kiv::LargeVector<Defined>& Sorted() { return oids_; }
+  Spill& Long() { return spill_; }
+
+ private:
+  struct Reference {
+    Id id;
+    const char* kinds;
+    const char* attribute;
+    std::size_t line;
+  };
+  void CheckIdentifiers();
+  std::string file_;
+  std::ostream& err_;
+  doc::Visitor* next_;
+  doc::Walked walked_;
+  std::size_t problems_ = 0;
+  std::size_t counts_[doc::kKindCount] = {};
+  kiv::LargeVector<Defined> oids_;
+  kiv::LargeVector<Reference> references_;
+  Spill spill_;
+};

@@ -1,0 +1,115 @@
+#include "Output.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+namespace {
+
+std::atomic<const char*> partialFile{nullptr};
+
+void OnSignal(int signal) {
+  // Only what is safe in a signal handler: unlink, then the default action.
+  if (const char* path = partialFile.load()) ::unlink(path);
+  ::signal(signal, SIG_DFL);
+  ::raise(signal);
+}
+
+// Writes the file or directory at path to the disk; false with errno set.
+bool Sync(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool synced = ::fsync(fd) == 0;
+  const int saved = errno;
+  ::close(fd);
+  errno = saved;
+  return synced;
+}
+
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
+
+void SetPartialFile(const char* path) { partialFile.store(path); }
+
+void RemovePartialFilesOnSignals() {
+  struct sigaction action {};
+  action.sa_handler = OnSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP})
+    ::sigaction(signal, &action, nullptr);
+}
+
+Output::~Output() {
+  if (partial_.empty()) return;
+  SetPartialFile(nullptr);
+  file_.close();
+  std::remove(partial_.c_str());
+}
+
+bool Output::Open(const std::string& path, std::string* error) {
+  if (path == "-") {
+    toStdout_ = true;
+    return true;
+  }
+  path_ = path;
+  std::string partial = path + ".partial-XXXXXX";
+  const int fd = ::mkstemp(&partial[0]);
+  if (fd < 0) {
+    *error = std::strerror(errno);
+    return false;
+  }
+  // The mode of any file a tool creates.
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  ::fchmod(fd, 0666 & ~mask);
+  ::close(fd);
+  partial_ = partial;
+  SetPartialFile(partial_.c_str());
+  file_.open(partial_, std::ios::binary | std::ios::trunc);
+  if (!file_) {
+    *error = std::strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+bool Output::Rewind(std::string* error) {
+  if (toStdout_) {
+    *error = "standard output cannot be written again";
+    return false;
+  }
+  file_.close();
+  file_.open(partial_, std::ios::binary | std::ios::trunc);
+  if (!file_) *error = std::strerror(errno);
+  return static_cast<bool>(file_);
+}
+
+bool Output::Commit(std::string* error) {
+  if (toStdout_) {
+    std::cout.flush();
+    if (!std::cout) *error = std::strerror(errno ? errno : EIO);
+    return static_cast<bool>(std::cout);
+  }
+  file_.close();
+  if (file_.fail() || !Sync(partial_) ||
+      ::rename(partial_.c_str(), path_.c_str()) != 0) {
+    *error = std::strerror(errno ? errno : EIO);
+    return false;
+  }
+  SetPartialFile(nullptr);
+  partial_.clear();
+  Sync(DirectoryOf(path_));
+  return true;
+}
