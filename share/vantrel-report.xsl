@@ -14,6 +14,14 @@
   <xsl:variable name="single"
       select="' BusinessDomain DataServer Host PackageDefinition ExternSite CapturedObject AppliedObject '"/>
   <xsl:variable name="lists" select="' VaultServers DataServers WholeDataDomains '"/>
+  <!-- A table's title as its anchor: "Data servers" is "kind-data-servers". -->
+  <xsl:variable name="upper" select="'ABCDEFGHIJKLMNOPQRSTUVWXYZ '"/>
+  <xsl:variable name="lower" select="'abcdefghijklmnopqrstuvwxyz-'"/>
+
+  <!-- The document shown, named in the heading; and, from vantrel-doc
+       report, a place for its picture of servers and replication. -->
+  <xsl:param name="document" select="''"/>
+  <xsl:param name="picture" select="''"/>
 
   <xsl:key name="object" match="*[@Oid]" use="@Oid"/>
   <xsl:key name="referrer" use="@BusinessDomain | @DataServer | @Host | @PackageDefinition | @ExternSite | @CapturedObject | @AppliedObject"
@@ -38,6 +46,9 @@
       </head>
       <body>
         <h1>Administration configuration</h1>
+        <xsl:if test="$document != ''">
+          <p>Document: <code><xsl:value-of select="$document"/></code></p>
+        </xsl:if>
         <h2 id="summary">Summary</h2>
         <table>
           <tr><th>Kind</th><th>Objects</th></tr>
@@ -56,6 +67,11 @@
           <xsl:call-template name="count"><xsl:with-param name="label" select="'Extern sites'"/><xsl:with-param name="nodes" select="EXTERNSITE"/></xsl:call-template>
           <xsl:call-template name="count"><xsl:with-param name="label" select="'Local site'"/><xsl:with-param name="nodes" select="LOCALSITE"/></xsl:call-template>
         </table>
+
+        <xsl:if test="$picture != ''">
+          <h2 id="picture">Servers and replication</h2>
+          <div id="vantrel-picture"/>
+        </xsl:if>
 
         <h2 id="projects">Projects</h2>
         <xsl:call-template name="table"><xsl:with-param name="title" select="'Projects'"/><xsl:with-param name="nodes" select="PROJECT"/><xsl:with-param name="columns" select="'Name Oid VaultServers DataServers '"/></xsl:call-template>
@@ -87,7 +103,15 @@
   <xsl:template name="count">
     <xsl:param name="label"/>
     <xsl:param name="nodes"/>
-    <tr><td><xsl:value-of select="$label"/></td><td><xsl:value-of select="count($nodes)"/></td></tr>
+    <tr>
+      <td>
+        <xsl:choose>
+          <xsl:when test="$nodes"><a href="#kind-{translate($label, $upper, $lower)}"><xsl:value-of select="$label"/></a></xsl:when>
+          <xsl:otherwise><xsl:value-of select="$label"/></xsl:otherwise>
+        </xsl:choose>
+      </td>
+      <td><xsl:value-of select="count($nodes)"/></td>
+    </tr>
   </xsl:template>
 
   <!-- A table of nodes: the columns named in columns (each followed by a
@@ -98,7 +122,7 @@
     <xsl:param name="nodes"/>
     <xsl:param name="columns"/>
     <xsl:if test="$nodes">
-      <h3><xsl:value-of select="$title"/></h3>
+      <h3 id="kind-{translate($title, $upper, $lower)}"><xsl:value-of select="$title"/></h3>
       <table>
         <tr>
           <xsl:if test="$nodes[1]/../@Oid"><th>Of</th></xsl:if>

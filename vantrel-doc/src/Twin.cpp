@@ -2,41 +2,8 @@
 
 #include "Checker.h"
 #include "Output.h"
+#include "TwinWriter.h"
 #include "VantrelDoc.h"
-
-namespace {
-
-// Writes every line of a document again, its values escaped.
-class TwinWriter : public doc::Visitor {
- public:
-  TwinWriter(Output& output, Checker*& checker)
-      : output_(output), checker_(checker) {}
-  void Element(const doc::Line& line, std::size_t n,
-               const doc::Place&) override {
-    Write(line, n);
-  }
-  void Other(const doc::Line& line, std::size_t n) override { Write(line, n); }
-  void Problem(std::size_t, const std::string&) override {}
-  void Restart() override {
-    std::string error;
-    if (!output_.Rewind(&error)) checker_->Problem(0, error);
-  }
-
- private:
-  void Write(const doc::Line& line, std::size_t n) {
-    text_.clear();
-    std::string problem;
-    if (!doc::WriteLine(line, true, text_, &problem))
-      return checker_->Problem(n, problem);
-    text_ += '\n';
-    output_.Stream() << text_;
-  }
-  Output& output_;
-  Checker*& checker_;
-  std::string text_;
-};
-
-}  // namespace
 
 int DocXml(const std::string& file, const std::string& output,
            std::ostream& out, std::ostream& err) {
@@ -47,10 +14,10 @@ int DocXml(const std::string& file, const std::string& output,
         << "\n";
     return 2;
   }
-  Checker* reporter = nullptr;
-  TwinWriter writer(twin, reporter);
+  TwinWriter writer(twin.Stream(),
+                    [&](std::string* reason) { return twin.Rewind(reason); });
   Checker checker(file, err, &writer);
-  reporter = &checker;
+  writer.ReportTo(&checker);
   if (!checker.Run()) return 2;
   if (checker.Problems()) {
     err << "vantrel-doc: " << Shown(file)
