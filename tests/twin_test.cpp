@@ -1,0 +1,338 @@
+// Tests of the ways into a document for other tools, through the built
+// binaries: the well-formed twin, documents that XML tools have touched,
+// JSON, the report, and vantrel-doc's command line.
+//
+// Plan:
+//   Twin     for each store of a table (the demonstration, the test store
+//            with markup, generated stores of random values in random
+//            order): the twin validates against the DTD, Python reads the
+//            store's exact values from it and from the JSON, and the twin,
+//            reformatted by xmllint or not, loads into a store that exports
+//            the original bytes
+//   Refused  a value XML cannot carry, on FILE:LINE with its attribute;
+//            check's line on a document that is not well-formed
+//   Report   from an ill-formed document: every link resolves, every
+//            object and the picture show in headless Chromium
+//   Command  --help, --version, "-" for standard input and output, exit
+//            status 2 with the system's reason, a bad command line
+#include <sys/stat.h>
+
+#include <regex>
+#include <set>
+
+#include "test_support.h"
+
+using test_support::DataPath;
+using test_support::MakeStore;
+using test_support::OutputPath;
+using test_support::ReadFile;
+
+using test_support::RunResult;
+using test_support::WriteFile;
+
+namespace {
+
+RunResult Doc(const std::vector<std::string>& args) {
+  return test_support::Run(VANTREL_DOC_BINARY, args, {});
+}
+
+// Exports store ("" for the demonstration) to file; returns its bytes.
+std::string Export(const std::string& store, const std::string& file) {
+  std::optional<std::string> variable;
+  if (!store.empty()) variable = store;
+  const RunResult run = test_support::Run(VANTREL_BINARY, {"-f", file},
+                                          {{"KIV_ADMIN_STORE", variable}});
+  EXPECT_EQ(run.status, 0) << run.err;
+  return ReadFile(file);
+}
+
+// Loads document into a new store and exports that; returns the export.
+std::string LoadAndExport(const std::string& document,
+                          const std::string& name) {
+  const std::string store = OutputPath(name + ".db");
+  std::remove(store.c_str());
+  const RunResult load = Doc({"load", document, store});
+  EXPECT_EQ(load.status, 0) << load.err;
+  return Export(store, OutputPath(name + ".back.xml"));
+}
+
+// A store of random values holding markup, quotes, tabs and non-ASCII text,
+// its rows in random order.
+std::string RandomStore(int seed) {
+  const std::string values =
+      "substr('&<>\"''' || char(9) || 'é日本 =\" x\"', abs(random()) % 12 + 1, "
+      "abs(random()) % 6)";
+  const auto rows = [&](int count, const std::string& insert) {
+    return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+           "WHERE i < " +
+           std::to_string(count) + ") " + insert + ";";
+  };
+  return "SELECT random() FROM (SELECT " + std::to_string(seed) + ");" +
+         rows(40,
+              "INSERT INTO host SELECT CAST(printf('H%03d', i) AS BLOB), 'h' "
+              "|| i || " +
+                  values + ", " + values +
+                  ", NULL FROM k ORDER BY "
+                  "random()") +
+         rows(20,
+              "INSERT INTO data_server SELECT CAST(printf('S%03d', i) AS "
+              "BLOB), " +
+                  values + ", 'a' || " + values + ", '', " + values +
+                  ", CAST(printf('H%03d', i) AS BLOB) FROM k ORDER BY "
+                  "random()") +
+         rows(10,
+              "INSERT INTO vault_server SELECT CAST(printf('V%03d', i) AS "
+              "BLOB), 'v' || " +
+                  values + ", " + values + " FROM k ORDER BY random()") +
+         rows(30,
+              "INSERT INTO project SELECT CAST(printf('P%03d', i) AS BLOB), "
+              "'p' || i || " +
+                  values + " FROM k ORDER BY random()") +
+         rows(30,
+              "INSERT INTO project_data_server SELECT CAST(printf('P%03d', "
+              "i) AS BLOB), CAST(printf('S%03d', i % 20 + 1) AS BLOB) FROM k "
+              "ORDER BY random()") +
+         rows(10,
+              "INSERT INTO domain SELECT CAST(printf('D%03d', i) AS BLOB), " +
+                  values + ", i % 2 FROM k ORDER BY random()") +
+         rows(30,
+              "INSERT INTO business_domain SELECT CAST(printf('B%03d', i) AS "
+              "BLOB), CAST(printf('D%03d', i % 10 + 1) AS BLOB), " +
+                  values + ", " + values + ", " + values + ", 'Y', " + values +
+                  " FROM k ORDER BY random()") +
+         rows(
+             60,
+             "INSERT INTO data_domain SELECT CAST(printf('A%03d', i) AS "
+             "BLOB), CAST(printf('P%03d', i % 30 + 1) AS BLOB), " +
+                 values + ", " + values + ", '', " + values +
+                 ", 'rdb', "
+                 "CAST(printf('B%03d', i % 30 + 1) AS BLOB), NULL FROM k ORDER "
+                 "BY random()") +
+         "INSERT INTO extern_site VALUES (x'E1', 'east&<'), (x'E2', "
+         "'\"west\"');"
+         "INSERT INTO local_site VALUES (x'E0', 'home' || char(9));"
+         "INSERT INTO media VALUES (x'F1', NULL);"
+         "INSERT INTO package_definition VALUES (x'C1', 'pk&');"
+         "INSERT INTO package_whole_data_domain SELECT x'C1', oid FROM "
+         "data_domain ORDER BY random() LIMIT 5;" +
+         rows(8,
+              "INSERT INTO subscribing_target SELECT CAST(printf('T%03d', i) "
+              "AS BLOB), " +
+                  values +
+                  ", x'F1', x'C1', x'E1' FROM k ORDER BY "
+                  "random()") +
+         rows(16,
+              "INSERT INTO capture_status SELECT CAST(printf('K%03d', i) AS "
+              "BLOB), CAST(printf('T%03d', i % 8 + 1) AS BLOB), "
+              "CAST(printf('S%03d', i) AS BLOB), " +
+                  values + " FROM k ORDER BY random()");
+}
+
+TEST(Twin, ReadsExactlyAndLoadsBackToTheSameBytes) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const struct {
+    const char* name;
+    std::vector<std::string> sql;  // none: the demonstration
+  } cases[] = {
+      {"demo", {}},
+      {"full", {full}},
+      {"random-1", {RandomStore(1)}},
+      {"random-2", {RandomStore(2)}},
+  };
+  WriteFile(OutputPath("KivAdmin.dtd"), ReadFile(SHARE_DIR "/KivAdmin.dtd"));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string name = std::string("twin-") + c.name;
+    std::string store;
+    if (!c.sql.empty()) {
+      store = OutputPath(name + ".db");
+      MakeStore(store, c.sql);
+    }
+    const std::string original = OutputPath(name + ".xml");
+    const std::string bytes = Export(store, original);
+    const std::string twin = OutputPath(name + ".twin.xml"),
+                      json = OutputPath(name + ".json");
+    ASSERT_EQ(Doc({"xml", original, twin}).status, 0);
+    ASSERT_EQ(Doc({"json", original, json}).status, 0);
+    const RunResult valid =
+        test_support::Run("xmllint", {"--valid", "--noout", twin}, {});
+    EXPECT_EQ(valid.status, 0) << valid.err;
+    const RunResult formatted =
+        test_support::Run("xmllint", {"--format", twin}, {});
+    ASSERT_EQ(formatted.status, 0) << formatted.err;
+    const std::string reformatted = OutputPath(name + ".formatted.xml");
+    WriteFile(reformatted, formatted.out);
+    if (!store.empty()) {
+      const RunResult read = test_support::Run(
+          "python3", {TEST_DIR "/read_back.py", store, twin, json}, {});
+      EXPECT_EQ(read.status, 0) << read.out << read.err;
+    }
+    EXPECT_TRUE(LoadAndExport(twin, name + ".twin") == bytes);
+    EXPECT_TRUE(LoadAndExport(reformatted, name + ".formatted") == bytes);
+    // The JSON of a document read as XML is the JSON of the original.
+    const std::string again = OutputPath(name + ".formatted.json");
+    ASSERT_EQ(Doc({"json", reformatted, again}).status, 0);
+    EXPECT_EQ(ReadFile(again).substr(ReadFile(again).find("\"objects\"")),
+              ReadFile(json).substr(ReadFile(json).find("\"objects\"")));
+  }
+}
+
+TEST(Refused, ValuesXmlCannotCarryAndDocumentsItCannotRead) {
+  const std::string doc = ReadFile(DataPath("full.xml"));
+  int made = 0;
+  const auto with = [&](const std::string& from, const std::string& to) {
+    std::string text = doc;
+    text.replace(text.find(from), from.size(), to);
+    const std::string file =
+        OutputPath("refused-" + std::to_string(++made) + ".xml");
+    WriteFile(file, text);
+    return file;
+  };
+  const struct {
+    const char* name;
+    std::string file;
+    std::vector<std::string> command;
+    int status;
+    std::string err;  // after FILE
+  } cases[] = {
+      {"a control character",
+       with("\"alpha\"", "\"al\x01pha\""),
+       {"xml"},
+       1,
+       ":28: HOST Name holds the byte \\x01, which XML 1.0 cannot carry\n"},
+      {"a byte that is not UTF-8",
+       with("\"beta\"", "\"be\xFFta\""),
+       {"json"},
+       1,
+       ":29: Name is not UTF-8 text, which JSON cannot carry\n"},
+      // Attributes in another order: read as XML only when well-formed.
+      {"reordered in an ill-formed document",
+       with("<HOST Oid=\"x0A01\" Name=\"alpha\"",
+            "<HOST Name=\"alpha\" Oid=\"x0A01\""),
+       {"check"},
+       1,
+       ":28: not a HOST element as the exporter writes it\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<std::string> args = c.command;
+    args.push_back(c.file);
+    if (c.command[0] != "check") args.push_back(OutputPath("refused.out"));
+    std::remove(OutputPath("refused.out").c_str());
+    const RunResult run = Doc(args);
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_EQ(run.err.substr(0, run.err.find('\n') + 1), c.file + c.err);
+    EXPECT_FALSE(test_support::FileExists(OutputPath("refused.out")));
+  }
+  const RunResult check = Doc({"check", DataPath("full.xml")});
+  EXPECT_EQ(check.status, 0);
+  EXPECT_NE(check.out.find(DataPath("full.xml") +
+                           ":4: PROJECT Name holds '&': the document is not "
+                           "well-formed XML; vantrel-doc xml writes a "
+                           "well-formed copy\n"),
+            std::string::npos)
+      << check.out;
+  const RunResult twin = Doc({"xml", DataPath("full.xml"), "-"});
+  WriteFile(OutputPath("checked-twin.xml"), twin.out);
+  const RunResult wellFormed = Doc({"check", OutputPath("checked-twin.xml")});
+  EXPECT_EQ(wellFormed.status, 0);
+  EXPECT_EQ(wellFormed.out.find("not well-formed"), std::string::npos);
+}
+
+std::set<std::string> Matches(const std::string& text, const char* pattern) {
+  std::set<std::string> found;
+  const std::regex re(pattern);
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), re);
+       it != std::sregex_iterator(); ++it)
+    found.insert((*it)[1]);
+  return found;
+}
+
+TEST(Report, FromAnIllFormedDocumentInChromium) {
+  const std::string report = OutputPath("doc-report.html");
+  const RunResult made = Doc({"report", DataPath("full.xml"), report});
+  ASSERT_EQ(made.status, 0) << made.err;
+  const std::string html = ReadFile(report);
+  const std::set<std::string> anchors = Matches(html, " id=\"([^\"]+)\"");
+  const std::set<std::string> links = Matches(html, "href=\"#([^\"]+)\"");
+  for (const std::string& link : links)
+    EXPECT_EQ(anchors.count(link), 1u) << "unresolved link #" << link;
+  for (const std::string& oid :
+       Matches(ReadFile(DataPath("full.xml")), "Oid=\"(x[0-9A-F]+)\"")) {
+    EXPECT_EQ(anchors.count(oid), 1u) << "no row for " << oid;
+  }
+  // The picture links its objects to their rows; the summary its tables.
+  EXPECT_EQ(links.count("x0A01"), 1u);
+  EXPECT_EQ(links.count("kind-hosts"), 1u);
+  EXPECT_NE(html.find(DataPath("full.xml")), std::string::npos);
+
+  const RunResult shown = test_support::Run(
+      "chromium",
+      {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
+       "--no-first-run", "--disable-background-networking",
+       "--disable-component-update", "--disable-sync",
+       "--user-data-dir=" + OutputPath("chromium-doc"), "--dump-dom",
+       "file://" + report},
+      {});
+  ASSERT_EQ(shown.status, 0) << shown.err;
+  EXPECT_NE(shown.out.find("<svg"), std::string::npos);
+  for (const char* name :
+       {"P&amp;ONE", "DDTHREE", "DOMTHREE", "BDTWO", "SIDEDB", "VAULTB", "beta",
+        "TTHREE", "STWO", "PKTWO", "WEST", "HOME", "2026-02-02",
+        "db=main;opt=&lt;a&amp;b&gt;"})
+    EXPECT_NE(shown.out.find(name), std::string::npos) << name;
+}
+
+TEST(Command, TheUsualCommandLine) {
+  const std::string nosuch = OutputPath("nosuch.xml");
+  std::remove(nosuch.c_str());
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    std::string out, err;  // the beginning of each
+  } cases[] = {
+      {{"--help"}, 0, "usage: vantrel-doc check DOC\n", ""},
+      {{"-h"}, 0, "usage: vantrel-doc check DOC\n", ""},
+      {{"--version"}, 0, "vantrel-doc 1.0.0\n", ""},
+      {{}, 2, "", "usage: vantrel-doc check DOC\n"},
+      {{"check"}, 2, "", "usage: vantrel-doc check DOC\n"},
+      {{"check", nosuch},
+       2,
+       "",
+       "vantrel-doc: " + nosuch + ": No such file or directory\n"},
+      {{"check", OutputPath("")},
+       2,
+       "",
+       "vantrel-doc: " + OutputPath("") + ": Is a directory\n"},
+      {{"json", nosuch}, 2, "", "vantrel-doc: " + nosuch + ": No such"},
+      {{"xml", DataPath("full.xml"), OutputPath("no/such/dir.xml")},
+       2,
+       "",
+       "vantrel-doc: cannot write " + OutputPath("no/such/dir.xml") +
+           ": No such file or directory\n"},
+      {{"diff", DataPath("full.xml"), nosuch},
+       2,
+       "",
+       "vantrel-doc: " + nosuch + ": No such file or directory\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args.empty() ? "(none)" : c.args[0]);
+    const RunResult run = Doc(c.args);
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_EQ(run.out.substr(0, c.out.size()), c.out);
+    EXPECT_EQ(run.err.substr(0, c.err.size()), c.err);
+  }
+  // "-": the document from standard input, the twin to standard output.
+  const RunResult piped =
+      test_support::Run("sh",
+                        {"-c", std::string(VANTREL_DOC_BINARY) + " xml - - < " +
+                                   DataPath("full.xml")},
+                        {});
+  EXPECT_EQ(piped.status, 0) << piped.err;
+  EXPECT_EQ(
+      piped.out.substr(0, 62),
+      "<?xml version=\"1.0\" encoding=\"UTF-8\" ?><?vantrel-doc escaped?>");
+  EXPECT_NE(piped.out.find("Name=\"P&amp;ONE\""), std::string::npos);
+}
+
+}  // namespace
