@@ -9,7 +9,12 @@ install(TARGETS Vantrel vantrel-doc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         COMPONENT tools)
 install(FILES objectmodel/sql/schema.sql objectmodel/sql/demo.sql
               share/KivAdmin.dtd share/vantrel-report.xsl
+              share/vantrel-doc.schema.json
         DESTINATION ${CMAKE_INSTALL_DATADIR}/vantrel COMPONENT tools)
+# Where bash-completion looks for a command's completion.
+install(FILES share/completion/vantrel-doc
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        COMPONENT tools)
 
 # Manual pages are installed compressed, as Debian expects; gzip -n keeps the
 # bytes the same from build to build.
@@ -77,9 +82,11 @@ set(CPACK_COMPONENTS_ALL tools dev)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vantrel)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-    "libsqlite3-0 (>= 3.37), libstdc++6, libc6")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "sqlite3, libxml2-utils, xsltproc")
+# The libraries the tools link (SQLite, libxml2, libxslt, Graphviz) are
+# found by dpkg-shlibdeps.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS
+    "sqlite3, libxml2-utils, xsltproc, jq, bash-completion")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "export, check, compare and load administration configurations
 Vantrel exports the whole administration configuration of a product-data

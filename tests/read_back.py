@@ -2,12 +2,15 @@
 """Reads a well-formed twin with Python's XML parser and its JSON, and checks
 both against the store they came from: every value exact.
 
-Usage: read_back.py STORE TWIN JSON; prints the number of objects compared,
-or the first difference, and exits non-zero on one."""
+Usage: read_back.py SCHEMA STORE TWIN JSON; checks the JSON against the
+JSON Schema, then prints the number of objects compared, or the first
+difference, and exits non-zero on one."""
 import json
 import sqlite3
 import sys
 import xml.etree.ElementTree as ElementTree
+
+import jsonschema
 
 # Element: (table, {attribute: column}).
 COLUMNS = {
@@ -37,9 +40,11 @@ def fail(message):
     sys.exit(1)
 
 
-def main(store, twin, json_file):
+def main(schema, store, twin, json_file):
     db = sqlite3.connect("file:%s?mode=ro" % store, uri=True)
-    objects = {o["id"]: o for o in json.load(open(json_file, encoding="utf-8"))["objects"]}
+    configuration = json.load(open(json_file, encoding="utf-8"))
+    jsonschema.validate(configuration, json.load(open(schema, encoding="utf-8")))
+    objects = {o["id"]: o for o in configuration["objects"]}
     compared = 0
     for element in ElementTree.parse(twin).getroot().iter():
         oid = element.get("Oid")
