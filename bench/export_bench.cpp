@@ -263,14 +263,35 @@ BENCHMARK(BM_ExportVsReadAll)
     ->MinTime(2.0)
     ->Unit(benchmark::kMillisecond);
 
+// The peak resident memory of one vantrel-doc command on file, in a new
+// process of its own (this program run again with --doc-once), in MiB.
+double DocumentPeakMiB(const char* command, const std::string& file,
+                       const std::string& output) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const char* argv[] = {"export_bench", "--doc-once", command, file.c_str(),
+                          output.c_str(), nullptr};
+    ::execv("/proc/self/exe", const_cast<char* const*>(argv));
+    ::_exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  ::wait4(child, &status, 0, &usage);
+  return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
 // The document tool beside the export of the same store: check, diff of a
-// document with itself, and load into a new store, each timed once per
-// iteration after the export that writes the document.
+// document with itself, load into a new store, its well-formed twin and its
+// JSON, each timed once per iteration after the export that writes the
+// document; and the peak memory of the twin and the JSON, which stays flat
+// as the document grows.
 void BM_DocumentVsExport(benchmark::State& state) {
   const std::string path = Store(state.range(0), false);
   const std::string file = std::string(BENCH_DIR) + "/document.xml";
   const std::string loaded = std::string(BENCH_DIR) + "/loaded.db";
-  double exported = 0, checked = 0, diffed = 0, load = 0;
+  const std::string twin = std::string(BENCH_DIR) + "/twin.xml";
+  const std::string json = std::string(BENCH_DIR) + "/document.json";
+  double exported = 0, checked = 0, diffed = 0, load = 0, xml = 0, js = 0;
   std::ostringstream sink;
   for (auto _ : state) {
     auto t0 = std::chrono::steady_clock::now();
@@ -286,6 +307,13 @@ void BM_DocumentVsExport(benchmark::State& state) {
     if (DocLoad(file, loaded, sink, sink) != 0)
       state.SkipWithError("load failed");
     auto t4 = std::chrono::steady_clock::now();
+    if (DocXml(file, twin, sink, sink) != 0) state.SkipWithError("xml failed");
+    auto t5 = std::chrono::steady_clock::now();
+    if (DocJson(file, json, sink, sink) != 0)
+      state.SkipWithError("json failed");
+    auto t6 = std::chrono::steady_clock::now();
+    xml += Seconds(t5 - t4);
+    js += Seconds(t6 - t5);
     exported += Seconds(t1 - t0);
     checked += Seconds(t2 - t1);
     diffed += Seconds(t3 - t2);
@@ -297,10 +325,15 @@ void BM_DocumentVsExport(benchmark::State& state) {
   state.counters["xCheck"] = checked / exported;
   state.counters["xDiff"] = diffed / exported;
   state.counters["xLoad"] = load / exported;
+  state.counters["xXml"] = xml / exported;
+  state.counters["xJson"] = js / exported;
+  state.counters["xmlPeak_MiB"] = DocumentPeakMiB("xml", file, twin);
+  state.counters["jsonPeak_MiB"] = DocumentPeakMiB("json", file, json);
 }
 
 BENCHMARK(BM_DocumentVsExport)
     ->ArgNames({"objects"})
+    ->Arg(30000)
     ->Arg(300000)
     ->Iterations(2)
     ->Unit(benchmark::kMillisecond);
@@ -310,6 +343,11 @@ BENCHMARK(BM_DocumentVsExport)
 int main(int argc, char** argv) {
   if (argc == 3 && std::string(argv[1]) == "--export-once")
     return Export(argv[2]);
+  if (argc == 5 && std::string(argv[1]) == "--doc-once") {
+    std::ostringstream sink;
+    return std::string(argv[2]) == "xml" ? DocXml(argv[3], argv[4], sink, sink)
+                                         : DocJson(argv[3], argv[4], sink, sink);
+  }
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

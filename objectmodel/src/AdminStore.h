@@ -169,6 +169,10 @@ class AdminStore {
   void IndexOids(Table table);
   void CheckUnique();
   void CountRows();
+  // Reads every row of object table table, checking each value as a getter
+  // would: the rows of the lists whose getters' failures the exporter passes
+  // over are checked before the document's first element.
+  void CheckRows(Table table);
   // Makes the objects of the rows of child that owner owns, in row order.
   void ReadChildren(Table child, const StoreObjectBase& owner);
   // The rows of link table link, grouped by owner; read at the first ask.

@@ -95,6 +95,13 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
     store->CountRows();
     for (int t = 0; t < kObjectTables; ++t) store->IndexOids(Table(t));
     store->CheckUnique();
+    // A list whose getter's failure the exporter passes over would let a
+    // bad value send it on, unsaid, through the rest of the store.
+    for (Table table : {kBusinessDomain, kCaptureStatus, kApplyStatus,
+                        kDataServer, kVaultServer})
+      store->CheckRows(table);
+    // A package's data domains are read whole at their first ask: now.
+    store->LinksOf(kPackageWholeDataDomain, kDataDomain);
     const std::size_t locals = store->indexes_[kLocalSite].Entries().size();
     if (locals > 1)
       throw StoreError("table local_site holds " + std::to_string(locals) +

@@ -76,7 +76,15 @@ std::string_view Row::Text(int column) const {
   const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
   const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
   if (!text) throw StoreError("out of memory");
-  if (std::memchr(text, '\0', size)) Refuse(column, "holds a NUL byte");
+  // One pass for the bytes the document cannot carry: NUL, and a line
+  // break, which would let a value write a line of its own.
+  for (std::size_t i = 0; i < size; ++i) {
+    const char c = text[i];
+    if (c > '\r' || (c != '\0' && c != '\n' && c != '\r')) continue;
+    Refuse(column, c == '\0' ? "holds a NUL byte"
+                             : "holds a line break, which the document "
+                               "cannot carry");
+  }
   return std::string_view(text, size);
 }
 
@@ -207,6 +215,21 @@ void AdminStore::ReadChildren(Table child, const StoreObjectBase& owner) {
     if (of->rowid > rowid) return;
     cursor.pending = false;
     if (of->rowid == rowid) made_.push_back(FromRow(child, row));
+  }
+}
+
+void AdminStore::CheckRows(Table table) {
+  sqlite3_stmt* stmt = Statement("SELECT " + SelectList(table, "") +
+                                 " FROM \"" + ShapeOf(table).name + "\"");
+  sqlite3_reset(stmt);
+  const Table owner = ShapeOf(table).owner;
+  while (Step(stmt)) {
+    const Row row(*this, stmt, table);
+    if (owner != kTableCount) row.Ref(0, owner, true);
+    // The object's own reading checks its values, as it will when the
+    // getter reads the row.
+    StoreObjectBase* object = FromRow(table, row);
+    Free(object);
   }
 }
 

@@ -58,8 +58,9 @@ std::size_t FileSize(const std::string& file) {
 
 }  // namespace
 
-Checker::Checker(const std::string& file, std::ostream& err, doc::Visitor* next)
-    : file_(file), err_(err), next_(next) {}
+Checker::Checker(const std::string& file, std::ostream& err, doc::Visitor* next,
+                 bool identifiers)
+    : file_(file), err_(err), next_(next), identifiers_(identifiers) {}
 
 void Checker::Problem(std::size_t n, const std::string& what) {
   if (problems_ >= kMaxProblems) return;
@@ -85,6 +86,7 @@ void Checker::Element(const doc::Line& line, std::size_t n,
                       const doc::Place& place) {
   if (next_) next_->Element(line, n, place);
   ++counts_[line.kind];
+  if (!identifiers_) return;
   const auto& attributes = doc::LayoutOf(line.kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {
     if (!line.Has(static_cast<int>(i))) continue;
@@ -104,9 +106,11 @@ void Checker::Element(const doc::Line& line, std::size_t n,
 bool Checker::Run() {
   // Sized for the usual density of a document: an object in about 100
   // bytes, a reference in about 60.
-  const std::size_t bytes = FileSize(file_);
-  oids_.reserve(bytes / 100);
-  references_.reserve(bytes / 60);
+  if (identifiers_) {
+    const std::size_t bytes = FileSize(file_);
+    oids_.reserve(bytes / 100);
+    references_.reserve(bytes / 60);
+  }
   walked_ = doc::Walk(file_, *this);
   if (!walked_.opened) {
     err_ << "vantrel-doc: " << Shown(file_) << ": "

@@ -50,9 +50,12 @@ std::string Shown(const std::string& file);
 class Checker : public doc::Visitor {
  public:
   // Reports problems of file to err as "FILE:LINE: what"; passes every
-  // element and line on to next, when given.
+  // element and line on to next, when given. Without identifiers, the
+  // identifiers and references are not checked, and memory stays flat
+  // however long the document: for commands that copy a document line by
+  // line.
   Checker(const std::string& file, std::ostream& err,
-          doc::Visitor* next = nullptr);
+          doc::Visitor* next = nullptr, bool identifiers = true);
   void Element(const doc::Line& line, std::size_t n,
                const doc::Place& place) override;
   void Other(const doc::Line& line, std::size_t n) override;
@@ -81,6 +84,7 @@ class Checker : public doc::Visitor {
   std::string file_;
   std::ostream& err_;
   doc::Visitor* next_;
+  bool identifiers_;
   doc::Walked walked_;
   std::size_t problems_ = 0;
   std::size_t counts_[doc::kKindCount] = {};

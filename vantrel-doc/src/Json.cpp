@@ -1,4 +1,3 @@
-#include <rapidjson/ostreamwrapper.h>
 #include <rapidjson/writer.h>
 
 #include <ostream>
@@ -8,6 +7,29 @@
 #include "VantrelDoc.h"
 
 namespace {
+
+// RapidJSON's output stream: characters gathered in a buffer and written to
+// the stream a block at a time.
+class BufferedStream {
+ public:
+  using Ch = char;
+  explicit BufferedStream(std::ostream& out) : out_(out) {}
+  ~BufferedStream() { Flush(); }
+  void Put(char c) {
+    buffer_ += c;
+    if (buffer_.size() >= kBlock) Flush();
+  }
+  void Flush() {
+    out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+    buffer_.clear();
+  }
+  void Clear() { buffer_.clear(); }
+
+ private:
+  static constexpr std::size_t kBlock = 1 << 16;
+  std::ostream& out_;
+  std::string buffer_;
+};
 
 // Writes the configuration as one JSON object as the document is walked,
 // through RapidJSON's streaming writer: nothing is held but the element at
@@ -73,6 +95,7 @@ class JsonWriter : public doc::Visitor {
   void Problem(std::size_t, const std::string&) override {}
   void Restart() override {
     std::string error;
+    stream_.Clear();
     if (!output_.Rewind(&error)) return checker_->Problem(0, error);
     Begin();
   }
@@ -97,9 +120,9 @@ class JsonWriter : public doc::Visitor {
   Output& output_;
   std::string file_;
   Checker*& checker_;
-  rapidjson::OStreamWrapper stream_;
-  rapidjson::Writer<rapidjson::OStreamWrapper, rapidjson::UTF8<>,
-                    rapidjson::UTF8<>, rapidjson::CrtAllocator,
+  BufferedStream stream_;
+  rapidjson::Writer<BufferedStream, rapidjson::UTF8<>, rapidjson::UTF8<>,
+                    rapidjson::CrtAllocator,
                     rapidjson::kWriteValidateEncodingFlag>
       writer_;
 };
@@ -117,7 +140,7 @@ int DocJson(const std::string& file, const std::string& output,
   }
   Checker* reporter = nullptr;
   JsonWriter writer(json, file == "-" ? "<stdin>" : file, reporter);
-  Checker checker(file, err, &writer);
+  Checker checker(file, err, &writer, false);
   reporter = &checker;
   if (!checker.Run()) return 2;
   if (checker.Problems()) {

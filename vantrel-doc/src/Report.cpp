@@ -73,7 +73,8 @@ bool MakeReport(const std::string& twin, const std::string& shown,
                 const std::string& svg, std::string* html, std::string* error) {
   Doc document(xmlReadMemory(twin.data(), static_cast<int>(twin.size()),
                              nullptr, nullptr, kParseOptions));
-  Doc stylesheet(xmlReadMemory(kReportXsl, static_cast<int>(std::strlen(kReportXsl)),
+  Doc stylesheet(xmlReadMemory(kReportXsl,
+                               static_cast<int>(std::strlen(kReportXsl)),
                                nullptr, nullptr, kParseOptions));
   if (!document || !stylesheet) {
     *error = "the well-formed copy cannot be read";

@@ -16,7 +16,7 @@ int DocXml(const std::string& file, const std::string& output,
   }
   TwinWriter writer(twin.Stream(),
                     [&](std::string* reason) { return twin.Rewind(reason); });
-  Checker checker(file, err, &writer);
+  Checker checker(file, err, &writer, false);
   writer.ReportTo(&checker);
   if (!checker.Run()) return 2;
   if (checker.Problems()) {
