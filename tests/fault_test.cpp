@@ -1,25 +1,27 @@
 // Faults injected into a whole export of a test store, as SQLite tests
-// itself: the Nth memory allocation of SQLite fails, or the Nth read of the
-// store file. For every N up to the first run that meets no fault, the run
-// ends with status 1 and a message, or succeeds with the bytes of a clean
-// run: never a crash, a hang, a leak (under the sanitizers), a wrong success
-// or a silently shorter document.
+// itself: the Nth memory allocation of SQLite fails, the Nth allocation of
+// the program's own (operator new), or the Nth read of the store file. For
+// every N up to the first run that meets no fault, the run ends with status
+// 1, a message and the END line, or succeeds with the bytes of a clean run:
+// never a crash, a hang, a leak (under the sanitizers), a wrong success or a
+// silently shorter document.
 //
 // Plan:
-//   Faults  every allocation and every read of an export failing in turn
+//   Faults  every allocation (SQLite's and the program's) and every read of
+//           an export failing in turn
 //   Files   the store is only ever opened read-only
 #include <sqlite3.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <new>
 #include <vector>
 
 #include "SdaiSession.h"
 #include "Vantrel.h"
 #include "test_support.h"
 
-using test_support::CaptureStderr;
 using test_support::DataPath;
 using test_support::OutputPath;
 using test_support::ReadFile;
@@ -32,7 +34,7 @@ struct Plan {
   long seen = 0;
   bool Fails() { return failAt > 0 && ++seen == failAt; }
 };
-Plan allocations, reads;
+Plan allocations, reads, cxxAllocations;
 std::vector<int> mainDbOpenFlags;
 
 // An allocator that fails when the plan says so.
@@ -43,6 +45,33 @@ void* FaultMalloc(int n) {
 void* FaultRealloc(void* p, int n) {
   return allocations.Fails() ? nullptr : real.xRealloc(p, n);
 }
+
+}  // namespace
+
+// The program's own allocations, failing when the plan says so. Only the
+// throwing forms fail: a nothrow caller handles null itself.
+void* operator new(std::size_t n) {
+  if (cxxAllocations.Fails()) throw std::bad_alloc();
+  if (void* p = std::malloc(n ? n : 1)) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t n) { return operator new(n); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
+  return std::malloc(n ? n : 1);
+}
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
+  return std::malloc(n ? n : 1);
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept {
+  std::free(p);
+}
+
+namespace {
 
 // A VFS over the default one whose files fail their Nth read, and which
 // logs the flags every main database is opened with.
@@ -120,62 +149,92 @@ const auto* const environment =
 
 struct Result {
   int rc;
+  bool hit;  // the fault was met
   std::string doc, err;
 };
 
-// One whole export of store, as the tool runs it, in process.
-Result Export(const std::string& store) {
+// One whole export of store, as the tool runs it, in process, with the
+// fault of plan armed for the export alone.
+Result Export(const std::string& store, Plan& plan, long failAt) {
   ::setenv("KIV_ADMIN_STORE", store.c_str(), 1);
-  const std::string file = OutputPath("fault.xml");
+  std::string file = OutputPath("fault.xml");
+  const std::string errors = OutputPath("fault.err");
   Result result;
   indent = 0;  // a failure leaves the depth behind, as the format wants
   {
-    CaptureStderr err;
-    std::ofstream out(file);
-    result.rc = ReadAdmin(&out);
-    result.err = err.Text();
+    // Standard error goes to a file whose buffer exists before the fault
+    // is armed: writing a message allocates nothing.
+    std::filebuf err;
+    err.open(errors, std::ios::out | std::ios::trunc);
+    std::streambuf* saved = std::cerr.rdbuf(&err);
+    char program[] = "Vantrel", option[] = "-f";
+    char* argv[] = {program, option, &file[0], nullptr};
+    plan = Plan{failAt, 0};
+    result.rc = VantrelMain(3, argv);
+    result.hit = failAt > 0 && plan.seen >= failAt;
+    plan = Plan{};
+    std::cerr.rdbuf(saved);
   }
   // A failed run leaves its session open, as the tool's process would.
   if (SdaiSession* session = SdaiSession::CurrentSession())
     session->CloseSession();
   result.doc = ReadFile(file);
+  result.err = ReadFile(errors);
   return result;
 }
 
 // Fails the 1st, 2nd, ... event of plan in turn until an export meets no
-// fault; returns the number of points injected.
-long Sweep(Plan& plan, const std::string& store, const Result& clean) {
+// fault; returns the number of points injected. *told counts the runs in
+// which the store reported the memory that ran out, in its getter's chain.
+long Sweep(Plan& plan, const std::string& store, const Result& clean,
+           long* told = nullptr) {
   long n = 1;
   for (;; ++n) {
-    plan = Plan{n, 0};
-    const Result run = Export(store);
-    const bool hit = plan.seen >= n;
-    plan = Plan{};
+    const Result run = Export(store, plan, n);
     if (run.rc == 0) {
       EXPECT_TRUE(run.doc == clean.doc) << "fault " << n << ": " << run.doc;
     } else {
       EXPECT_EQ(run.rc, 1) << "fault " << n;
-      EXPECT_NE(run.err, "") << "fault " << n;
-      EXPECT_TRUE(hit) << "fault " << n << ": a failure without a fault";
+      // A message, then the END line; or the stream's own allocation
+      // failure, which ends without one.
+      const bool ended =
+          run.err.size() > 33 &&
+          run.err.compare(run.err.size() - 18, 18, "END Vantrel rc= 1\n") == 0;
+      const bool stream =
+          run.err.find("\ncannot allocate memory ") != std::string::npos &&
+          run.err.find("END Vantrel") == std::string::npos;
+      EXPECT_TRUE(ended || stream) << "fault " << n << ": " << run.err;
+      EXPECT_TRUE(run.hit) << "fault " << n << ": a failure without a fault";
+      if (told && run.err.find("\": cannot allocate memory\n") !=
+                      std::string::npos)
+        ++*told;
     }
-    if (!hit) return n - 1;
+    if (!run.hit) return n - 1;
   }
 }
 
 TEST(Faults, EveryAllocationAndEveryReadOfAnExport) {
   const std::string store = OutputPath("fault.db");
   test_support::MakeStore(store, {ReadFile(DataPath("full.sql"))});
-  const Result clean = Export(store);
+  const Result clean = Export(store, reads, 0);
   ASSERT_EQ(clean.rc, 0) << clean.err;
   ASSERT_EQ(clean.doc, ReadFile(DataPath("full.xml")));
 
   const long allocationPoints = Sweep(allocations, store, clean);
+  long told = 0;
+  const long cxxPoints = Sweep(cxxAllocations, store, clean, &told);
+  // Nearly all of them are met inside the store, which tells them in its
+  // getter's chain; the rest by the tool's own allocations.
+  EXPECT_GT(told, cxxPoints * 9 / 10);
   const long readPoints = Sweep(reads, store, clean);
   EXPECT_GT(allocationPoints, 100);
+  EXPECT_GT(cxxPoints, 100);
   EXPECT_GT(readPoints, 10);
-  std::cout << "injection points: " << allocationPoints << " allocations, "
+  std::cout << "injection points: " << allocationPoints
+            << " SQLite allocations, " << cxxPoints << " C++ allocations, "
             << readPoints << " reads\n";
   RecordProperty("allocationPoints", static_cast<int>(allocationPoints));
+  RecordProperty("cxxAllocationPoints", static_cast<int>(cxxPoints));
   RecordProperty("readPoints", static_cast<int>(readPoints));
 }
 
@@ -183,7 +242,7 @@ TEST(Files, TheStoreIsOnlyEverOpenedReadOnly) {
   const std::string store = OutputPath("read-only.db");
   test_support::MakeStore(store, {ReadFile(DataPath("full.sql"))});
   mainDbOpenFlags.clear();
-  ASSERT_EQ(Export(store).rc, 0);
+  ASSERT_EQ(Export(store, reads, 0).rc, 0);
   ASSERT_FALSE(mainDbOpenFlags.empty());
   for (int flags : mainDbOpenFlags) {
     EXPECT_TRUE(flags & SQLITE_OPEN_READONLY);

@@ -158,13 +158,29 @@ int VantrelMain(int argc, char* argv[]) {
     std::cerr << "cannot allocate memory " << argv[2] << "\n";
     return 1;
   }
-  out->open(argv[2], std::ios::out);
+  try {
+    out->open(argv[2], std::ios::out);
+  } catch (const std::bad_alloc&) {
+    // The stream's buffer could not be allocated: the stream's own
+    // allocation failure.
+    std::cerr << "cannot allocate memory " << argv[2] << "\n";
+    return 1;
+  }
   if (!out->is_open()) {
     // The stream stays allocated: the process ends right after.
     std::cerr << "cannot open file " << argv[2] << "\n";
     return 1;
   }
-  int rc = ReadAdmin(out);
+  int rc = 1;
+  try {
+    rc = ReadAdmin(out);
+  } catch (const std::bad_alloc&) {
+    // Memory ran out where no getter could report it: a failure like any
+    // other, told, and the END line written.
+    std::cerr << "cannot allocate memory"
+              << "\n";
+    rc = 1;
+  }
   // Every write is checked here: a failed write leaves the stream failed
   // (later writes do nothing), and closing writes what is left. A document
   // that is not whole on disk is never a success.

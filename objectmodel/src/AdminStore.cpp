@@ -3,13 +3,17 @@
 #include <sqlite3.h>
 
 #include <cstdlib>
+#include <iostream>
+#include <new>
 
+#include "Escape.h"
 #include "StoreObjects.h"
 #include "StoreRows.h"
 
 namespace kiv {
 
 int AdminStore::busyTimeoutMs = 5000;
+const char AdminStore::kOutOfMemory[] = "cannot allocate memory";
 
 AdminStore::AdminStore(sqlite3* db, std::string path)
     : db_(db), path_(std::move(path)) {}
@@ -63,8 +67,22 @@ void AdminStore::Free(StoreObjectBase* object) {
 }
 
 StoreObjectBase* AdminStore::Make(Table table, const OidEntry* entry) {
-  if (!entry) return nullptr;
-  return Adopt(NewObject(table, *this, pools_[table], *entry));
+  if (!entry || failed_) return nullptr;
+  try {
+    return Adopt(NewObject(table, *this, pools_[table], *entry));
+  } catch (const std::bad_alloc&) {
+    Refused(kOutOfMemory);
+    return nullptr;
+  }
+}
+
+HRESULT AdminStore::Refused(std::string_view reason) {
+  // Reported once: every later getter fails without a word.
+  if (failed_) return E_FAIL;
+  failed_ = true;
+  std::cerr << "KivAdmin: cannot read the administration store \""
+            << vantrel::Escaped(path_) << "\": " << reason << std::endl;
+  return E_FAIL;
 }
 
 StoreObjectBase* AdminStore::FromRow(Table table, const Row& row) {
@@ -81,12 +99,15 @@ StoreObjectBase* AdminStore::FromRow(Table table, const Row& row) {
 }
 
 HRESULT AdminStore::AppendAll(LumListPtrIUnknown& list, HRESULT hr) {
-  for (StoreObjectBase* object : made_) {
-    if (hr < 0)
-      Free(object);
-    else
-      list.Append(object->Interface());
+  std::size_t i = 0;
+  try {
+    for (; hr >= 0 && i < made_.size(); ++i) list.Append(made_[i]->Interface());
+  } catch (const std::bad_alloc&) {
+    hr = Refused(kOutOfMemory);
   }
+  // What a refusal leaves unappended is dropped; what the list took is the
+  // caller's, freed when the session closes.
+  for (; i < made_.size(); ++i) Free(made_[i]);
   made_.clear();
   return hr;
 }

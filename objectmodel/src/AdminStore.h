@@ -140,7 +140,8 @@ class AdminStore {
   // Sets out to the local site, or to null when the store has none.
   HRESULT LocalSite(KivILocalSite*& out);
   // A new object for the row of entry in table, with one reference and its
-  // identifier alone; null for a null entry.
+  // identifier alone; null for a null entry, and after a refusal (memory
+  // running out among them, which it reports).
   StoreObjectBase* Make(Table table, const OidEntry* entry);
 
   // Reads the row of object into it. False after reporting a bad row.
@@ -158,6 +159,8 @@ class AdminStore {
 
   // How long a reader waits for a writer's lock before giving up.
   static int busyTimeoutMs;
+  // The reason given when memory runs out.
+  static const char kOutOfMemory[];
 
  private:
   AdminStore(sqlite3* db, std::string path);
@@ -177,6 +180,8 @@ class AdminStore {
   void ReadChildren(Table child, const StoreObjectBase& owner);
   // The rows of link table link, grouped by owner; read at the first ask.
   const LinkGroups& LinksOf(Table link, Table target);
+  // Reports reason once, and fails every later getter; returns E_FAIL.
+  HRESULT Refused(std::string_view reason);
   // Runs read; on a refusal reports it once and fails every later getter.
   template <class Read>
   HRESULT Guarded(Read&& read);

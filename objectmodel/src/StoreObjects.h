@@ -33,7 +33,7 @@ HRESULT HandOut(bool loaded, AdminStore& store, const OidEntry* entry,
   out = nullptr;
   if (!loaded) return E_FAIL;
   out = Made<T>(store, entry);
-  return S_OK;
+  return out || !entry ? S_OK : E_FAIL;
 }
 
 struct Host : StoreObject<KivIHost, kHost> {
@@ -225,6 +225,7 @@ struct Status : StoreObject<I, T> {
     *out = nullptr;
     if (!this->Load()) return E_FAIL;
     StoreObjectBase* server = this->store_.Make(serverTable_, server_);
+    if (server_ && !server) return E_FAIL;
     if (serverTable_ == kDataServer)
       *out = static_cast<DataServer*>(server);
     else

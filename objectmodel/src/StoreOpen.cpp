@@ -78,8 +78,14 @@ sqlite3* OpenDemo() {
 std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
                                              std::string* error) {
   try {
-    std::unique_ptr<AdminStore> store(new AdminStore(
-        path ? OpenStoreFile(path) : OpenDemo(), path ? path : ""));
+    sqlite3* db = path ? OpenStoreFile(path) : OpenDemo();
+    std::unique_ptr<AdminStore> store;
+    try {
+      store.reset(new AdminStore(db, path ? path : ""));
+    } catch (...) {
+      sqlite3_close(db);
+      throw;
+    }
     // One read transaction: every table comes from the same snapshot, from
     // these checks to the last getter.
     sqlite3_stmt* begin = store->Statement("BEGIN");
@@ -109,6 +115,9 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
     return store;
   } catch (const StoreError& e) {
     *error = e.Message();
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    *error = kOutOfMemory;
     return nullptr;
   }
 }

@@ -138,11 +138,9 @@ HRESULT AdminStore::Guarded(Read&& read) {
     read();
     return S_OK;
   } catch (const StoreError& e) {
-    // Reported once: every later getter fails without a word.
-    failed_ = true;
-    std::cerr << "KivAdmin: cannot read the administration store \""
-              << vantrel::Escaped(path_) << "\": " << e.Message() << std::endl;
-    return E_FAIL;
+    return Refused(e.Message());
+  } catch (const std::bad_alloc&) {
+    return Refused(kOutOfMemory);
   }
 }
 
@@ -287,7 +285,8 @@ HRESULT AdminStore::Linked(Table link, Table target,
         indexes_[ShapeOf(link).owner].Position(owner.Entry());
     const auto& entries = indexes_[target].Entries();
     for (std::uint32_t i = links.start[at]; i < links.start[at + 1]; ++i)
-      made_.push_back(Make(target, &entries[links.targets[i]]));
+      made_.push_back(Adopt(
+          NewObject(target, *this, pools_[target], entries[links.targets[i]])));
   });
   return AppendAll(list, hr);
 }
@@ -296,9 +295,9 @@ HRESULT AdminStore::LocalSite(KivILocalSite*& out) {
   out = nullptr;
   if (failed_) return E_FAIL;
   const auto& entries = indexes_[kLocalSite].Entries();
-  if (!entries.empty())
-    out = static_cast<kiv::LocalSite*>(Make(kLocalSite, &entries[0]));
-  return S_OK;
+  if (entries.empty()) return S_OK;
+  out = static_cast<kiv::LocalSite*>(Make(kLocalSite, &entries[0]));
+  return out ? S_OK : E_FAIL;
 }
 
 bool AdminStore::Load(StoreObjectBase& object) {

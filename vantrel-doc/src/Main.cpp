@@ -1,4 +1,5 @@
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,8 @@ const char kUsage[] =
     "that differ), 2 a file that cannot be read or written, or a bad\n"
     "command line. See vantrel-doc(1).\n";
 
-}  // namespace
-
-int VantrelDocMain(int argc, char* argv[]) {
-  const std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
+// Runs the command of args (the program's name left out).
+int Command(const std::vector<std::string>& args) {
   const std::size_t n = args.size();
   const std::string command = n > 0 ? args[0] : "";
   if (n == 1 && (command == "--help" || command == "-h")) {
@@ -51,4 +50,17 @@ int VantrelDocMain(int argc, char* argv[]) {
     return DocReport(args[1], output, std::cout, std::cerr);
   std::cerr << kUsage;
   return 2;
+}
+
+}  // namespace
+
+int VantrelDocMain(int argc, char* argv[]) {
+  try {
+    return Command(
+        std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+  } catch (const std::bad_alloc&) {
+    // What the command was writing is removed as its owners unwind.
+    std::cerr << "vantrel-doc: cannot allocate memory\n";
+    return 2;
+  }
 }
