@@ -3,8 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include "Escape.h"
 
 namespace doc {
 namespace {
@@ -150,11 +153,11 @@ const char kDoctype[] = "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >";
 
 // The attribute's name as written (a leading blank stays: a second one
 // before it); its value follows an "x" when it is an identifier.
-std::string Delimiter(const Attribute& a, bool first) {
+std::string Delimiter(const Attribute& a, bool first, bool loose = false) {
   std::string d = first ? std::string() : std::string("\" ");
   d += a.name;
   d += "=\"";
-  if (a.field == O || a.field == R || a.field == M) d += 'x';
+  if (!loose && (a.field == O || a.field == R || a.field == M)) d += 'x';
   return d;
 }
 
@@ -237,8 +240,10 @@ struct Grammar {
   std::vector<std::string> starts;
 };
 
-const Grammar& GrammarOf(Kind kind) {
-  static const std::vector<Grammar> grammars = [] {
+// The grammars of the exporter's lines; loose ones read identifiers as
+// texts, with their "x", to tell what is wrong with one.
+const Grammar& GrammarOf(Kind kind, bool loose = false) {
+  static const auto make = [](bool looseReading) {
     std::vector<Grammar> all(kKindCount);
     for (int k = 0; k < kKindCount; ++k) {
       const Layout& layout = kLayouts[k];
@@ -259,17 +264,62 @@ const Grammar& GrammarOf(Kind kind) {
         for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
           if (!((v.present >> i) & 1)) continue;
           if (first)
-            v.head += Delimiter(layout.attributes[i], true);
+            v.head += Delimiter(layout.attributes[i], true, looseReading);
           else
-            v.delimiters.push_back(Delimiter(layout.attributes[i], false));
+            v.delimiters.push_back(
+                Delimiter(layout.attributes[i], false, looseReading));
           first = false;
         }
         all[k].variants.push_back(std::move(v));
       }
     }
     return all;
-  }();
-  return grammars[kind];
+  };
+  static const std::vector<Grammar> exact = make(false), lenient = make(true);
+  return (loose ? lenient : exact)[kind];
+}
+
+// What keeps value (an identifier with its "x") from being an identifier,
+// or "".
+std::string NotAnIdentifier(std::string_view value) {
+  const std::string shown = "'" + vantrel::Escaped(value, 60) + "'";
+  if (value.empty() || value[0] != 'x')
+    return shown + " is not an identifier: it does not start with x";
+  value.remove_prefix(1);
+  for (char c : value)
+    if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')))
+      return shown + " is not an identifier: '" +
+             vantrel::Escaped(std::string_view(&c, 1)) +
+             "' is not an upper-case hexadecimal digit";
+  if (value.empty()) return shown + " is not an identifier: it has no digits";
+  if (value.size() % 2)
+    return shown + " is not an identifier: an odd number of hexadecimal digits";
+  return std::string();
+}
+
+// What is wrong with value of attribute a, read loosely, or "".
+std::string ValueProblem(const Attribute& a, std::string_view value) {
+  switch (a.field) {
+    case O:
+    case R:
+    case M:
+      return NotAnIdentifier(value);
+    case F:
+      return value == "Y" || value == "N"
+                 ? std::string()
+                 : "'" + vantrel::Escaped(value, 60) + "' is neither Y nor N";
+    case L: {
+      if (value.empty() || value.back() != ' ')
+        return "'" + vantrel::Escaped(value, 60) +
+               "' is not a list of identifiers, each followed by a blank";
+      for (std::string_view id : Identifiers(value.substr(0, value.size() - 1)))
+        if (std::string problem = NotAnIdentifier(id); !problem.empty())
+          return problem;
+      return std::string();
+    }
+    default:
+      return std::string();
+  }
 }
 
 // Reads the usual line at once: every value free of quotes and of "=", so
@@ -334,7 +384,9 @@ bool ReadElement(std::string_view text, Kind kind, Line& line,
   const std::size_t closer = std::strlen(layout.closer);
   // A reading is clean when no text value holds the text that starts an
   // attribute of the element: the exporter's own lines read so, in one way.
-  int fits = 0, clean = 0;
+  // Readings that fit but a value holds a delimiter or an attribute's text:
+  // the line is ambiguous, not merely wrong.
+  int clean = 0, ambiguous = 0, badValue = 0;
   std::vector<std::string_view> values, found;
   std::uint32_t foundPresent = 0;
   for (const Variant& v : grammar.variants) {
@@ -346,9 +398,11 @@ bool ReadElement(std::string_view text, Kind kind, Line& line,
         Place(text.substr(v.head.size(), text.size() - v.head.size() - closer),
               v.delimiters, values);
     if (fit == Fit::kNone) continue;
-    ++fits;
-    if (fit == Fit::kMany) continue;  // a value holds a delimiter
-    bool valid = true;
+    if (fit == Fit::kMany) {  // a value holds a delimiter
+      ++ambiguous;
+      continue;
+    }
+    bool valid = true, holdsStart = false;
     for (std::size_t i = 0, n = 0; i < layout.attributes.size() && valid; ++i) {
       if (!((v.present >> i) & 1)) continue;
       const std::string_view value = values[n++];
@@ -356,22 +410,54 @@ bool ReadElement(std::string_view text, Kind kind, Line& line,
       if (layout.attributes[i].field != Field::kText || !valid) continue;
       if (value.find("\" ") == std::string_view::npos) continue;
       for (const std::string& start : grammar.starts)
-        valid = valid && value.find(start) == std::string_view::npos;
+        holdsStart = holdsStart || value.find(start) != std::string_view::npos;
+      valid = !holdsStart;
     }
+    if (holdsStart) ++ambiguous;
+    if (!valid && !holdsStart) ++badValue;
     if (!valid) continue;
     ++clean;
     found = values;
     foundPresent = v.present;
   }
-  if (fits == 0) {
-    *reason = std::string("not a ") + layout.name +
-              " element as the exporter writes it";
-    return false;
-  }
-  if (clean != 1) {
+  if (clean > 1 || (clean == 0 && badValue == 0 && ambiguous > 0)) {
     *reason = std::string("ambiguous ") + layout.name +
               " element: a value holds the text of an attribute, so that "
               "more than one reading fits";
+    return false;
+  }
+  if (clean == 0) {
+    // No reading fits: a value the exporter never writes is named when a
+    // reading with identifiers as texts finds it.
+    std::vector<std::string_view> loose;
+    for (const Variant& v : GrammarOf(kind, true).variants) {
+      if (text.size() < v.head.size() + closer ||
+          text.compare(0, v.head.size(), v.head) != 0 ||
+          text.compare(text.size() - closer, closer, layout.closer) != 0 ||
+          Place(
+              text.substr(v.head.size(), text.size() - v.head.size() - closer),
+              v.delimiters, loose) != Fit::kOne)
+        continue;
+      // Only a reading in which no value holds another attribute's text.
+      bool holdsStart = false;
+      for (std::string_view value : loose)
+        for (const std::string& start : grammar.starts)
+          holdsStart =
+              holdsStart || value.find(start) != std::string_view::npos;
+      if (holdsStart) continue;
+      for (std::size_t i = 0, n = 0; i < layout.attributes.size(); ++i) {
+        if (!((v.present >> i) & 1)) continue;
+        const std::string problem =
+            ValueProblem(layout.attributes[i], loose[n++]);
+        if (problem.empty()) continue;
+        const char* name = layout.attributes[i].name;
+        *reason = std::string(layout.name) + " " +
+                  (name[0] == ' ' ? name + 1 : name) + " " + problem;
+        return false;
+      }
+    }
+    *reason = std::string("not a ") + layout.name +
+              " element as the exporter writes it";
     return false;
   }
   line.type = Line::kStart;
@@ -659,6 +745,8 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason,
   return false;
 }
 
+std::size_t Reader::maxLine = std::size_t{256} << 20;
+
 Reader::Reader(int fd) : fd_(fd), buffer_(1 << 16) {}
 
 Reader::~Reader() {
@@ -689,7 +777,13 @@ bool Reader::Next(std::string_view& text) {
     std::memmove(buffer_.data(), from, end_ - begin_);
     end_ -= begin_;
     begin_ = 0;
-    if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
+    if (end_ == buffer_.size()) {
+      if (buffer_.size() >= maxLine) {
+        tooLong_ = true;
+        return false;
+      }
+      buffer_.resize(std::min(2 * buffer_.size(), maxLine + 1));
+    }
     const ssize_t got =
         ::read(fd_, buffer_.data() + end_, buffer_.size() - end_);
     if (got < 0 && errno == EINTR) continue;

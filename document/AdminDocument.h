@@ -140,6 +140,12 @@ class Reader {
   bool Next(std::string_view& text);
   std::size_t LineNumber() const { return number_; }
   bool EndedWithoutNewline() const { return noNewline_; }
+  // True when reading stopped at a line longer than maxLine.
+  bool TooLong() const { return tooLong_; }
+  // The longest line read, far above the longest value a store holds: a
+  // longer one is not a document the exporter writes (/dev/zero is one
+  // endless line). Tests lower it.
+  static std::size_t maxLine;
   // The system's reason when a read failed, or 0.
   int Error() const { return error_; }
 
@@ -151,6 +157,7 @@ class Reader {
   int error_ = 0;
   std::size_t number_ = 0;
   bool noNewline_ = false;
+  bool tooLong_ = false;
 };
 
 }  // namespace doc

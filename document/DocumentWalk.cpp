@@ -436,6 +436,28 @@ bool HoldsNul(const Line& line, std::size_t n, Visitor& visitor) {
   return false;
 }
 
+// Tells, once, what a conversion did to the first line of a file: CRLF line
+// ends, a byte order mark. Sets crlf and bom and strips them from text;
+// false when neither is there.
+bool Converted(std::string_view& text, bool& crlf, bool& bom,
+               Visitor& visitor) {
+  if (text.substr(0, 3) == "\xEF\xBB\xBF") {
+    bom = true;
+    text.remove_prefix(3);
+    visitor.Problem(1,
+                    "the file starts with a byte order mark, which the "
+                    "exporter never writes: it was converted from this format");
+  }
+  if (!text.empty() && text.back() == '\r') {
+    crlf = true;
+    text.remove_suffix(1);
+    visitor.Problem(1,
+                    "the file has CRLF line ends, which the exporter never "
+                    "writes: it was converted from this format");
+  }
+  return crlf || bom;
+}
+
 }  // namespace
 
 Walked Walk(const std::string& file, Visitor& visitor) {
@@ -453,8 +475,12 @@ Walked Walk(const std::string& file, Visitor& visitor) {
   std::string reason;
   Line line;
   bool triedXml = false;
+  // A file converted from the exporter's (line ends, a byte order mark) is
+  // told so once, and its lines are read as they were before.
+  bool crlf = false, bom = false;
   while (!visitor.Stopped() && reader.Next(text)) {
     const std::size_t n = reader.LineNumber();
+    if (crlf && !text.empty() && text.back() == '\r') text.remove_suffix(1);
     if (!ReadLine(text, line, &reason)) {
       // Not the exporter's layout: a document an XML tool wrote is read as
       // XML instead, from its start.
@@ -468,8 +494,13 @@ Walked Walk(const std::string& file, Visitor& visitor) {
         return walked;
       }
       triedXml = true;
-      visitor.Problem(n, reason);
-      continue;
+      if (n == 1 && Converted(text, crlf, bom, visitor) &&
+          ReadLine(text, line, &reason)) {
+        // Read as it was before the conversion.
+      } else {
+        visitor.Problem(n, reason);
+        continue;
+      }
     }
     if (line.type == Line::kStart && HoldsNul(line, n, visitor)) continue;
     if (walked.illFormed.empty() &&
@@ -501,6 +532,11 @@ Walked Walk(const std::string& file, Visitor& visitor) {
   }
   if (visitor.Stopped()) {
     // Said so by the visitor.
+  } else if (reader.TooLong()) {
+    visitor.Problem(reader.LineNumber() + 1,
+                    "a line longer than " +
+                        std::to_string(Reader::maxLine >> 20) +
+                        " MiB: not a document the exporter writes");
   } else if (reader.Error()) {
     visitor.Problem(reader.LineNumber(),
                     std::string("cannot be read further: ") +

@@ -10,8 +10,10 @@
 //              creates nothing, not even the partial file
 #include <sys/stat.h>
 
+#include <regex>
 #include <sstream>
 
+#include "AdminDocument.h"
 #include "VantrelDoc.h"
 #include "test_support.h"
 
@@ -96,8 +98,8 @@ TEST(RoundTrip, ExportLoadExportGivesTheSameBytes) {
 }
 
 // The golden document with replace put in place of find (its first one).
-std::string Changed(const std::string& find, const std::string& replace) {
-  std::string text = ReadFile(DataPath("full.xml"));
+std::string Changed(const std::string& find, const std::string& replace,
+                    std::string text = ReadFile(DataPath("full.xml"))) {
   const std::size_t at = text.find(find);
   EXPECT_NE(at, std::string::npos) << find;
   return text.replace(at, find.size(), replace);
@@ -146,6 +148,92 @@ TEST(Check, EachProblemOnItsLine) {
        "so that more than one reading fits"},
       {"after the end", ReadFile(DataPath("full.xml")) + host,
        "51: a line after </AdminObjects>"},
+      // References and places.
+      {"reference to another kind",
+       Changed("BusinessDomain=\"x0F01\"", "BusinessDomain=\"x0E01\""),
+       "5: BusinessDomain names x0E01, a DOMAIN (line 13), not a "
+       "BUSINESSDOMAIN"},
+      {"child under another parent",
+       Changed("  <BUSINESSDOMAIN Oid=\"x0F02\"",
+               "  <DATARDB Name=\"X\" "
+               "AliasName=\"\"  Oid=\"x1009\" OwnerDico=\"\" "
+               "BusinessDomain=\"x0F02\" Driver=\"\" />\n  <BUSINESSDOMAIN "
+               "Oid=\"x0F02\""),
+       "15: <DATARDB> is out of its place"},
+      {"children out of their order",
+       Changed("<SERVER>\n",
+               "<SERVER>\n<VAULTSERVER Oid=\"x0C09\" Name=\"V\" "
+               "AliasName=\"\"/>\n"),
+       "24: <DATASERVER> is out of its place"},
+      {"a second local site",
+       Changed("</AdminObjects>",
+               "<LOCALSITE Oid=\"x1202\" Name=\"AWAY\"/>\n</AdminObjects>"),
+       "50: <LOCALSITE> is out of its place"},
+      {"an end tag closing another element",
+       Changed("</DOMAIN>\n<DOMAIN Name=\"DOMTWO\"",
+               "</PROJECT>\n<DOMAIN Name=\"DOMTWO\""),
+       "16: </PROJECT> is out of its place"},
+      {"text after an end tag",
+       Changed("</DOMAIN>\n<DOMAIN Name=\"DOMTWO\"",
+               "</DOMAIN> x\n<DOMAIN Name=\"DOMTWO\""),
+       "16: not a line of the document"},
+      // The prologue, each line doubled, missing or out of place.
+      {"declaration doubled",
+       Changed("<!DOCTYPE",
+               "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<!DOCTYPE"),
+       "2: the XML declaration is out of its place"},
+      {"declaration missing",
+       Changed("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n", ""),
+       "1: the DOCTYPE is out of its place"},
+      {"doctype doubled",
+       Changed(
+           "<AdminObjects>",
+           "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n<AdminObjects>"),
+       "3: the DOCTYPE is out of its place"},
+      {"doctype missing",
+       Changed("<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >\n", ""),
+       "2: <AdminObjects> is out of its place"},
+      {"document element doubled",
+       Changed("<AdminObjects>", "<AdminObjects>\n<AdminObjects>"),
+       "4: <AdminObjects> is out of its place"},
+      {"stylesheet after the doctype",
+       Changed("<AdminObjects>",
+               "<?xml-stylesheet type=\"text/xsl\" href=\"a.xsl\" "
+               "?>\n<AdminObjects>"),
+       "3: the stylesheet instruction is out of its place"},
+      {"no final newline",
+       ReadFile(DataPath("full.xml"))
+           .substr(0, ReadFile(DataPath("full.xml")).size() - 1),
+       "50: the last line has no newline"},
+      // Values the exporter never writes.
+      {"odd-length identifier", Changed("Oid=\"x0A02\"", "Oid=\"x0A021\""),
+       "29: HOST Oid 'x0A021' is not an identifier: an odd number of "
+       "hexadecimal digits"},
+      {"non-hexadecimal identifier",
+       Changed("Host=\"x0A01\"", "Host=\"x0A0G\""),
+       "23: DATASERVER Host 'x0A0G' is not an identifier: 'G' is not an "
+       "upper-case hexadecimal digit"},
+      {"no x in a list",
+       Changed("VaultServers=\"x0C01 x0C02 \"",
+               "VaultServers=\"x0C01 y0C02 \""),
+       "4: PROJECT VaultServers 'y0C02' is not an identifier: it does not "
+       "start with x"},
+      {"no x in an identifier", Changed("Oid=\"x0A02\"", "Oid=\"y0A02\""),
+       "29: HOST Oid 'y0A02' is not an identifier: it does not start with x"},
+      {"flag", Changed("Visible=\"N\"", "Visible=\"y\""),
+       "20: DOMAIN Visible 'y' is neither Y nor N"},
+      {"NUL in a value",
+       Changed("Name=\"beta\"", std::string("Name=\"b\0ta\"", 11)),
+       "29: HOST Name holds a NUL byte, which no store value holds"},
+      // Files converted from the exporter's.
+      {"CRLF line ends",
+       std::regex_replace(ReadFile(DataPath("full.xml")), std::regex("\n"),
+                          "\r\n"),
+       "1: the file has CRLF line ends, which the exporter never writes: it "
+       "was converted from this format"},
+      {"byte order mark", "\xEF\xBB\xBF" + ReadFile(DataPath("full.xml")),
+       "1: the file starts with a byte order mark, which the exporter never "
+       "writes: it was converted from this format"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -157,6 +245,22 @@ TEST(Check, EachProblemOnItsLine) {
     EXPECT_NE(o.err.find(file + ":" + c.problem + "\n"), std::string::npos)
         << o.err;
   }
+}
+
+// A line past the reader's limit ends the reading there: /dev/zero is one
+// endless line.
+TEST(Check, ALineLongerThanTheLimitEndsTheReading) {
+  const std::size_t limit = doc::Reader::maxLine;
+  doc::Reader::maxLine = 1 << 20;
+  const std::string file = OutputPath("long-line.xml");
+  WriteFile(file, Changed("Name=\"beta\"",
+                          "Name=\"" + std::string(2 << 20, 'b') + "\""));
+  const Outcome o = Doc(DocCheck, file);
+  doc::Reader::maxLine = limit;
+  EXPECT_EQ(o.rc, 1);
+  EXPECT_EQ(o.err, file +
+                       ":29: a line longer than 1 MiB: not a document the "
+                       "exporter writes\n");
 }
 
 // The golden document with the business domain of the second domain moved

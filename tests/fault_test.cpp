@@ -205,8 +205,8 @@ long Sweep(Plan& plan, const std::string& store, const Result& clean,
           run.err.find("END Vantrel") == std::string::npos;
       EXPECT_TRUE(ended || stream) << "fault " << n << ": " << run.err;
       EXPECT_TRUE(run.hit) << "fault " << n << ": a failure without a fault";
-      if (told && run.err.find("\": cannot allocate memory\n") !=
-                      std::string::npos)
+      if (told &&
+          run.err.find("\": cannot allocate memory\n") != std::string::npos)
         ++*told;
     }
     if (!run.hit) return n - 1;
