@@ -12,6 +12,7 @@
 //                or column at fault, the store left byte for byte unchanged
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
 
@@ -92,7 +93,41 @@ TEST(Output, FilesThatCannotBeOpenedOrWrittenWhole) {
     EXPECT_EQ(run.status, 1) << c.file;
     EXPECT_EQ(run.err, c.err);
   }
+  // The files SQLite keeps beside the store, named directly or through
+  // another path, existing or not: refused before anything is created.
+  const std::string directory = store.substr(0, store.rfind('/'));
+  const std::string name = store.substr(store.rfind('/') + 1);
+  for (const std::string& file :
+       {store + "-journal", store + "-wal", store + "-shm",
+        directory + "/../" + directory.substr(directory.rfind('/') + 1) + "/" +
+            name + "-journal"}) {
+    const RunResult run = Vantrel({"-f", file}, store);
+    EXPECT_EQ(run.status, 1) << file;
+    EXPECT_EQ(run.err, "START Vantrel \ncannot open file " + file +
+                           ": it is a file of the administration store\n");
+    EXPECT_FALSE(FileExists(file));
+  }
+  // A store named through a link keeps its journal beside the file linked.
+  const std::string link = OutputPath("output-link.db");
+  std::remove(link.c_str());
+  ASSERT_EQ(::symlink(store.c_str(), link.c_str()), 0);
+  const RunResult linked = Vantrel({"-f", store + "-wal"}, link);
+  EXPECT_EQ(linked.status, 1);
+  EXPECT_FALSE(FileExists(store + "-wal"));
   EXPECT_EQ(ReadFile(store), before);
+}
+
+// A file-size limit below the document's size fails the write, told with
+// the END line, instead of ending the process without a word.
+TEST(Output, AFileSizeLimitIsAFailedWrite) {
+  const std::string store = FullStore("size-limit");
+  const std::string file = OutputPath("size-limit.xml");
+  const RunResult run = test_support::Run(
+      "sh", {"-c", "ulimit -f 1 && exec " VANTREL_BINARY " -f " + file},
+      {{"KIV_ADMIN_STORE", store}});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "START Vantrel \ncannot write file " + file +
+                         ": File too large\nEND Vantrel rc= 1\n");
 }
 
 TEST(Output, RefusedStoreLeavesAnEmptyTruncatedFile) {

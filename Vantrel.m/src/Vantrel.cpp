@@ -141,11 +141,13 @@ int VantrelMain(int argc, char* argv[]) {
     cXSLFile = argv[4];
   }
 
-  // The output is never the store: opening it would truncate the store
-  // before a row is read.
-  if (KivAdminStoreIs(argv[2])) {
+  // The output is never the store, nor a file SQLite keeps beside it:
+  // opening it would truncate the store, or its journal, before a row is
+  // read.
+  if (const int which = KivAdminStoreIs(argv[2])) {
     std::cerr << "cannot open file " << argv[2]
-              << ": it is the administration store"
+              << (which == 1 ? ": it is the administration store"
+                             : ": it is a file of the administration store")
               << "\n";
     return 1;
   }

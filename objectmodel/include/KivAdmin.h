@@ -266,7 +266,9 @@ struct KivIAdmin : IUnknown {
 // caller. Returns S_OK.
 HRESULT GetKivIAdmin(KivIAdmin*& admin);
 
-// Returns non-zero when path names the file that Init opens as the
-// administration store (the same device and inode), so that a caller never
-// writes over the store it reads; zero when either does not exist.
+// Returns 1 when path names the file that Init opens as the administration
+// store (the same device and inode), 2 when it names a file that SQLite
+// keeps beside the store (its -journal, -wal or -shm file, whether it
+// exists or not), so that a caller never writes over the store it reads;
+// zero otherwise, and when no store is named.
 int KivAdminStoreIs(const char* path);

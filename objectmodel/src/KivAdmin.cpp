@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "AdminStore.h"
 #include "Escape.h"
@@ -138,12 +140,47 @@ HRESULT GetKivIAdmin(KivIAdmin*& admin) {
   return S_OK;
 }
 
+namespace {
+
+// path with its directory resolved (links, "." and ".."), its last name as
+// it is; empty when the directory cannot be resolved.
+std::string Resolved(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string directory =
+      slash == std::string::npos ? "."
+                                 : (slash == 0 ? "/" : path.substr(0, slash));
+  char* real = ::realpath(directory.c_str(), nullptr);
+  if (!real) return std::string();
+  std::string resolved =
+      std::string(real) + "/" +
+      (slash == std::string::npos ? path : path.substr(slash + 1));
+  std::free(real);
+  return resolved;
+}
+
+}  // namespace
+
 int KivAdminStoreIs(const char* path) {
   const char* store = std::getenv("KIV_ADMIN_STORE");
+  if (!store || !path) return 0;
   struct stat a {
   }, b{};
-  return store && path && ::stat(store, &a) == 0 && ::stat(path, &b) == 0 &&
-         a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+  if (::stat(store, &a) == 0 && ::stat(path, &b) == 0 && a.st_dev == b.st_dev &&
+      a.st_ino == b.st_ino)
+    return 1;
+  // SQLite names the files beside the store after the store's name, or
+  // after the file a link names.
+  const std::string target = Resolved(path);
+  if (target.empty()) return 0;
+  std::vector<std::string> names = {Resolved(store)};
+  if (char* real = ::realpath(store, nullptr)) {
+    names.emplace_back(real);
+    std::free(real);
+  }
+  for (const std::string& name : names)
+    for (const char* suffix : {"-journal", "-wal", "-shm"})
+      if (!name.empty() && target == name + suffix) return 2;
+  return 0;
 }
 
 SdaiSession* SdaiSession::CurrentSession() { return kiv::Current().get(); }
