@@ -15,10 +15,18 @@
 //            object and the picture show in headless Chromium
 //   Command  --help, --version, "-" for standard input and output, exit
 //            status 2 with the system's reason, a bad command line
+//   Signals  SIGINT, SIGTERM and SIGHUP while load or xml writes its file:
+//            the partial file removed, the process ended by the signal; a
+//            partial store left by SIGKILL is refused by the exporter
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <regex>
 #include <set>
+#include <thread>
 
 #include "test_support.h"
 
@@ -337,6 +345,99 @@ TEST(Command, TheUsualCommandLine) {
       piped.out.substr(0, 62),
       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?><?vantrel-doc escaped?>");
   EXPECT_NE(piped.out.find("Name=\"P&amp;ONE\""), std::string::npos);
+}
+
+// The files of directory whose names hold part.
+std::vector<std::string> Partials(const std::string& directory,
+                                  const std::string& part) {
+  std::vector<std::string> found;
+  for (const std::string& name : test_support::ListDirectory(directory))
+    if (name.find(part) != std::string::npos) found.push_back(name);
+  return found;
+}
+
+// Starts vantrel-doc with args, its standard input a pipe held open, and
+// waits until a partial file named after target appears; returns the pid.
+pid_t StartHeld(const std::vector<std::string>& args, const std::string& target,
+                int* input) {
+  int fds[2];
+  EXPECT_EQ(::pipe(fds), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(fds[0], 0);
+    ::close(fds[1]);
+    std::vector<char*> argv{const_cast<char*>(VANTREL_DOC_BINARY)};
+    for (const std::string& a : args)
+      argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    ::execv(VANTREL_DOC_BINARY, argv.data());
+    ::_exit(127);
+  }
+  ::close(fds[0]);
+  *input = fds[1];
+  const std::string directory = target.substr(0, target.rfind('/'));
+  const std::string part = target.substr(target.rfind('/') + 1) + ".partial-";
+  for (int i = 0; i < 500 && Partials(directory, part).empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return child;
+}
+
+TEST(Signals, RemoveThePartialFile) {
+  const std::string store = OutputPath("signalled.db"),
+                    twin = OutputPath("signalled.xml");
+  const struct {
+    std::vector<std::string> args;
+    std::string target;
+  } commands[] = {{{"load", "-", store}, store}, {{"xml", "-", twin}, twin}};
+  for (const auto& c : commands) {
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      SCOPED_TRACE(c.args[0] + " " + std::to_string(signal));
+      std::remove(c.target.c_str());
+      const std::string directory = c.target.substr(0, c.target.rfind('/'));
+      const std::string part =
+          c.target.substr(c.target.rfind('/') + 1) + ".partial-";
+      int input = -1;
+      const pid_t child = StartHeld(c.args, c.target, &input);
+      ASSERT_EQ(Partials(directory, part).size(), 1u);
+      ::kill(child, signal);
+      int status = 0;
+      ::waitpid(child, &status, 0);
+      ::close(input);
+      EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+      EXPECT_EQ(Partials(directory, part), std::vector<std::string>());
+      EXPECT_FALSE(test_support::FileExists(c.target));
+    }
+  }
+  // After SIGKILL the partial store stays, and is not a store.
+  int input = -1;
+  std::remove(store.c_str());
+  const pid_t child = StartHeld({"load", "-", store}, store, &input);
+  // Once the schema is written (the store is read from standard input after
+  // it).
+  const std::string directory = store.substr(0, store.rfind('/'));
+  for (int i = 0; i < 500; ++i) {
+    const auto left = Partials(directory, "signalled.db.partial-");
+    struct stat st {};
+    if (!left.empty() &&
+        ::stat((directory + "/" + left[0]).c_str(), &st) == 0 && st.st_size > 0)
+      break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  ::close(input);
+  const auto left = Partials(directory, "signalled.db.partial-");
+  ASSERT_EQ(left.size(), 1u);
+  const std::string partial = directory + "/" + left[0];
+  const RunResult run =
+      test_support::Run(VANTREL_BINARY, {"-f", OutputPath("killed.xml")},
+                        {{"KIV_ADMIN_STORE", partial}});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(
+      run.err.find("store format version 0 is not the supported version 1"),
+      std::string::npos)
+      << run.err;
+  std::remove(partial.c_str());
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "EmbeddedSql.h"
 #include "Hex.h"
 #include "KivStoreWriter.h"
+#include "StoreOpen.h"
 
 KivStoreWriter::Value KivStoreWriter::Oid(std::string_view identifier) {
   Value value{Value::kOid, "", 0, {}};
@@ -58,7 +59,15 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
   std::unique_ptr<KivStoreWriter> writer(new KivStoreWriter(db, path, partial));
   // The tables now, their secondary indexes once the rows are in: an index
   // built from all its rows at once costs less than one grown row by row.
-  const std::string schema = kiv::kSchemaSql;
+  // A partial file left by a process killed outright is not a store: from
+  // its first write its format version is 0 until Commit, and the exporter
+  // refuses it.
+  std::string schema = kiv::kSchemaSql;
+  const std::string version =
+      "PRAGMA user_version = " + std::to_string(kiv::kFormatVersion);
+  const std::size_t at = schema.find(version);
+  if (at != std::string::npos)
+    schema.replace(at, version.size(), "PRAGMA user_version = 0");
   const std::size_t indexes = schema.find("CREATE INDEX");
   writer->indexes_ = schema.substr(indexes);
   // No journal and no syncing while the file is partial: nothing but this
@@ -199,6 +208,11 @@ bool KivStoreWriter::Commit(std::string* error) {
     if (!Flush(batch, error)) return false;
   if (sqlite3_exec(db_, indexes_.c_str(), nullptr, nullptr, nullptr) !=
           SQLITE_OK ||
+      sqlite3_exec(
+          db_,
+          ("PRAGMA user_version = " + std::to_string(kiv::kFormatVersion))
+              .c_str(),
+          nullptr, nullptr, nullptr) != SQLITE_OK ||
       sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
     *error = sqlite3_errmsg(db_);
     return false;

@@ -14,6 +14,7 @@ class Loader : public doc::Visitor {
   explicit Loader(const std::string& store) : store_(store) {}
   bool Start(std::string* error) {
     writer_.reset();  // removes the partial file of a reading given up
+    const HeldSignals held;
     writer_ = KivStoreWriter::Create(store_, error);
     if (writer_) SetPartialFile(writer_->PartialPath().c_str());
     return writer_ != nullptr;

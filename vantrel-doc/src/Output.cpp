@@ -43,6 +43,15 @@ std::string DirectoryOf(const std::string& path) {
 
 void SetPartialFile(const char* path) { partialFile.store(path); }
 
+HeldSignals::HeldSignals() {
+  sigset_t held;
+  sigemptyset(&held);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&held, signal);
+  ::sigprocmask(SIG_BLOCK, &held, &saved_);
+}
+
+HeldSignals::~HeldSignals() { ::sigprocmask(SIG_SETMASK, &saved_, nullptr); }
+
 void RemovePartialFilesOnSignals() {
   struct sigaction action {};
   action.sa_handler = OnSignal;
@@ -64,6 +73,7 @@ bool Output::Open(const std::string& path, std::string* error) {
     return true;
   }
   path_ = path;
+  const HeldSignals held;
   std::string partial = path + ".partial-XXXXXX";
   const int fd = ::mkstemp(&partial[0]);
   if (fd < 0) {

@@ -4,6 +4,8 @@
 // partial file. "-" names standard output, written as it goes.
 #pragma once
 
+#include <signal.h>
+
 #include <fstream>
 #include <iostream>
 #include <ostream>
@@ -30,6 +32,19 @@ class Output {
   std::string path_, partial_;
   std::ofstream file_;
   bool toStdout_ = false;
+};
+
+// Holds SIGINT, SIGTERM and SIGHUP while it lives: a partial file is made
+// and registered in one step, so that a signal never finds it unknown.
+class HeldSignals {
+ public:
+  HeldSignals();
+  ~HeldSignals();
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+
+ private:
+  sigset_t saved_;
 };
 
 // The partial file being written now, which a signal removes (null for
