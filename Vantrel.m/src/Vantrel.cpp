@@ -144,7 +144,15 @@ int VantrelMain(int argc, char* argv[]) {
   // The output is never the store, nor a file SQLite keeps beside it:
   // opening it would truncate the store, or its journal, before a row is
   // read.
-  if (const int which = KivAdminStoreIs(argv[2])) {
+  int which = 0;
+  try {
+    which = KivAdminStoreIs(argv[2]);
+  } catch (const std::bad_alloc&) {
+    // Not known to be safe to open: the allocation failure of the driver.
+    std::cerr << "cannot allocate memory " << argv[2] << "\n";
+    return 1;
+  }
+  if (which) {
     std::cerr << "cannot open file " << argv[2]
               << (which == 1 ? ": it is the administration store"
                              : ": it is a file of the administration store")
