@@ -5,15 +5,21 @@
 //              the test store (markup in values), stores of other shapes,
 //              a line longer than the reader's buffer
 //   Check      a whole document's summary; each problem on its FILE:LINE
-//   Diff       each kind of change, the same administration, trouble
+//   Diff       each kind of change, the same administration, trouble;
+//              identifiers equal in their first 8 bytes, parents swapped,
+//              a child moved to the front of another parent, a change of
+//              kind
 //   Load       an existing store is never touched; a refused document
-//              creates nothing, not even the partial file
+//              creates nothing, not even the partial file; the usual mode;
+//              a store that appears meanwhile is kept; the indexes
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <regex>
 #include <sstream>
 
 #include "AdminDocument.h"
+#include "KivStoreWriter.h"
 #include "VantrelDoc.h"
 #include "test_support.h"
 
@@ -273,6 +279,25 @@ std::string MovedToFirstDomain() {
   return text.insert(text.find("</DOMAIN>\n"), line);
 }
 
+// The golden document without the business domain of its second domain.
+std::string MovedOut() {
+  return Changed(
+      "  <BUSINESSDOMAIN Oid=\"x0F03\" Name=\"BDTHREE\" "
+      "MetaDataName=\"META3\" Editor=\"ed3\" CorvelFlag=\"N\" "
+      "DataModeler=\"dm3\"/>\n",
+      "");
+}
+
+// The golden document with its first two domains in the other order.
+std::string SwappedDomains() {
+  std::string text = ReadFile(DataPath("full.xml"));
+  const std::size_t first = text.find("<DOMAIN Name=\"DOMONE\"");
+  const std::size_t second = text.find("<DOMAIN Name=\"DOMTWO\"");
+  const std::size_t third = text.find("<DOMAIN Name=\"DOMTHREE\"");
+  return text.substr(0, first) + text.substr(second, third - second) +
+         text.substr(first, second - first) + text.substr(third);
+}
+
 TEST(Diff, EachKindOfChangeGroupedByKind) {
   const std::string old = DataPath("full.xml");
   const std::string hosts =
@@ -302,6 +327,30 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
        1,
        "moved HOST x0A02 \"beta\" in the document from place 2 to place 1\n"
        "moved HOST x0A01 \"alpha\" in the document from place 1 to place 2\n"},
+      // x0A01 and x0A0100000000000000 share their first 8 bytes, zero-padded.
+      {"identifiers sharing their first 8 bytes",
+       Changed("Oid=\"x0A02\"", "Oid=\"x0A0100000000000000\""), 1,
+       "removed HOST x0A02 \"beta\"\n"
+       "added HOST x0A0100000000000000 \"beta\" in the document\n"},
+      {"two parents swapped", SwappedDomains(), 1,
+       "moved DOMAIN x0E02 \"DOMTWO\" in the document from place 2 to place 1\n"
+       "moved DOMAIN x0E01 \"DOMONE\" in the document from place 1 to place "
+       "2\n"},
+      {"a child moved to the front of another parent",
+       Changed("  <BUSINESSDOMAIN Oid=\"x0F01\"",
+               "  <BUSINESSDOMAIN Oid=\"x0F03\" Name=\"BDTHREE\" "
+               "MetaDataName=\"META3\" Editor=\"ed3\" CorvelFlag=\"N\" "
+               "DataModeler=\"dm3\"/>\n  <BUSINESSDOMAIN Oid=\"x0F01\"",
+               MovedOut()),
+       1, "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 to x0E01\n"},
+      {"an identifier that changes kind",
+       Changed("<HOST Oid=\"x0A02\" Name=\"beta\" OSType=\"\" "
+               "OSVersion=\"\"/>\n",
+               "",
+               Changed("<LOCALSITE",
+                       "<EXTERNSITE Oid=\"x0A02\" "
+                       "Name=\"beta\"/>\n<LOCALSITE")),
+       1, "changed x0A02 from a HOST to a EXTERNSITE\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -354,6 +403,49 @@ TEST(Load, CreatesTheStoreWithTheUsualMode) {
     ASSERT_EQ(::stat(store.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0666 & ~mask) << std::oct << mask;
   }
+}
+
+// The store takes its name only if none appeared meanwhile (link, not
+// rename), and has the schema's secondary indexes.
+TEST(Load, AStoreIsLinkedWholeWithItsIndexes) {
+  const std::string path = OutputPath("appeared.db");
+  std::remove(path.c_str());
+  std::string error;
+  {
+    auto writer = KivStoreWriter::Create(path, &error);
+    ASSERT_TRUE(writer) << error;
+    ASSERT_TRUE(writer->Add("host",
+                            {KivStoreWriter::Oid("x01"), KivStoreWriter::Null(),
+                             KivStoreWriter::Null(), KivStoreWriter::Null()},
+                            &error));
+    WriteFile(path, "precious");
+    EXPECT_FALSE(writer->Commit(&error));
+    EXPECT_EQ(error, "the file exists: a store is never written over");
+  }
+  EXPECT_EQ(ReadFile(path), "precious");
+  for (const std::string& name : test_support::ListDirectory(OutputPath("")))
+    EXPECT_EQ(name.find("appeared.db."), std::string::npos) << name;
+
+  const std::string store = OutputPath("indexed.db");
+  std::remove(store.c_str());
+  ASSERT_EQ(Doc(DocLoad, DataPath("full.xml"), store).rc, 0);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(store.c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
+            SQLITE_OK);
+  sqlite3_stmt* stmt = nullptr;
+  sqlite3_prepare_v2(db,
+                     "SELECT count(*) FROM sqlite_schema WHERE type = 'index' "
+                     "AND sql IS NOT NULL",
+                     -1, &stmt, nullptr);
+  ASSERT_EQ(sqlite3_step(stmt), SQLITE_ROW);
+  const std::string schema = ReadFile(SCHEMA_SQL);
+  int wanted = 0;
+  for (std::size_t at = 0;
+       (at = schema.find("CREATE INDEX", at)) != std::string::npos; ++at)
+    ++wanted;
+  EXPECT_EQ(sqlite3_column_int(stmt, 0), wanted);
+  sqlite3_finalize(stmt);
+  sqlite3_close(db);
 }
 
 }  // namespace
