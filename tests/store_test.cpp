@@ -265,6 +265,9 @@ TEST_F(StoreUse, ABadRowFailsItsGetterEveryLaterOneAndEnd) {
   }
   EXPECT_EQ(domains.Count() + hosts.Count(), 0);
   EXPECT_EQ(kiv::CurrentStore()->Live(), 0u);
+  KivILocalSite* local = nullptr;
+  EXPECT_EQ(admin->GetLocalSite(local), E_FAIL);
+  EXPECT_EQ(local, nullptr);
   EXPECT_LT(admin->End(), 0);
   admin->Release();
   admin = nullptr;
@@ -287,6 +290,19 @@ TEST_F(StoreUse, GettersFailAfterEndAndOnlyAClosedSessionIsReplaced) {
   SdaiSession::CurrentSession()->CloseSession();
   EXPECT_EQ(SdaiSession::CurrentSession(), nullptr);
   EXPECT_GE(Open(&path), 0);
+}
+
+// A session closed without End: its store is gone, every getter fails.
+TEST_F(StoreUse, GettersFailAfterTheSessionClosesWithoutEnd) {
+  OpenFull();
+  SdaiSession::CurrentSession()->CloseSession();
+  LumListPtrIUnknown hosts(0), projects(0);
+  EXPECT_LT(admin->GetHosts(hosts), 0);
+  EXPECT_LT(admin->GetProjects(projects), 0);
+  KivILocalSite* local = nullptr;
+  EXPECT_LT(admin->GetLocalSite(local), 0);
+  EXPECT_LT(admin->End(), 0);
+  EXPECT_EQ(hosts.Count() + projects.Count(), 0);
 }
 
 TEST_F(StoreUse, NoLocalSiteIsNoFailure) {

@@ -88,11 +88,14 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
     }
     // One read transaction: every table comes from the same snapshot, from
     // these checks to the last getter.
+    // BEGIN holds the snapshot, from the first read on; every statement is
+    // reset once read, so that none holds it by accident.
     sqlite3_stmt* begin = store->Statement("BEGIN");
     store->Step(begin);
     sqlite3_stmt* version = store->Statement("PRAGMA user_version");
     if (!store->Step(version)) throw StoreError("no format version");
     const int v = sqlite3_column_int(version, 0);
+    sqlite3_reset(version);
     if (v != kFormatVersion)
       throw StoreError("store format version " + std::to_string(v) +
                        " is not the supported version " +
