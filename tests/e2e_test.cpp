@@ -191,6 +191,62 @@ TEST(Export, FileDataDomainEndsTheDocumentWithTheChainOfMessages) {
   EXPECT_TRUE(MatchesGolden("datafile.xml", ReadFile(file)));
 }
 
+// Stores the reader must read exactly as the test store, however their rows,
+// oids and names are laid out: each exports the golden document.
+TEST(Export, StoresOfOtherShapesGiveTheGoldenDocument) {
+  const std::string golden = ReadFile(DataPath("full.xml"));
+  // The golden document with the host x0A02 named by another oid.
+  const auto renamed = [&](const std::string& oid) {
+    std::string doc = golden;
+    doc.replace(doc.find("Oid=\"x0A02\""), 11, "Oid=\"x" + oid + "\"");
+    return doc;
+  };
+  const struct {
+    const char* name;
+    std::string sql;
+    std::string doc;
+  } cases[] = {
+      {"link rows in descending owner order",
+       "DELETE FROM project_data_server; INSERT INTO project_data_server "
+       "VALUES (x'0D03', x'0B02'), (x'0D01', x'0B01');",
+       golden},
+      {"a mixed-case table name",
+       "CREATE TABLE saved AS SELECT * FROM host; DROP TABLE host;"
+       "CREATE TABLE HoSt (oid BLOB PRIMARY KEY NOT NULL, name TEXT, os_type "
+       "TEXT, os_version TEXT) STRICT; INSERT INTO HoSt SELECT * FROM saved;"
+       "DROP TABLE saved;",
+       golden},
+      // Long oids equal in their first 8 bytes, in two tables.
+      {"long oids sharing 8 bytes across tables",
+       "UPDATE host SET oid = x'0A02000000000000AA' WHERE oid = x'0A02';"
+       "INSERT INTO media VALUES (x'0A02000000000000BB', NULL);",
+       renamed("0A02000000000000AA")},
+      // x0A01 and x0A0100: distinct oids, equal once zero-padded.
+      {"oids with trailing zero bytes",
+       "UPDATE host SET oid = x'0A0100' WHERE oid = x'0A02';",
+       renamed("0A0100")},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string store = FullStore("shape", c.sql);
+    const std::string file = OutputPath("shape.xml");
+    const RunResult run = Vantrel({"-f", file}, store);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(ReadFile(file) == c.doc);
+  }
+  // A store file named ":memory:" is a file, never SQLite's memory.
+  const std::string directory = OutputPath("memory-named");
+  ::mkdir(directory.c_str(), 0777);
+  MakeStore(directory + "/:memory:", {ReadFile(DataPath("full.sql"))});
+  const RunResult run = test_support::Run(
+      "sh",
+      {"-c", "cd " + directory + " && exec " VANTREL_BINARY " -f out.xml"},
+      {{"KIV_ADMIN_STORE", std::string(":memory:")},
+       {"LUM_TRACE", std::nullopt}});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(ReadFile(directory + "/out.xml") == golden);
+}
+
 TEST(Export, DemonstrationHoldsEveryElementKindButMedia) {
   const std::string file = OutputPath("demo.xml");
   const RunResult run = Vantrel({"-f", file});
@@ -312,6 +368,16 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
        Full("INSERT INTO vault_server VALUES (x'0A01', '', '');"),
        "table vault_server, row 3, column oid: x0A01 is also the oid of row 1 "
        "of table host"},
+      {"equal long oids in two tables",
+       Full("INSERT INTO media VALUES (x'0A01000000000000AA', NULL);"
+            "UPDATE host SET oid = x'0A01000000000000AA' WHERE oid = x'0A02';"),
+       "table media, row 3, column oid: x0A01000000000000AA is also the oid "
+       "of row 2 of table host"},
+      {"a column named rowid",
+       Strict("DROP TABLE host; CREATE TABLE host (oid BLOB PRIMARY KEY, name, "
+              "os_type, os_version, rowid);"),
+       "table host has a column named 'rowid': create the store from the "
+       "schema"},
       {"two local sites", Full("INSERT INTO local_site VALUES (x'99', 'b');"),
        "table local_site holds 2 rows: a store has at most one local site"},
       // The lists whose getters' failures the exporter passes over: their
@@ -396,6 +462,20 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
        Loose("UPDATE data_domain SET kind = 'xml' WHERE oid = x'1002';"),
        "table data_domain, row 3 (oid x1002), column kind: 'xml' is neither "
        "'rdb' nor 'file'"},
+      {"DEL in a refused value",
+       Loose("UPDATE data_domain SET kind = 'x' || char(127) WHERE oid = "
+             "x'1002';"),
+       "table data_domain, row 3 (oid x1002), column kind: 'x\\x7F' is "
+       "neither 'rdb' nor 'file'"},
+      {"an empty BLOB as a reference",
+       Loose("UPDATE data_domain SET data_server = x'' WHERE oid = x'1003';"),
+       "table data_domain, row 1 (oid x1003), column data_server: an empty "
+       "BLOB is not an oid (a non-empty BLOB)"},
+      // Met only as a package's data domain, its project gone.
+      {"a child met as a reference, its owner missing",
+       Loose("UPDATE data_domain SET project = x'77' WHERE oid = x'1003';"),
+       "table data_domain, row 1 (oid x1003), column project: x77 names no "
+       "project row"},
 
       {"line break in a text",
        Loose("UPDATE host SET os_type = 'Linux' || char(13, 10) || 'x' "
