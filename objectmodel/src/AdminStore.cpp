@@ -34,7 +34,13 @@ sqlite3_stmt* AdminStore::Statement(const std::string& sql) {
     sqlite3_finalize(stmt);
     throw StoreError(Reason(db_, rc));
   }
-  statements_.emplace_back(sql, stmt);
+  try {
+    statements_.emplace_back(sql, stmt);
+  } catch (...) {
+    // A statement not kept would keep the connection from closing.
+    sqlite3_finalize(stmt);
+    throw;
+  }
   return stmt;
 }
 

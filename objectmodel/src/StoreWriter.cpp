@@ -56,7 +56,14 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
   // The connection is used by one thread: no mutex of its own.
   int rc = sqlite3_open_v2(
       name.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-  std::unique_ptr<KivStoreWriter> writer(new KivStoreWriter(db, path, partial));
+  std::unique_ptr<KivStoreWriter> writer;
+  try {
+    writer.reset(new KivStoreWriter(db, path, partial));
+  } catch (...) {
+    sqlite3_close(db);
+    std::remove(partial.c_str());
+    throw;
+  }
   // The tables now, their secondary indexes once the rows are in: an index
   // built from all its rows at once costs less than one grown row by row.
   // A partial file left by a process killed outright is not a store: from
