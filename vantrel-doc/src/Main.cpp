@@ -15,6 +15,7 @@ const char kUsage[] =
     "       vantrel-doc xml DOC [OUT]\n"
     "       vantrel-doc json DOC [OUT]\n"
     "       vantrel-doc report DOC [OUT.html]\n"
+    "       vantrel-doc export [-q] STORE FILE\n"
     "       vantrel-doc --help | --version\n"
     "A file named - is standard input or standard output.\n"
     "Exit status: 0 success, 1 a document with problems (diff: documents\n"
@@ -48,6 +49,10 @@ int Command(const std::vector<std::string>& args) {
     return DocJson(args[1], output, std::cout, std::cerr);
   if (command == "report" && (n == 2 || n == 3))
     return DocReport(args[1], output, std::cout, std::cerr);
+  if (command == "export" && n == 3)
+    return DocExport(args[1], args[2], false, std::cout, std::cerr);
+  if (command == "export" && n == 4 && args[1] == "-q")
+    return DocExport(args[2], args[3], true, std::cout, std::cerr);
   std::cerr << kUsage;
   return 2;
 }

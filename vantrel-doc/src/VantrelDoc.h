@@ -29,5 +29,12 @@ int DocJson(const std::string& file, const std::string& output,
 // replication, to output.
 int DocReport(const std::string& file, const std::string& output,
               std::ostream& out, std::ostream& err);
+// Exports store to file as the exporter does, through a new file beside it
+// that replaces file only once it is whole, checked and on the disk; on any
+// failure file is as it was and nothing is left behind. Unless quiet, one
+// line says what was written and, when file existed, how many objects were
+// added, removed and changed since.
+int DocExport(const std::string& store, const std::string& file, bool quiet,
+              std::ostream& out, std::ostream& err);
 // The command line.
 int VantrelDocMain(int argc, char* argv[]);

@@ -1,0 +1,106 @@
+// Tests of vantrel-doc export, the nightly archive, through the built
+// binaries.
+//
+// Plan:
+//   Archive  the same bytes as the exporter's; a second export says what
+//            changed since; -q says nothing
+//   Failure  a missing store, a store the exporter refuses, a directory
+//            that does not exist, the store itself as the file: status 2,
+//            the exporter's chain of messages, the archive as it was and
+//            nothing left beside it
+#include "test_support.h"
+
+using test_support::DataPath;
+using test_support::FileExists;
+using test_support::MakeStore;
+using test_support::OutputPath;
+using test_support::ReadFile;
+using test_support::RunResult;
+using test_support::WriteFile;
+
+namespace {
+
+RunResult Doc(const std::vector<std::string>& args) {
+  return test_support::Run(VANTREL_DOC_BINARY, args,
+                           {{"KIV_ADMIN_STORE", std::nullopt}});
+}
+
+// No file of directory holds ".partial-" in its name.
+void NothingLeftBehind() {
+  for (const std::string& name : test_support::ListDirectory(OutputPath("")))
+    EXPECT_EQ(name.find(".partial-"), std::string::npos) << name;
+}
+
+TEST(Archive, TheExportersBytesAndWhatChangedSince) {
+  const std::string store = OutputPath("archived.db"),
+                    archive = OutputPath("archive.xml");
+  MakeStore(store, {ReadFile(DataPath("full.sql"))});
+  std::remove(archive.c_str());
+  RunResult run = Doc({"export", store, archive});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, archive + ": 33 objects exported from " + store + "\n");
+  EXPECT_TRUE(ReadFile(archive) == ReadFile(DataPath("full.xml")));
+
+  MakeStore(store, {ReadFile(DataPath("full.sql")),
+                    "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
+                    "UPDATE subscription SET extern_site = NULL;"
+                    "DELETE FROM extern_site WHERE oid = x'1102';"
+                    "INSERT INTO host VALUES (x'0A03', 'delta', '', '');"});
+  run = Doc({"export", store, archive});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, archive + ": 33 objects exported from " + store +
+                         "; since the last archive: 1 added, 1 removed, 2 "
+                         "changed\n");
+  run = Doc({"export", "-q", store, archive});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out + run.err, "");
+  NothingLeftBehind();
+}
+
+TEST(Failure, TheArchiveAsItWasAndNothingLeftBehind) {
+  const std::string store = OutputPath("failing.db"),
+                    archive = OutputPath("kept.xml"),
+                    missing = OutputPath("no-such.db");
+  MakeStore(store,
+            {ReadFile(DataPath("full.sql")), "PRAGMA user_version = 7;"});
+  std::remove(missing.c_str());
+  const struct {
+    const char* name;
+    std::string store, file, err;  // the first line of err
+  } cases[] = {
+      {"a missing store", missing, archive,
+       "KivAdmin: cannot open the administration store \"" + missing +
+           "\": cannot read the file: No such file or directory"},
+      {"a store refused", store, archive,
+       "KivAdmin: cannot open the administration store \"" + store +
+           "\": store format version 7 is not the supported version 1"},
+      {"a missing directory", store, OutputPath("no/such/dir.xml"),
+       "vantrel-doc: cannot export " + store + " to " +
+           OutputPath("no/such/dir.xml") + ": No such file or directory; " +
+           OutputPath("no/such/dir.xml") + " is as it was"},
+      {"the store itself", store, store,
+       "vantrel-doc: cannot export " + store + " to " + store +
+           ": it is the store or a file of the store; " + store +
+           " is as it was"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    WriteFile(archive, "yesterday's archive\n");
+    const std::string before = FileExists(c.file) ? ReadFile(c.file) : "";
+    const RunResult run = Doc({"export", "-q", c.store, c.file});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err.substr(0, run.err.find('\n')), c.err);
+    EXPECT_EQ(run.err.substr(run.err.rfind('\n', run.err.size() - 2) + 1),
+              "vantrel-doc: cannot export " + c.store + " to " + c.file + ": " +
+                  (c.file == archive
+                       ? "the export failed; " + archive + " is as it was\n"
+                       : run.err.substr(run.err.find(": ", 13) + 2)));
+    EXPECT_EQ(ReadFile(archive), "yesterday's archive\n");
+    if (!before.empty()) {
+      EXPECT_EQ(ReadFile(c.file), before);
+    }
+    NothingLeftBehind();
+  }
+}
+
+}  // namespace
