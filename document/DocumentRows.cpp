@@ -1,5 +1,6 @@
 #include "DocumentRows.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace doc {
@@ -25,13 +26,6 @@ struct RowShape {
   std::vector<Column> columns;
 };
 
-// A list attribute of an element kept as link rows (owner, target).
-struct ListShape {
-  Kind kind;
-  const char* attribute;
-  const char* table;
-};
-
 constexpr Column::Source A = Column::kAttribute, P = Column::kParent,
                          F = Column::kFlag, C = Column::kConstant;
 
@@ -39,6 +33,7 @@ constexpr Column::Source A = Column::kAttribute, P = Column::kParent,
 // used by two kinds is one constant.
 constexpr char kCaptureStatus[] = "capture_status";
 constexpr char kApplyStatus[] = "apply_status";
+constexpr char kMedia[] = "media";
 
 // The statuses of a replication set: the set is their parent.
 RowShape Status(const char* table, const char* object) {
@@ -96,7 +91,7 @@ const RowShape kRows[kKindCount] = {
     {"local_site", {{A, "Oid"}, {A, "Name"}}},
 };
 
-const ListShape kLists[] = {
+const LinkList kLists[] = {
     {kProject, "VaultServers", "project_vault_server"},
     {kProject, "DataServers", "project_data_server"},
     {kPackageDefinition, "WholeDataDomains", "package_whole_data_domain"},
@@ -137,7 +132,7 @@ std::vector<std::string> RowShapeProblems() {
       else
         used[r.attribute] = true;
     }
-    for (const ListShape& list : kLists) {
+    for (const LinkList& list : kLists) {
       if (list.kind != k) continue;
       const int i = AttributeIndex(Kind(k), list.attribute);
       if (i < 0)
@@ -156,8 +151,7 @@ std::vector<std::string> RowShapeProblems() {
 
 const char* TableOf(Kind kind) { return kRows[kind].table; }
 
-bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
-             std::string* error) {
+bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink) {
   const char* table = kRows[line.kind].table;
   if (!table) return true;
   const auto& attributes = LayoutOf(line.kind).attributes;
@@ -170,7 +164,7 @@ bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
   const int media = AttributeIndex(line.kind, "Media");
   // A media has no element: its row is made where it is first named.
   if (media >= 0 && line.Has(media) &&
-      !writer.Add("media", {value(media), W::Null()}, error, true))
+      !sink(kMedia, {value(media), W::Null()}, true))
     return false;
   std::vector<W::Value> row;
   for (const Resolved& r : ResolvedRow(line.kind)) {
@@ -189,17 +183,41 @@ bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
         break;
     }
   }
-  if (!writer.Add(table, row, error)) return false;
+  if (!sink(table, row, false)) return false;
   const std::string_view oid = line.values[AttributeIndex(line.kind, "Oid")];
-  for (const ListShape& list : kLists) {
+  for (const LinkList& list : kLists) {
     if (list.kind != line.kind) continue;
     const int i = AttributeIndex(line.kind, list.attribute);
     if (!line.Has(i)) continue;
     for (std::string_view id : Identifiers(line.values[i]))
-      if (!writer.Add(list.table, {W::Oid(oid), W::Oid(id)}, error))
-        return false;
+      if (!sink(list.table, {W::Oid(oid), W::Oid(id)}, false)) return false;
   }
   return true;
+}
+
+bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
+             std::string* error) {
+  return RowsOf(
+      line, parent,
+      [&](const char* table, const std::vector<W::Value>& values, bool once) {
+        return writer.Add(table, values, error, once);
+      });
+}
+
+const std::vector<LinkList>& LinkLists() {
+  static const std::vector<LinkList> lists(std::begin(kLists),
+                                           std::end(kLists));
+  return lists;
+}
+
+std::vector<const char*> ObjectTables() {
+  std::vector<const char*> tables;
+  for (const RowShape& row : kRows)
+    if (row.table &&
+        std::find(tables.begin(), tables.end(), row.table) == tables.end())
+      tables.push_back(row.table);
+  tables.push_back(kMedia);
+  return tables;
 }
 
 }  // namespace doc

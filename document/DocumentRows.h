@@ -3,6 +3,7 @@
 // one. Each element's row is described by attribute name, from the layout.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,29 @@ namespace doc {
 // The store table that holds the elements of kind, or null for an element
 // without a row of its own (the server wrapper).
 const char* TableOf(Kind kind);
+
+// A row of a store table as an element gives it: the table (a name that
+// lives as long as the program), the values of its columns in the schema's
+// order, and whether a row already there with its oid is left alone (a
+// media, made where it is named). Returns false to stop.
+using RowSink = std::function<bool(
+    const char* table, const std::vector<KivStoreWriter::Value>& values,
+    bool once)>;
+
+// Gives sink the rows of the element read into line, as AddRows adds them;
+// false when sink stopped.
+bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink);
+
+// A list attribute of an element kept as link rows (owner, target).
+struct LinkList {
+  Kind kind;
+  const char* attribute;
+  const char* table;
+};
+const std::vector<LinkList>& LinkLists();
+
+// The store tables that hold objects: those of the elements, and media.
+std::vector<const char*> ObjectTables();
 
 // Adds to writer the rows of the element read into line, whose parent
 // element has the identifier parent ("" for none): its own row, the row of

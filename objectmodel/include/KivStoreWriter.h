@@ -78,3 +78,10 @@ class KivStoreWriter {
   bool Flush(Batch& batch, std::string* error);
   std::vector<Batch> batches_;
 };
+
+// Serves the sessions that KivIAdmin::Init opens from db, an open connection
+// of the caller's already in a transaction, instead of the store that
+// KIV_ADMIN_STORE names: what the caller wrote and has not committed is
+// read, so that a change can be checked before it is committed. db stays
+// the caller's; null ends it. Not for a connection of another thread.
+void KivServeConnection(sqlite3* db);

@@ -15,13 +15,13 @@ namespace kiv {
 int AdminStore::busyTimeoutMs = 5000;
 const char AdminStore::kOutOfMemory[] = "cannot allocate memory";
 
-AdminStore::AdminStore(sqlite3* db, std::string path)
-    : db_(db), path_(std::move(path)) {}
+AdminStore::AdminStore(sqlite3* db, std::string path, bool owned)
+    : db_(db), path_(std::move(path)), owned_(owned) {}
 
 AdminStore::~AdminStore() {
   while (objects_) Free(objects_);
   for (auto& statement : statements_) sqlite3_finalize(statement.second);
-  sqlite3_close(db_);  // ends the read transaction
+  if (owned_) sqlite3_close(db_);  // ends the read transaction
 }
 
 sqlite3_stmt* AdminStore::Statement(const std::string& sql) {

@@ -122,6 +122,11 @@ class AdminStore {
   // version, the tables, the oids and the owner of every child row. On
   // failure returns null and sets *error to the reason.
   static std::unique_ptr<AdminStore> Open(const char* path, std::string* error);
+  // Serves the store of db, a connection of the caller's already in a
+  // transaction (what it wrote and has not committed is read), after the
+  // same checks; db stays the caller's. On failure returns null and sets
+  // *error to the reason.
+  static std::unique_ptr<AdminStore> Borrow(sqlite3* db, std::string* error);
   ~AdminStore();  // frees the objects still held
   AdminStore(const AdminStore&) = delete;
   AdminStore& operator=(const AdminStore&) = delete;
@@ -163,7 +168,9 @@ class AdminStore {
   static const char kOutOfMemory[];
 
  private:
-  AdminStore(sqlite3* db, std::string path);
+  AdminStore(sqlite3* db, std::string path, bool owned = true);
+  // The checks of a store before its first getter, in its transaction.
+  void Check();
 
   sqlite3_stmt* Statement(const std::string& sql);
   // Steps stmt; false at its end. A step error is a refusal, never an end.
@@ -194,6 +201,7 @@ class AdminStore {
 
   sqlite3* db_;
   std::string path_;
+  bool owned_;  // the connection is closed with the store
   OidIndex indexes_[kObjectTables];
   std::unique_ptr<ChildCursor> cursors_[kTableCount];
   std::unique_ptr<LinkGroups> links_[kTableCount];

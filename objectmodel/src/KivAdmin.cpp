@@ -1,5 +1,6 @@
 #include "KivAdmin.h"
 
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -9,6 +10,7 @@
 
 #include "AdminStore.h"
 #include "Escape.h"
+#include "KivStoreWriter.h"
 #include "SdaiSession.h"
 #include "StoreObjects.h"
 
@@ -25,6 +27,12 @@ class StoreSession final : public SdaiSession {
  private:
   std::unique_ptr<AdminStore> store_;
 };
+
+// The connection a caller serves the next sessions from, or null.
+sqlite3*& Served() {
+  static sqlite3* served = nullptr;
+  return served;
+}
 
 std::unique_ptr<StoreSession>& Current() {
   static std::unique_ptr<StoreSession> current;
@@ -54,6 +62,19 @@ class Admin final : public KivIAdmin {
     if (Current()) {
       std::cerr << "KivAdmin: Init: a session is already open" << std::endl;
       return E_FAIL;
+    }
+    if (sqlite3* db = Served()) {
+      std::string error;
+      std::unique_ptr<AdminStore> store = AdminStore::Borrow(db, &error);
+      if (!store) {
+        std::cerr << "KivAdmin: cannot open the administration store \""
+                  << vantrel::Escaped(sqlite3_db_filename(db, "main"))
+                  << "\": " << error << std::endl;
+        return E_FAIL;
+      }
+      store_ = store.get();
+      Current() = std::make_unique<StoreSession>(std::move(store));
+      return S_OK;
     }
     const char* path = std::getenv("KIV_ADMIN_STORE");
     if (!path)
@@ -182,6 +203,8 @@ int KivAdminStoreIs(const char* path) {
       if (!name.empty() && target == name + suffix) return 2;
   return 0;
 }
+
+void KivServeConnection(sqlite3* db) { kiv::Served() = db; }
 
 SdaiSession* SdaiSession::CurrentSession() { return kiv::Current().get(); }
 

@@ -92,29 +92,7 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
     // reset once read, so that none holds it by accident.
     sqlite3_stmt* begin = store->Statement("BEGIN");
     store->Step(begin);
-    sqlite3_stmt* version = store->Statement("PRAGMA user_version");
-    if (!store->Step(version)) throw StoreError("no format version");
-    const int v = sqlite3_column_int(version, 0);
-    sqlite3_reset(version);
-    if (v != kFormatVersion)
-      throw StoreError("store format version " + std::to_string(v) +
-                       " is not the supported version " +
-                       std::to_string(kFormatVersion));
-    store->CheckTables();
-    store->CountRows();
-    for (int t = 0; t < kObjectTables; ++t) store->IndexOids(Table(t));
-    store->CheckUnique();
-    // A list whose getter's failure the exporter passes over would let a
-    // bad value send it on, unsaid, through the rest of the store.
-    for (Table table : {kBusinessDomain, kCaptureStatus, kApplyStatus,
-                        kDataServer, kVaultServer})
-      store->CheckRows(table);
-    // A package's data domains are read whole at their first ask: now.
-    store->LinksOf(kPackageWholeDataDomain, kDataDomain);
-    const std::size_t locals = store->indexes_[kLocalSite].Entries().size();
-    if (locals > 1)
-      throw StoreError("table local_site holds " + std::to_string(locals) +
-                       " rows: a store has at most one local site");
+    store->Check();
     return store;
   } catch (const StoreError& e) {
     *error = e.Message();
@@ -123,6 +101,49 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
     *error = kOutOfMemory;
     return nullptr;
   }
+}
+
+std::unique_ptr<AdminStore> AdminStore::Borrow(sqlite3* db,
+                                               std::string* error) {
+  try {
+    const char* name = sqlite3_db_filename(db, "main");
+    std::unique_ptr<AdminStore> store(
+        new AdminStore(db, name ? name : "", false));
+    store->Check();
+    return store;
+  } catch (const StoreError& e) {
+    *error = e.Message();
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    *error = kOutOfMemory;
+    return nullptr;
+  }
+}
+
+void AdminStore::Check() {
+  sqlite3_stmt* version = Statement("PRAGMA user_version");
+  if (!Step(version)) throw StoreError("no format version");
+  const int v = sqlite3_column_int(version, 0);
+  sqlite3_reset(version);
+  if (v != kFormatVersion)
+    throw StoreError("store format version " + std::to_string(v) +
+                     " is not the supported version " +
+                     std::to_string(kFormatVersion));
+  CheckTables();
+  CountRows();
+  for (int t = 0; t < kObjectTables; ++t) IndexOids(Table(t));
+  CheckUnique();
+  // A list whose getter's failure the exporter passes over would let a
+  // bad value send it on, unsaid, through the rest of the store.
+  for (Table table : {kBusinessDomain, kCaptureStatus, kApplyStatus,
+                      kDataServer, kVaultServer})
+    CheckRows(table);
+  // A package's data domains are read whole at their first ask: now.
+  LinksOf(kPackageWholeDataDomain, kDataDomain);
+  const std::size_t locals = indexes_[kLocalSite].Entries().size();
+  if (locals > 1)
+    throw StoreError("table local_site holds " + std::to_string(locals) +
+                     " rows: a store has at most one local site");
 }
 
 namespace {

@@ -16,6 +16,7 @@ const char kUsage[] =
     "       vantrel-doc json DOC [OUT]\n"
     "       vantrel-doc report DOC [OUT.html]\n"
     "       vantrel-doc export [-q] STORE FILE\n"
+    "       vantrel-doc apply [--dry-run] [--base BASE] DOC STORE\n"
     "       vantrel-doc --help | --version\n"
     "A file named - is standard input or standard output.\n"
     "Exit status: 0 success, 1 a document with problems (diff: documents\n"
@@ -49,6 +50,22 @@ int Command(const std::vector<std::string>& args) {
     return DocJson(args[1], output, std::cout, std::cerr);
   if (command == "report" && (n == 2 || n == 3))
     return DocReport(args[1], output, std::cout, std::cerr);
+  if (command == "apply") {
+    bool dryRun = false;
+    std::string base;
+    std::size_t i = 1;
+    for (; i + 2 < n; ++i) {
+      if (args[i] == "--dry-run" && !dryRun) {
+        dryRun = true;
+      } else if (args[i] == "--base" && base.empty() && i + 3 < n) {
+        base = args[++i];
+      } else {
+        break;
+      }
+    }
+    if (i + 2 == n)
+      return DocApply(args[i], args[i + 1], dryRun, base, std::cout, std::cerr);
+  }
   if (command == "export" && n == 3)
     return DocExport(args[1], args[2], false, std::cout, std::cerr);
   if (command == "export" && n == 4 && args[1] == "-q")

@@ -36,5 +36,13 @@ int DocReport(const std::string& file, const std::string& output,
 // added, removed and changed since.
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err);
+// Makes store export file byte for byte, writing only what differs in one
+// transaction, which it commits only once the store exports file. The plan
+// (as diff lists it) is printed first; with dryRun nothing is written (0:
+// nothing would change, 1: something would). With base, a store that no
+// longer exports base is refused. A refused document or store, and any
+// failure, leave the store unchanged.
+int DocApply(const std::string& file, const std::string& store, bool dryRun,
+             const std::string& base, std::ostream& out, std::ostream& err);
 // The command line.
 int VantrelDocMain(int argc, char* argv[]);
