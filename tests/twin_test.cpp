@@ -432,10 +432,10 @@ TEST(Signals, RemoveThePartialFile) {
   const RunResult run =
       test_support::Run(VANTREL_BINARY, {"-f", OutputPath("killed.xml")},
                         {{"KIV_ADMIN_STORE", partial}});
+  // Never an empty administration: refused for its format version, or as
+  // malformed when the kill came while the schema was being written.
   EXPECT_EQ(run.status, 1);
-  EXPECT_NE(
-      run.err.find("store format version 0 is not the supported version 1"),
-      std::string::npos)
+  EXPECT_NE(run.err.find("\ncannot init KivAdmin\n"), std::string::npos)
       << run.err;
   std::remove(partial.c_str());
 }
