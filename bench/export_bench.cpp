@@ -29,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -269,8 +270,8 @@ double DocumentPeakMiB(const char* command, const std::string& file,
                        const std::string& output) {
   const pid_t child = ::fork();
   if (child == 0) {
-    const char* argv[] = {"export_bench", "--doc-once", command, file.c_str(),
-                          output.c_str(), nullptr};
+    const char* argv[] = {"export_bench", "--doc-once",   command,
+                          file.c_str(),   output.c_str(), nullptr};
     ::execv("/proc/self/exe", const_cast<char* const*>(argv));
     ::_exit(127);
   }
@@ -338,6 +339,48 @@ BENCHMARK(BM_DocumentVsExport)
     ->Iterations(2)
     ->Unit(benchmark::kMillisecond);
 
+// A large apply beside the export of the store it changes: a store of about
+// 30 thousand projects made to export the document of one of about 20
+// thousand, its projects and hosts renamed.
+void BM_ApplyVsExport(benchmark::State& state) {
+  const std::string have = Store(270000, false);
+  const std::string dir = BENCH_DIR;
+  const std::string renamed = dir + "/renamed.db", wanted = dir + "/wanted.xml";
+  std::filesystem::copy_file(Store(180000, false), renamed,
+                             std::filesystem::copy_options::overwrite_existing);
+  sqlite3* db = nullptr;
+  sqlite3_open(renamed.c_str(), &db);
+  sqlite3_exec(db,
+               "UPDATE project SET name = name || ' renamed';"
+               "UPDATE host SET name = 'h-' || name;",
+               nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  Export(renamed, wanted);
+  const std::string work = dir + "/applied.db";
+  double exported = 0, applied = 0;
+  std::ostringstream sink;
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::filesystem::copy_file(
+        have, work, std::filesystem::copy_options::overwrite_existing);
+    state.ResumeTiming();
+    const auto t0 = std::chrono::steady_clock::now();
+    if (Export(have) != 0) state.SkipWithError("the export failed");
+    const auto t1 = std::chrono::steady_clock::now();
+    if (DocApply(wanted, work, false, "", sink, sink) != 0)
+      state.SkipWithError("the apply failed");
+    const auto t2 = std::chrono::steady_clock::now();
+    exported += Seconds(t1 - t0);
+    applied += Seconds(t2 - t1);
+    sink.str("");
+  }
+  state.counters["export_s"] =
+      exported / static_cast<double>(state.iterations());
+  state.counters["xApply"] = applied / exported;
+}
+
+BENCHMARK(BM_ApplyVsExport)->Iterations(3)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -345,8 +388,9 @@ int main(int argc, char** argv) {
     return Export(argv[2]);
   if (argc == 5 && std::string(argv[1]) == "--doc-once") {
     std::ostringstream sink;
-    return std::string(argv[2]) == "xml" ? DocXml(argv[3], argv[4], sink, sink)
-                                         : DocJson(argv[3], argv[4], sink, sink);
+    return std::string(argv[2]) == "xml"
+               ? DocXml(argv[3], argv[4], sink, sink)
+               : DocJson(argv[3], argv[4], sink, sink);
   }
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

@@ -28,6 +28,11 @@ std::vector<std::string> ListDirectory(const std::string& directory);
 void MakeStore(const std::string& path, const std::vector<std::string>& sql,
                bool loose = false);
 
+// SQL filling a store with random values holding markup, quotes, tabs and
+// non-ASCII text, its rows in random order; every call gives another (seed
+// only labels the SQL).
+std::string RandomStore(int seed);
+
 // Compares actual with the committed document data/golden. On a mismatch the
 // actual text is written to the output directory and the failure shows the
 // expected and actual lines side by side from the first difference.

@@ -149,22 +149,33 @@ struct Failure {
   std::string what;
 };
 
-// The write transaction of one apply: its statements, and what it did.
+// The write transaction of one apply: its statements, kept by their text
+// (a statement prepared for every row would cost more than the row), and
+// what it did.
 class Change {
  public:
   explicit Change(sqlite3* db) : db_(db) {}
-  // Runs sql with values bound; the rows it changed.
+  ~Change() {
+    for (auto& [sql, stmt] : statements_) sqlite3_finalize(stmt);
+  }
+  Change(const Change&) = delete;
+  Change& operator=(const Change&) = delete;
+  // Runs sql with values bound, then last when bindLast; the rows it
+  // changed.
   int Run(const std::string& sql, const std::vector<W::Value>& values = {},
           std::int64_t last = 0, bool bindLast = false) {
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK)
+    sqlite3_stmt*& stmt = statements_[sql];
+    if (!stmt &&
+        sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT,
+                           &stmt, nullptr) != SQLITE_OK)
       throw Failure{sqlite3_errmsg(db_)};
     for (std::size_t i = 0; i < values.size(); ++i)
       Bind(stmt, static_cast<int>(i + 1), values[i]);
     if (bindLast)
       sqlite3_bind_int64(stmt, static_cast<int>(values.size() + 1), last);
     const int rc = sqlite3_step(stmt);
-    sqlite3_finalize(stmt);
+    sqlite3_reset(stmt);
+    sqlite3_clear_bindings(stmt);
     if (rc != SQLITE_DONE) throw Failure{sqlite3_errmsg(db_)};
     return sqlite3_changes(db_);
   }
@@ -172,6 +183,7 @@ class Change {
 
  private:
   sqlite3* db_;
+  std::unordered_map<std::string, sqlite3_stmt*> statements_;
 };
 
 // A statement over the rows of a table; finalized with it.
