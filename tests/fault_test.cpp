@@ -9,6 +9,9 @@
 // Plan:
 //   Faults  every allocation (SQLite's and the program's) and every read of
 //           an export failing in turn
+//   Apply   the same faults during vantrel-doc apply (every few allocations,
+//           every read and write): each run leaves the store exporting the
+//           document before or the one after, and says why it failed
 //   Files   the store is only ever opened read-only
 #include <sqlite3.h>
 
@@ -20,6 +23,7 @@
 
 #include "SdaiSession.h"
 #include "Vantrel.h"
+#include "VantrelDoc.h"
 #include "test_support.h"
 
 using test_support::DataPath;
@@ -34,7 +38,7 @@ struct Plan {
   long seen = 0;
   bool Fails() { return failAt > 0 && ++seen == failAt; }
 };
-Plan allocations, reads, cxxAllocations;
+Plan allocations, reads, writes, cxxAllocations;
 std::vector<int> mainDbOpenFlags;
 
 // An allocator that fails when the plan says so.
@@ -113,8 +117,10 @@ void InstallFaultVfs() {
 #define FORWARD(Method, Params, Args) \
   faultIo.Method = [] Params { return Real(f)->pMethods->Method Args; }
   FORWARD(xClose, (sqlite3_file * f), (Real(f)));
-  FORWARD(xWrite, (sqlite3_file * f, const void* p, int n, sqlite3_int64 at),
-          (Real(f), p, n, at));
+  faultIo.xWrite = [](sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
+    if (writes.Fails()) return SQLITE_IOERR_WRITE;
+    return Real(f)->pMethods->xWrite(Real(f), p, n, at);
+  };
   FORWARD(xTruncate, (sqlite3_file * f, sqlite3_int64 n), (Real(f), n));
   FORWARD(xSync, (sqlite3_file * f, int flags), (Real(f), flags));
   FORWARD(xFileSize, (sqlite3_file * f, sqlite3_int64 * n), (Real(f), n));
@@ -236,6 +242,88 @@ TEST(Faults, EveryAllocationAndEveryReadOfAnExport) {
   RecordProperty("allocationPoints", static_cast<int>(allocationPoints));
   RecordProperty("cxxAllocationPoints", static_cast<int>(cxxPoints));
   RecordProperty("readPoints", static_cast<int>(readPoints));
+}
+
+// One apply of wanted to a fresh copy of store, in process as the tool runs
+// it, with the fault of plan armed; the status, and what the copy exports.
+struct Applied {
+  int rc;
+  bool hit;
+  std::string err, exported;
+};
+
+Applied Apply(const std::string& store, const std::string& wanted, Plan& plan,
+              long failAt) {
+  const std::string copy = OutputPath("fault-apply.db");
+  test_support::WriteFile(copy, ReadFile(store));
+  std::remove((copy + "-journal").c_str());
+  Applied applied;
+  {
+    std::filebuf out, err;
+    out.open(OutputPath("fault-apply.out"), std::ios::out | std::ios::trunc);
+    err.open(OutputPath("fault-apply.err"), std::ios::out | std::ios::trunc);
+    std::streambuf* savedOut = std::cout.rdbuf(&out);
+    std::streambuf* savedErr = std::cerr.rdbuf(&err);
+    std::string doc = wanted, target = copy;
+    char program[] = "vantrel-doc", command[] = "apply";
+    char* argv[] = {program, command, &doc[0], &target[0], nullptr};
+    plan = Plan{failAt, 0};
+    applied.rc = VantrelDocMain(4, argv);
+    applied.hit = failAt > 0 && plan.seen >= failAt;
+    plan = Plan{};
+    std::cout.rdbuf(savedOut);
+    std::cerr.rdbuf(savedErr);
+  }
+  if (SdaiSession* session = SdaiSession::CurrentSession())
+    session->CloseSession();
+  applied.err = ReadFile(OutputPath("fault-apply.err"));
+  applied.exported = Export(copy, reads, 0).doc;
+  return applied;
+}
+
+TEST(Apply, EveryFaultLeavesTheStoreBeforeOrAfter) {
+  const std::string store = OutputPath("fault-apply-have.db");
+  test_support::MakeStore(store, {ReadFile(DataPath("full.sql"))});
+  const std::string wantedStore = OutputPath("fault-apply-want.db");
+  test_support::MakeStore(wantedStore,
+                          {ReadFile(DataPath("full.sql")),
+                           "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
+                           "DELETE FROM extern_site WHERE oid = x'1102';"
+                           "UPDATE subscription SET extern_site = NULL;"
+                           "INSERT INTO project VALUES (x'0D09', 'NEW');"});
+  const std::string before = Export(store, reads, 0).doc;
+  const std::string wanted = OutputPath("fault-apply-wanted.xml");
+  test_support::WriteFile(wanted, Export(wantedStore, reads, 0).doc);
+  const std::string after = ReadFile(wanted);
+  ASSERT_NE(before, after);
+  // Every fault point of reads and writes, every few of the allocations:
+  // an apply makes tens of thousands, and their paths repeat.
+  const struct {
+    const char* name;
+    Plan* plan;
+    long stride;
+  } sweeps[] = {{"reads", &reads, 1},
+                {"writes", &writes, 1},
+                {"SQLite allocations", &allocations, 7},
+                {"C++ allocations", &cxxAllocations, 3}};
+  for (const auto& sweep : sweeps) {
+    long points = 0;
+    for (long n = 1;; n += sweep.stride) {
+      const Applied run = Apply(store, wanted, *sweep.plan, n);
+      EXPECT_TRUE(run.exported == before || run.exported == after)
+          << sweep.name << " " << n << ": " << run.err;
+      if (run.rc == 0) {
+        EXPECT_TRUE(run.exported == after) << sweep.name << " " << n;
+      } else {
+        EXPECT_NE(run.err, "") << sweep.name << " " << n;
+        EXPECT_TRUE(run.exported == before) << sweep.name << " " << n;
+      }
+      if (!run.hit) break;
+      ++points;
+    }
+    std::cout << sweep.name << ": " << points << " points\n";
+    EXPECT_GT(points, 5) << sweep.name;
+  }
 }
 
 TEST(Files, TheStoreIsOnlyEverOpenedReadOnly) {

@@ -68,7 +68,9 @@ class Admin final : public KivIAdmin {
       std::unique_ptr<AdminStore> store = AdminStore::Borrow(db, &error);
       if (!store) {
         std::cerr << "KivAdmin: cannot open the administration store \""
-                  << vantrel::Escaped(sqlite3_db_filename(db, "main"))
+                  << vantrel::Escaped(sqlite3_db_filename(db, "main")
+                                          ? sqlite3_db_filename(db, "main")
+                                          : "")
                   << "\": " << error << std::endl;
         return E_FAIL;
       }

@@ -338,13 +338,19 @@ void Apply(sqlite3* db, const Wants& wants, Change& change) {
 // the exporter succeeded (its messages went to standard error).
 bool ExportThrough(sqlite3* db, const std::string& file) {
   std::ofstream out(file, std::ios::out | std::ios::trunc);
-  KivServeConnection(db);
+  // The connection is served, and its session closed, however the export
+  // ends: memory running out among the ways.
+  struct Serving {
+    explicit Serving(sqlite3* connection) { KivServeConnection(connection); }
+    ~Serving() {
+      KivServeConnection(nullptr);
+      if (SdaiSession* session = SdaiSession::CurrentSession())
+        session->CloseSession();
+    }
+  } serving(db);
   indent = 0;
   iXSL = 0;
   const int rc = ReadAdmin(&out);
-  KivServeConnection(nullptr);
-  if (SdaiSession* session = SdaiSession::CurrentSession())
-    session->CloseSession();
   out.close();
   return rc == 0 && !out.fail();
 }
@@ -457,15 +463,20 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
     return refused("after the change " + Shown(store) + " would not export " +
                        Shown(file) + " (a fault of vantrel-doc apply)",
                    2);
+  // The line is made before the commit: nothing after it may fail.
+  std::ostringstream line;
+  line << Shown(store) << ": now exports " << Shown(file) << ": "
+       << change.added << " rows added, " << change.changed << " changed, "
+       << change.removed << " removed, " << change.reordered
+       << " lists put in order, " << change.relinked
+       << " link lists rewritten\n";
+  const std::string said = line.str();
   if (sqlite3_exec(writing.db, "COMMIT", nullptr, nullptr, nullptr) !=
       SQLITE_OK)
     return refused(
         "cannot commit to " + Shown(store) + ": " + sqlite3_errmsg(writing.db),
         2);
   writing.open = false;
-  out << Shown(store) << ": now exports " << Shown(file) << ": " << change.added
-      << " rows added, " << change.changed << " changed, " << change.removed
-      << " removed, " << change.reordered << " lists put in order, "
-      << change.relinked << " link lists rewritten\n";
+  out << said;
   return 0;
 }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <thread>
@@ -110,10 +111,26 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
   // The two documents are read at once, each by a thread of its own.
   Objects before, after;
   std::ostringstream beforeErr, afterErr;
+  // Memory running out in either reading goes up from here, once both have
+  // ended: an exception may not leave a thread, nor a thread be left.
   int beforeRead = 0;
-  std::thread reader([&] { beforeRead = Read(oldFile, before, beforeErr); });
-  const int afterRead = Read(newFile, after, afterErr);
+  bool beforeOutOfMemory = false;
+  std::thread reader([&] {
+    try {
+      beforeRead = Read(oldFile, before, beforeErr);
+    } catch (const std::bad_alloc&) {
+      beforeOutOfMemory = true;
+    }
+  });
+  int afterRead = 0;
+  try {
+    afterRead = Read(newFile, after, afterErr);
+  } catch (...) {
+    reader.join();
+    throw;
+  }
   reader.join();
+  if (beforeOutOfMemory) throw std::bad_alloc();
   err << beforeErr.str() << afterErr.str();
   // A document that cannot be read or is refused: no comparison.
   if (beforeRead || afterRead) return 2;
