@@ -21,8 +21,10 @@
 #include <cstdio>
 #include <thread>
 
+#include "binaries.h"
 #include "test_support.h"
 
+using binaries::Doc;
 using test_support::DataPath;
 using test_support::MakeStore;
 using test_support::OutputPath;
@@ -32,20 +34,9 @@ using test_support::WriteFile;
 
 namespace {
 
-RunResult Doc(const std::vector<std::string>& args) {
-  return test_support::Run(VANTREL_DOC_BINARY, args,
-                           {{"KIV_ADMIN_STORE", std::nullopt}});
-}
-
 // The document store exports ("": the demonstration).
 std::string Exported(const std::string& store) {
-  const std::string file = OutputPath("apply-export.xml");
-  std::optional<std::string> variable;
-  if (!store.empty()) variable = store;
-  const RunResult run = test_support::Run(VANTREL_BINARY, {"-f", file},
-                                          {{"KIV_ADMIN_STORE", variable}});
-  EXPECT_EQ(run.status, 0) << run.err;
-  return ReadFile(file);
+  return binaries::Export(store, OutputPath("apply-export.xml"));
 }
 
 // Makes a store of sql at name, and returns its path.

@@ -8,8 +8,10 @@
 //            that does not exist, the store itself as the file: status 2,
 //            the exporter's chain of messages, the archive as it was and
 //            nothing left beside it
+#include "binaries.h"
 #include "test_support.h"
 
+using binaries::Doc;
 using test_support::DataPath;
 using test_support::FileExists;
 using test_support::MakeStore;
@@ -19,11 +21,6 @@ using test_support::RunResult;
 using test_support::WriteFile;
 
 namespace {
-
-RunResult Doc(const std::vector<std::string>& args) {
-  return test_support::Run(VANTREL_DOC_BINARY, args,
-                           {{"KIV_ADMIN_STORE", std::nullopt}});
-}
 
 // No file of directory holds ".partial-" in its name.
 void NothingLeftBehind() {

@@ -21,8 +21,10 @@
 #include "AdminDocument.h"
 #include "KivStoreWriter.h"
 #include "VantrelDoc.h"
+#include "binaries.h"
 #include "test_support.h"
 
+using binaries::Export;
 using test_support::DataPath;
 using test_support::FileExists;
 using test_support::MakeStore;
@@ -42,16 +44,6 @@ Outcome Doc(Command command, const Args&... args) {
   std::ostringstream out, err;
   const int rc = command(args..., out, err);
   return {rc, out.str(), err.str()};
-}
-
-// Exports store (the demonstration for "") to file; returns its text.
-std::string Export(const std::string& store, const std::string& file) {
-  std::optional<std::string> variable;
-  if (!store.empty()) variable = store;
-  const auto run = test_support::Run(VANTREL_BINARY, {"-f", file},
-                                     {{"KIV_ADMIN_STORE", variable}});
-  EXPECT_EQ(run.status, 0) << run.err;
-  return ReadFile(file);
 }
 
 TEST(RoundTrip, ExportLoadExportGivesTheSameBytes) {

@@ -11,6 +11,7 @@
 #include "test_support.h"
 
 using test_support::DataPath;
+using test_support::Matches;
 using test_support::OutputPath;
 using test_support::ReadFile;
 using test_support::RunResult;
@@ -70,15 +71,6 @@ TEST(Dtd, DocumentsValidAndEveryUnknownReferenceReported) {
   }
 }
 
-std::set<std::string> Matches(const std::string& text, const char* pattern) {
-  std::set<std::string> found;
-  const std::regex re(pattern);
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), re);
-       it != std::sregex_iterator(); ++it)
-    found.insert((*it)[1]);
-  return found;
-}
-
 TEST(Report, EveryLinkResolvesAndChromiumShowsTheObjects) {
   const std::string doc = Document(false);
   const std::string report = OutputPath("report.html");
@@ -92,14 +84,7 @@ TEST(Report, EveryLinkResolvesAndChromiumShowsTheObjects) {
   for (const std::string& oid : Matches(ReadFile(doc), "Oid=\"(x[0-9A-F]+)\""))
     EXPECT_EQ(anchors.count(oid), 1u) << "no anchor for " << oid;
 
-  const RunResult shown = test_support::Run(
-      "chromium",
-      {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
-       "--no-first-run", "--disable-background-networking",
-       "--disable-component-update", "--disable-sync",
-       "--user-data-dir=" + OutputPath("chromium"), "--dump-dom",
-       "file://" + report},
-      {});
+  const RunResult shown = test_support::ChromiumDom(report);
   ASSERT_EQ(shown.status, 0) << shown.err;
   for (const char* name :
        {"P ONE", "DDTHREE", "DOMTHREE", "BDTWO", "SIDEDB", "VAULTB", "beta",

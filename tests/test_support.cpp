@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <regex>
 
 namespace test_support {
 
@@ -227,6 +228,25 @@ std::string RandomStore(int seed) {
               "BLOB), CAST(printf('T%03d', i % 8 + 1) AS BLOB), "
               "CAST(printf('S%03d', i) AS BLOB), " +
                   values + " FROM k ORDER BY random()");
+}
+
+std::set<std::string> Matches(const std::string& text, const char* pattern) {
+  std::set<std::string> found;
+  const std::regex re(pattern);
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), re);
+       it != std::sregex_iterator(); ++it)
+    found.insert((*it)[1]);
+  return found;
+}
+
+RunResult ChromiumDom(const std::string& page) {
+  return Run("chromium",
+             {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
+              "--no-first-run", "--disable-background-networking",
+              "--disable-component-update", "--disable-sync",
+              "--user-data-dir=" + OutputPath("chromium"), "--dump-dom",
+              "file://" + page},
+             {});
 }
 
 }  // namespace test_support

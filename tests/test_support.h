@@ -6,6 +6,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -63,5 +64,12 @@ struct RunResult {
 // variables of the child.
 RunResult Run(const std::string& program, const std::vector<std::string>& args,
               const std::map<std::string, std::optional<std::string>>& env);
+
+// The first group of every match of pattern in text.
+std::set<std::string> Matches(const std::string& text, const char* pattern);
+
+// page (a file) as headless Chromium renders it: its DOM on standard
+// output.
+RunResult ChromiumDom(const std::string& page);
 
 }  // namespace test_support

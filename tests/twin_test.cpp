@@ -28,10 +28,14 @@
 #include <set>
 #include <thread>
 
+#include "binaries.h"
 #include "test_support.h"
 
+using binaries::Doc;
+using binaries::Export;
 using test_support::DataPath;
 using test_support::MakeStore;
+using test_support::Matches;
 using test_support::OutputPath;
 using test_support::RandomStore;
 using test_support::ReadFile;
@@ -40,20 +44,6 @@ using test_support::RunResult;
 using test_support::WriteFile;
 
 namespace {
-
-RunResult Doc(const std::vector<std::string>& args) {
-  return test_support::Run(VANTREL_DOC_BINARY, args, {});
-}
-
-// Exports store ("" for the demonstration) to file; returns its bytes.
-std::string Export(const std::string& store, const std::string& file) {
-  std::optional<std::string> variable;
-  if (!store.empty()) variable = store;
-  const RunResult run = test_support::Run(VANTREL_BINARY, {"-f", file},
-                                          {{"KIV_ADMIN_STORE", variable}});
-  EXPECT_EQ(run.status, 0) << run.err;
-  return ReadFile(file);
-}
 
 // Loads document into a new store and exports that; returns the export.
 std::string LoadAndExport(const std::string& document,
@@ -180,15 +170,6 @@ TEST(Refused, ValuesXmlCannotCarryAndDocumentsItCannotRead) {
   EXPECT_EQ(wellFormed.out.find("not well-formed"), std::string::npos);
 }
 
-std::set<std::string> Matches(const std::string& text, const char* pattern) {
-  std::set<std::string> found;
-  const std::regex re(pattern);
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), re);
-       it != std::sregex_iterator(); ++it)
-    found.insert((*it)[1]);
-  return found;
-}
-
 TEST(Report, FromAnIllFormedDocumentInChromium) {
   const std::string report = OutputPath("doc-report.html");
   const RunResult made = Doc({"report", DataPath("full.xml"), report});
@@ -207,14 +188,7 @@ TEST(Report, FromAnIllFormedDocumentInChromium) {
   EXPECT_EQ(links.count("kind-hosts"), 1u);
   EXPECT_NE(html.find(DataPath("full.xml")), std::string::npos);
 
-  const RunResult shown = test_support::Run(
-      "chromium",
-      {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
-       "--no-first-run", "--disable-background-networking",
-       "--disable-component-update", "--disable-sync",
-       "--user-data-dir=" + OutputPath("chromium-doc"), "--dump-dom",
-       "file://" + report},
-      {});
+  const RunResult shown = test_support::ChromiumDom(report);
   ASSERT_EQ(shown.status, 0) << shown.err;
   EXPECT_NE(shown.out.find("<svg"), std::string::npos);
   for (const char* name :

@@ -75,9 +75,27 @@ sqlite3* OpenDemo() {
   return db;
 }
 
+namespace {
+
+// Runs open; a store that cannot be served gives null and its reason in
+// *error.
+template <class Open>
+std::unique_ptr<AdminStore> Refusing(std::string* error, Open&& open) {
+  try {
+    return open();
+  } catch (const StoreError& e) {
+    *error = e.Message();
+  } catch (const std::bad_alloc&) {
+    *error = AdminStore::kOutOfMemory;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
 std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
                                              std::string* error) {
-  try {
+  return Refusing(error, [&] {
     sqlite3* db = path ? OpenStoreFile(path) : OpenDemo();
     std::unique_ptr<AdminStore> store;
     try {
@@ -87,37 +105,25 @@ std::unique_ptr<AdminStore> AdminStore::Open(const char* path,
       throw;
     }
     // One read transaction: every table comes from the same snapshot, from
-    // these checks to the last getter.
-    // BEGIN holds the snapshot, from the first read on; every statement is
-    // reset once read, so that none holds it by accident.
+    // these checks to the last getter. BEGIN holds the snapshot, from the
+    // first read on; every statement is reset once read, so that none holds
+    // it by accident.
     sqlite3_stmt* begin = store->Statement("BEGIN");
     store->Step(begin);
     store->Check();
     return store;
-  } catch (const StoreError& e) {
-    *error = e.Message();
-    return nullptr;
-  } catch (const std::bad_alloc&) {
-    *error = kOutOfMemory;
-    return nullptr;
-  }
+  });
 }
 
 std::unique_ptr<AdminStore> AdminStore::Borrow(sqlite3* db,
                                                std::string* error) {
-  try {
+  return Refusing(error, [&] {
     const char* name = sqlite3_db_filename(db, "main");
     std::unique_ptr<AdminStore> store(
         new AdminStore(db, name ? name : "", false));
     store->Check();
     return store;
-  } catch (const StoreError& e) {
-    *error = e.Message();
-    return nullptr;
-  } catch (const std::bad_alloc&) {
-    *error = kOutOfMemory;
-    return nullptr;
-  }
+  });
 }
 
 void AdminStore::Check() {

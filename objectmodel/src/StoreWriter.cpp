@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "EmbeddedSql.h"
+#include "Files.h"
 #include "Hex.h"
 #include "KivStoreWriter.h"
 #include "StoreOpen.h"
@@ -189,26 +190,7 @@ bool KivStoreWriter::Flush(Batch& batch, std::string* error) {
   return true;
 }
 
-namespace {
-
-// Writes the file or directory at path to the disk; false with errno set.
-bool Sync(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool synced = ::fsync(fd) == 0;
-  const int saved = errno;
-  ::close(fd);
-  errno = saved;
-  return synced;
-}
-
-std::string DirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-}  // namespace
+namespace {}  // namespace
 
 bool KivStoreWriter::Commit(std::string* error) {
   for (Batch& batch : batches_)
@@ -226,12 +208,13 @@ bool KivStoreWriter::Commit(std::string* error) {
   }
   // On the disk first, then under its name; link, unlike rename, never
   // replaces a file that appeared there meanwhile.
-  if (!Sync(partial_) || ::link(partial_.c_str(), path_.c_str()) != 0) {
+  if (!vantrel::Sync(partial_) ||
+      ::link(partial_.c_str(), path_.c_str()) != 0) {
     *error = errno == EEXIST ? "the file exists: a store is never written over"
                              : std::string("cannot write the file: ") +
                                    std::strerror(errno);
     return false;
   }
-  Sync(DirectoryOf(path_));
+  vantrel::Sync(vantrel::DirectoryOf(path_));
   return true;
 }

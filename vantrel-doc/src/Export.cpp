@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,33 +18,6 @@
 #include "VantrelDoc.h"
 
 namespace {
-
-// Writes the file or directory at path to the disk; false with errno set.
-bool Sync(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool synced = ::fsync(fd) == 0;
-  const int saved = errno;
-  ::close(fd);
-  errno = saved;
-  return synced;
-}
-
-std::string DirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Removes a partial file unless it was given its name.
-struct Partial {
-  std::string path;
-  ~Partial() {
-    if (path.empty()) return;
-    SetPartialFile(nullptr);
-    std::remove(path.c_str());
-  }
-};
 
 // What changed from the archive before to the new one, as "N added, N
 // removed, N changed": objects counted once whatever the number of their
@@ -85,45 +56,31 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
 
   // The new archive is a file of its own beside the old one, which it
   // replaces only once it is whole, checked and on the disk.
-  Partial partial;
-  {
-    const HeldSignals held;
-    std::string name = file + ".partial-XXXXXX";
-    const int fd = ::mkstemp(&name[0]);
-    if (fd < 0) return failed(std::strerror(errno));
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
-    ::close(fd);
-    partial.path = name;
-    SetPartialFile(partial.path.c_str());
-  }
-  std::ofstream document(partial.path, std::ios::out | std::ios::trunc);
-  if (!document) return failed(std::strerror(errno));
+  if (file == "-") return failed("an archive is a file");
+  Output archive;
+  std::string error;
+  if (!archive.Open(file, &error)) return failed(error);
+  std::ofstream& document = *archive.File();
   indent = 0;
   iXSL = 0;
   // The exporter tells its own chain of messages on standard error.
   const int rc = ReadAdmin(&document);
   if (SdaiSession* session = SdaiSession::CurrentSession())
     session->CloseSession();
-  document.close();
+  document.flush();
   if (rc != 0) return failed("the export failed");
   if (document.fail()) return failed(std::strerror(errno ? errno : EIO));
 
   std::ostringstream problems;
-  Checker checker(partial.path, problems);
+  Checker checker(archive.PartialPath(), problems);
   if (!checker.Run() || checker.Problems()) {
     err << problems.str();
     return failed("the new document is not whole");
   }
   const bool existed = ::access(file.c_str(), F_OK) == 0;
   const std::string changes =
-      existed && !quiet ? Changes(file, partial.path) : std::string();
-  if (!Sync(partial.path) || ::rename(partial.path.c_str(), file.c_str()) != 0)
-    return failed(std::strerror(errno));
-  SetPartialFile(nullptr);
-  partial.path.clear();
-  Sync(DirectoryOf(file));
+      existed && !quiet ? Changes(file, archive.PartialPath()) : std::string();
+  if (!archive.Commit(&error)) return failed(error);
   if (quiet) return 0;
   std::size_t total = 0;
   for (int k = 0; k < doc::kKindCount; ++k)

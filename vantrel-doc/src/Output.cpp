@@ -11,6 +11,8 @@
 #include <cstring>
 #include <iostream>
 
+#include "Files.h"
+
 namespace {
 
 std::atomic<const char*> partialFile{nullptr};
@@ -20,23 +22,6 @@ void OnSignal(int signal) {
   if (const char* path = partialFile.load()) ::unlink(path);
   ::signal(signal, SIG_DFL);
   ::raise(signal);
-}
-
-// Writes the file or directory at path to the disk; false with errno set.
-bool Sync(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool synced = ::fsync(fd) == 0;
-  const int saved = errno;
-  ::close(fd);
-  errno = saved;
-  return synced;
-}
-
-std::string DirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 }  // namespace
@@ -113,13 +98,13 @@ bool Output::Commit(std::string* error) {
     return static_cast<bool>(std::cout);
   }
   file_.close();
-  if (file_.fail() || !Sync(partial_) ||
+  if (file_.fail() || !vantrel::Sync(partial_) ||
       ::rename(partial_.c_str(), path_.c_str()) != 0) {
     *error = std::strerror(errno ? errno : EIO);
     return false;
   }
   SetPartialFile(nullptr);
   partial_.clear();
-  Sync(DirectoryOf(path_));
+  vantrel::Sync(vantrel::DirectoryOf(path_));
   return true;
 }

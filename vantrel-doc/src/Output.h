@@ -22,6 +22,10 @@ class Output {
   // *error.
   bool Open(const std::string& path, std::string* error);
   std::ostream& Stream() { return toStdout_ ? std::cout : file_; }
+  // The stream of the partial file, null for standard output.
+  std::ofstream* File() { return toStdout_ ? nullptr : &file_; }
+  // The partial file being written, "" for standard output.
+  const std::string& PartialPath() const { return partial_; }
   // Empties what was written, to write again from the start.
   bool Rewind(std::string* error);
   // Writes the file to the disk and gives it its name; false with the
