@@ -64,6 +64,13 @@ struct Layout {
   bool hasEndTag;      // children follow, then the end tag in column one
 };
 
+// The prologue's lines as the exporter writes them; the stylesheet's path
+// stands between its opener and its closer.
+extern const char kDeclaration[];
+extern const char kStylesheetOpener[];
+extern const char kStylesheetCloser[];
+extern const char kDoctype[];
+
 // The layout of kind.
 const Layout& LayoutOf(Kind kind);
 
@@ -104,22 +111,6 @@ int AttributeIndex(Kind kind, std::string_view name);
 // with its "x" and upper-case hexadecimal, a list of them each followed by a
 // blank, Y or N; any text.
 bool ValidValue(Field field, std::string_view value);
-
-// The processing instruction that marks a well-formed twin: its values are
-// escaped. It follows the XML declaration on the first line.
-extern const char kTwinMark[];
-
-// Appends line, as the exporter writes it, to out. With escaped, values are
-// written as XML escapes them (the well-formed twin): false, leaving out
-// unspecified and naming the attribute in *problem, for a value that XML 1.0
-// cannot carry (a control character, a byte that is not UTF-8).
-bool WriteLine(const Line& line, bool escaped, std::string& out,
-               std::string* problem);
-
-// The first character of text that keeps it out of a well-formed XML
-// attribute value as written unescaped ('&', '<', '"', a control character
-// or a byte that is not UTF-8), or npos.
-std::size_t IllFormedAt(std::string_view text);
 
 // Splits a list of identifiers ("x0A x0B ") into the identifiers.
 std::vector<std::string_view> Identifiers(std::string_view refs);

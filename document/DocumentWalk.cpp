@@ -11,6 +11,7 @@
 #include <map>
 #include <vector>
 
+#include "DocumentWrite.h"
 #include "Escape.h"
 
 namespace doc {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -16,6 +17,7 @@
 
 #include "Checker.h"
 #include "DocumentRows.h"
+#include "DocumentWrite.h"
 #include "KivStoreWriter.h"
 #include "SdaiSession.h"
 #include "Vantrel.h"
@@ -355,11 +357,18 @@ bool ExportThrough(sqlite3* db, const std::string& file) {
   return rc == 0 && !out.fail();
 }
 
-std::string Bytes(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
+// True when the file at path holds bytes exactly; read a block at a time.
+bool Holds(const std::string& path, std::string_view bytes) {
+  std::ifstream in(path, std::ios::binary);
+  char block[1 << 16];
+  while (in) {
+    in.read(block, sizeof block);
+    const auto got = static_cast<std::size_t>(in.gcount());
+    if (got > bytes.size() || bytes.compare(0, got, block, got) != 0)
+      return false;
+    bytes.remove_prefix(got);
+  }
+  return in.eof() && bytes.empty();
 }
 
 // A file of its own in the temporary directory, removed with it.
@@ -403,6 +412,9 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
     doc = input.path;
   }
   Wants wants;
+  struct stat size {};
+  if (::stat(doc.c_str(), &size) == 0)
+    wants.exported.reserve(static_cast<std::size_t>(size.st_size));
   Gatherer gatherer(wants);
   Checker checker(doc, err, &gatherer);
   if (!checker.Run()) return refused("cannot read " + Shown(file), 2);
@@ -416,7 +428,9 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
     return refused("cannot open " + Shown(store) + ": " + std::strerror(errno),
                    2);
   const std::string name = store[0] == '/' ? store : "./" + store;
-  if (sqlite3_open_v2(name.c_str(), &writing.db, SQLITE_OPEN_READWRITE,
+  // The connection is used by this thread alone: no mutex of its own.
+  if (sqlite3_open_v2(name.c_str(), &writing.db,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
                       nullptr) != SQLITE_OK)
     return refused(
         "cannot open " + Shown(store) + ": " + sqlite3_errmsg(writing.db), 2);
@@ -435,20 +449,27 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
   Temporary now;
   if (!ExportThrough(writing.db, now.path))
     return refused(Shown(store) + " cannot be exported", 2);
-  if (!base.empty() && Bytes(now.path) != Bytes(base))
+  std::string baseBytes;
+  if (!base.empty()) {
+    std::ifstream in(base, std::ios::binary);
+    baseBytes.assign(std::istreambuf_iterator<char>(in),
+                     std::istreambuf_iterator<char>());
+  }
+  if (!base.empty() && !Holds(now.path, baseBytes))
     return refused(Shown(store) + " no longer exports " + Shown(base) +
                        ": it was changed since",
                    1);
-  const std::string before = Bytes(now.path);
-  if (before == document) {
+  if (Holds(now.path, document)) {
     out << Shown(store) << ": nothing to change\n";
     return 0;
   }
-  // The plan, as diff lists it.
-  std::ostringstream plan, planErr;
-  DocDiff(now.path, doc, plan, planErr);
-  out << plan.str();
-  if (dryRun) return 1;
+  // The plan, as diff lists it, is what a dry run shows: reviewed before,
+  // it is not worked out again for the apply itself.
+  if (dryRun) {
+    std::ostringstream planErr;
+    DocDiff(now.path, doc, out, planErr);
+    return 1;
+  }
 
   Change change(writing.db);
   try {
@@ -459,7 +480,7 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
   // The store must export the document before it is committed: anything
   // else is a fault of apply's own, never written.
   Temporary after;
-  if (!ExportThrough(writing.db, after.path) || Bytes(after.path) != document)
+  if (!ExportThrough(writing.db, after.path) || !Holds(after.path, document))
     return refused("after the change " + Shown(store) + " would not export " +
                        Shown(file) + " (a fault of vantrel-doc apply)",
                    2);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Checker.h"
+#include "DocumentWrite.h"
 
 class TwinWriter : public doc::Visitor {
  public:

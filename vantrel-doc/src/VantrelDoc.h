@@ -37,8 +37,8 @@ int DocReport(const std::string& file, const std::string& output,
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err);
 // Makes store export file byte for byte, writing only what differs in one
-// transaction, which it commits only once the store exports file. The plan
-// (as diff lists it) is printed first; with dryRun nothing is written (0:
+// transaction, which it commits only once the store exports file. With
+// dryRun it prints the plan (as diff lists it) and writes nothing (0:
 // nothing would change, 1: something would). With base, a store that no
 // longer exports base is refused. A refused document or store, and any
 // failure, leave the store unchanged.

@@ -1,0 +1,187 @@
+#include "DocumentWrite.h"
+
+#include <string>
+
+namespace doc {
+
+const char kTwinMark[] = "<?vantrel-doc escaped?>";
+
+namespace {
+
+// The length of the UTF-8 sequence at text[i], or 0 when it is not one
+// (overlong forms, surrogates and code points past U+10FFFF included).
+std::size_t Utf8At(std::string_view text, std::size_t i) {
+  const auto byte = [&](std::size_t k) {
+    return k < text.size() ? static_cast<unsigned char>(text[k]) : 0u;
+  };
+  const unsigned c = byte(i);
+  if (c < 0x80) return 1;
+  std::size_t n;
+  unsigned low = 0x80, high = 0xBF;
+  if (c >= 0xC2 && c <= 0xDF) {
+    n = 2;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    n = 3;
+    if (c == 0xE0) low = 0xA0;
+    if (c == 0xED) high = 0x9F;
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    n = 4;
+    if (c == 0xF0) low = 0x90;
+    if (c == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
+  for (std::size_t k = 2; k < n; ++k)
+    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
+  // U+FFFE and U+FFFF are not characters of XML.
+  if (n == 3 && c == 0xEF && byte(i + 1) == 0xBF && byte(i + 2) >= 0xBE)
+    return 0;
+  return n;
+}
+
+// Appends text to out as an XML attribute value carries it; false with the
+// offending character's offset in *at when XML 1.0 cannot carry it.
+bool EscapeValue(std::string_view text, std::string& out, std::size_t* at) {
+  for (std::size_t i = 0; i < text.size();) {
+    const char c = text[i];
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        ++i;
+        continue;
+      case '<':
+        out += "&lt;";
+        ++i;
+        continue;
+      case '>':
+        out += "&gt;";
+        ++i;
+        continue;
+      case '"':
+        out += "&quot;";
+        ++i;
+        continue;
+      // A parser would change these into blanks: kept as references.
+      case '\t':
+        out += "&#9;";
+        ++i;
+        continue;
+      case '\n':
+        out += "&#10;";
+        ++i;
+        continue;
+      case '\r':
+        out += "&#13;";
+        ++i;
+        continue;
+      default:
+        break;
+    }
+    const std::size_t n =
+        static_cast<unsigned char>(c) < 0x20 ? 0 : Utf8At(text, i);
+    if (n == 0) {
+      *at = i;
+      return false;
+    }
+    out.append(text.data() + i, n);
+    i += n;
+  }
+  return true;
+}
+
+// The character at offset at of text as a message names it.
+std::string Character(std::string_view text, std::size_t at) {
+  const auto c = static_cast<unsigned char>(text[at]);
+  static const char kDigits[] = "0123456789ABCDEF";
+  if (c >= 0x20 && c < 0x7F)
+    return std::string("'") + static_cast<char>(c) + "'";
+  return std::string("the byte \\x") + kDigits[c >> 4] + kDigits[c & 0x0F];
+}
+
+}  // namespace
+
+std::size_t IllFormedAt(std::string_view text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const char c = text[i];
+    if (c == '&' || c == '<' || c == '"') return i;
+    const std::size_t n =
+        static_cast<unsigned char>(c) < 0x20 && c != '\t' ? 0 : Utf8At(text, i);
+    if (n == 0) return i;
+    i += n;
+  }
+  return std::string_view::npos;
+}
+
+bool WriteLine(const Line& line, bool escaped, std::string& out,
+               std::string* problem) {
+  switch (line.type) {
+    case Line::kDeclaration:
+      out += kDeclaration;
+      if (escaped) out += kTwinMark;
+      return true;
+    case Line::kStylesheet: {
+      out += kStylesheetOpener;
+      std::size_t at = 0;
+      if (!escaped) {
+        out += line.values[0];
+      } else if (!EscapeValue(line.values[0], out, &at)) {
+        *problem = "the stylesheet's path holds " +
+                   Character(line.values[0], at) +
+                   ", which XML 1.0 cannot carry";
+        return false;
+      }
+      out += kStylesheetCloser;
+      return true;
+    }
+    case Line::kDoctype:
+      out += kDoctype;
+      return true;
+    case Line::kRootStart:
+      out += "<AdminObjects>";
+      return true;
+    case Line::kRootEnd:
+      out += "</AdminObjects>";
+      return true;
+    case Line::kEnd:
+      out += "</";
+      out += LayoutOf(line.kind).name;
+      out += '>';
+      return true;
+    case Line::kStart:
+      break;
+  }
+  const Layout& layout = LayoutOf(line.kind);
+  if (layout.attributes.empty()) {
+    out += '<';
+    out += layout.name;
+    out += layout.closer;
+    return true;
+  }
+  out.append(static_cast<std::size_t>(2 * layout.depth), ' ');
+  out += '<';
+  out += layout.name;
+  out += ' ';
+  bool first = true;
+  for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
+    if (!line.Has(static_cast<int>(i))) continue;
+    const Attribute& a = layout.attributes[i];
+    if (!first) out += "\" ";
+    first = false;
+    out += a.name;
+    out += "=\"";
+    std::size_t at = 0;
+    if (!escaped || a.field != Field::kText) {
+      out += line.values[i];
+    } else if (!EscapeValue(line.values[i], out, &at)) {
+      *problem = std::string(layout.name) + " " +
+                 (a.name[0] == ' ' ? a.name + 1 : a.name) + " holds " +
+                 Character(line.values[i], at) + ", which XML 1.0 cannot carry";
+      return false;
+    }
+  }
+  out += layout.closer;
+  return true;
+}
+
+}  // namespace doc
