@@ -305,6 +305,21 @@ TEST_F(StoreUse, GettersFailAfterTheSessionClosesWithoutEnd) {
   EXPECT_EQ(hosts.Count() + projects.Count(), 0);
 }
 
+// The schema refuses a text holding a line break as it is typed.
+TEST(Schema, RefusesALineBreakInAText) {
+  const std::string path = OutputPath("line-break.db");
+  MakeStore(path, {});
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  for (const char* sql :
+       {"INSERT INTO host VALUES (x'01', 'a' || char(10), NULL, NULL)",
+        "INSERT INTO project VALUES (x'02', 'b' || char(13))"})
+    EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr),
+              SQLITE_CONSTRAINT)
+        << sql;
+  sqlite3_close(db);
+}
+
 TEST_F(StoreUse, NoLocalSiteIsNoFailure) {
   path = OutputPath("no-local.db");
   MakeStore(path, {"INSERT INTO host VALUES (x'01', 'h', '', '');"});

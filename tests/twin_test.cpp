@@ -198,6 +198,36 @@ TEST(Report, FromAnIllFormedDocumentInChromium) {
     EXPECT_NE(shown.out.find(name), std::string::npos) << name;
 }
 
+// Inputs without end or without form end at once, in bounded memory: one
+// endless line, random bytes, ten million empty lines.
+TEST(Command, EndlessInputsEndWithinSeconds) {
+  const std::string empty = OutputPath("empty-lines.xml");
+  WriteFile(empty, std::string(10000000, '\n'));
+  const struct {
+    std::string file;
+    int status;
+    std::string last;  // the last line of standard error
+  } cases[] = {
+      {"/dev/zero", 1,
+       "/dev/zero:1: a line longer than 256 MiB: not a document the exporter "
+       "writes\n"},
+      {"/dev/urandom", 1,
+       "/dev/urandom: 100 problems: not a document the exporter writes; "
+       "stopped\n"},
+      {empty, 1,
+       empty + ": 100 problems: not a document the exporter writes; "
+               "stopped\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    const RunResult run = test_support::Run(
+        "timeout", {"60", VANTREL_DOC_BINARY, "check", c.file}, {});
+    EXPECT_EQ(run.status, c.status);
+    const std::size_t at = run.err.rfind('\n', run.err.size() - 2);
+    EXPECT_EQ(run.err.substr(at == std::string::npos ? 0 : at + 1), c.last);
+  }
+}
+
 TEST(Command, TheUsualCommandLine) {
   const std::string nosuch = OutputPath("nosuch.xml");
   std::remove(nosuch.c_str());
@@ -212,6 +242,16 @@ TEST(Command, TheUsualCommandLine) {
       {{}, 2, "", "usage: vantrel-doc check DOC\n"},
       {{"check"}, 2, "", "usage: vantrel-doc check DOC\n"},
       {{"check", nosuch},
+       2,
+       "",
+       "vantrel-doc: " + nosuch + ": No such file or directory\n"},
+      // A name holding a line break cannot forge a line of its own.
+      {{"check", OutputPath("a\nb.xml")},
+       2,
+       "",
+       "vantrel-doc: " + OutputPath("a\\x0Ab.xml") +
+           ": No such file or directory\n"},
+      {{"load", nosuch, OutputPath("from-nothing.db")},
        2,
        "",
        "vantrel-doc: " + nosuch + ": No such file or directory\n"},
@@ -237,6 +277,7 @@ TEST(Command, TheUsualCommandLine) {
     EXPECT_EQ(run.out.substr(0, c.out.size()), c.out);
     EXPECT_EQ(run.err.substr(0, c.err.size()), c.err);
   }
+  EXPECT_FALSE(test_support::FileExists(OutputPath("from-nothing.db")));
   // "-": the document from standard input, the twin to standard output.
   const RunResult piped =
       test_support::Run("sh",
