@@ -9,7 +9,6 @@
 #include <iostream>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <ostream>
 #include <set>
 #include <sstream>
@@ -47,14 +46,6 @@ struct Wants {
   std::string exported;
 };
 
-// The owner's oid of a row of an object table, or "" for a list of its own.
-std::string OwnerOf(const Wanted& row) {
-  const std::string table = row.table;
-  const bool child = table == "data_domain" || table == "business_domain" ||
-                     table == "capture_status" || table == "apply_status";
-  return child ? row.values[1].bytes : std::string();
-}
-
 // Gathers the rows of each element as the document is walked.
 class Gatherer : public doc::Visitor {
  public:
@@ -80,7 +71,9 @@ class Gatherer : public doc::Visitor {
             wants_.byOid[owned[0].bytes] = wants_.rows.size();
             wants_.rows.push_back({table, std::move(owned)});
             const Wanted& row = wants_.rows.back();
-            wants_.lists[{table, OwnerOf(row)}].push_back(row.values[0].bytes);
+            // A list is its table's, under the element's parent.
+            wants_.lists[{table, W::Oid(place.parent).bytes}].push_back(
+                row.values[0].bytes);
           }
           return true;
         });
@@ -265,7 +258,6 @@ void Apply(sqlite3* db, const Wants& wants, Change& change) {
       ++change.changed;
     }
     for (std::int64_t rowid : gone) {
-      W::Value none;
       change.Run("DELETE FROM \"" + t + "\" WHERE rowid = ?", {}, rowid, true);
       ++change.removed;
     }
