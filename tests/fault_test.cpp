@@ -9,11 +9,16 @@
 // Plan:
 //   Faults  every allocation (SQLite's and the program's) and every read of
 //           an export failing in turn
+//   Load    SQLite's allocations and writes failing during vantrel-doc load:
+//           a whole store that exports the document, or none and no partial
+//           file; the store and its directory written to the disk
 //   Apply   the same faults during vantrel-doc apply (every few allocations,
 //           every read and write): each run leaves the store exporting the
 //           document before or the one after, and says why it failed
 //   Files   the store is only ever opened read-only
 #include <sqlite3.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -51,6 +56,13 @@ void* FaultRealloc(void* p, int n) {
 }
 
 }  // namespace
+
+// The fsyncs of the program, counted.
+long fsyncs = 0;
+extern "C" int fsync(int fd) {
+  ++fsyncs;
+  return static_cast<int>(::syscall(SYS_fsync, fd));
+}
 
 // The program's own allocations, failing when the plan says so. Only the
 // throwing forms fail: a nothrow caller handles null itself.
@@ -242,6 +254,73 @@ TEST(Faults, EveryAllocationAndEveryReadOfAnExport) {
   RecordProperty("allocationPoints", static_cast<int>(allocationPoints));
   RecordProperty("cxxAllocationPoints", static_cast<int>(cxxPoints));
   RecordProperty("readPoints", static_cast<int>(readPoints));
+}
+
+// Runs vantrel-doc with args in process, its output to files; the status
+// and standard error.
+std::pair<int, std::string> DocMain(std::vector<std::string> args) {
+  int rc;
+  {
+    std::filebuf out, err;
+    out.open(OutputPath("fault-doc.out"), std::ios::out | std::ios::trunc);
+    err.open(OutputPath("fault-doc.err"), std::ios::out | std::ios::trunc);
+    std::streambuf* savedOut = std::cout.rdbuf(&out);
+    std::streambuf* savedErr = std::cerr.rdbuf(&err);
+    std::vector<char*> argv;
+    static char program[] = "vantrel-doc";
+    argv.push_back(program);
+    for (std::string& a : args) argv.push_back(&a[0]);
+    argv.push_back(nullptr);
+    rc = VantrelDocMain(static_cast<int>(argv.size() - 1), argv.data());
+    std::cout.rdbuf(savedOut);
+    std::cerr.rdbuf(savedErr);
+  }
+  return {rc, ReadFile(OutputPath("fault-doc.err"))};
+}
+
+TEST(Load, EveryFaultLeavesAWholeStoreOrNone) {
+  const std::string doc = DataPath("full.xml");
+  const std::string store = OutputPath("fault-load.db");
+  const struct {
+    const char* name;
+    Plan* plan;
+    long stride;
+  } sweeps[] = {{"writes", &writes, 1},
+                {"SQLite allocations", &allocations, 3}};
+  for (const auto& sweep : sweeps) {
+    long points = 0;
+    for (long n = 1;; n += sweep.stride) {
+      std::remove(store.c_str());
+      *sweep.plan = Plan{n, 0};
+      const auto [rc, err] = DocMain({"load", doc, store});
+      const bool hit = sweep.plan->seen >= n;
+      *sweep.plan = Plan{};
+      if (rc == 0) {
+        EXPECT_TRUE(Export(store, reads, 0).doc == ReadFile(doc))
+            << sweep.name << " " << n;
+      } else {
+        EXPECT_NE(err, "") << sweep.name << " " << n;
+        EXPECT_FALSE(test_support::FileExists(store)) << sweep.name << " " << n;
+      }
+      for (const std::string& name :
+           test_support::ListDirectory(OutputPath("")))
+        EXPECT_EQ(name.find("fault-load.db.partial-"), std::string::npos)
+            << sweep.name << " " << n;
+      if (!hit) break;
+      ++points;
+    }
+    std::cout << sweep.name << ": " << points << " points\n";
+    EXPECT_GT(points, 5) << sweep.name;
+  }
+  // The store, then its name in its directory, reach the disk before load
+  // says it is done.
+  std::remove(store.c_str());
+  fsyncs = 0;
+  ASSERT_EQ(DocMain({"load", doc, store}).first, 0);
+  EXPECT_GE(fsyncs, 2);
+  fsyncs = 0;
+  ASSERT_EQ(DocMain({"xml", doc, OutputPath("fault-twin.xml")}).first, 0);
+  EXPECT_GE(fsyncs, 2);
 }
 
 // One apply of wanted to a fresh copy of store, in process as the tool runs
