@@ -473,10 +473,10 @@ bool ReadElement(std::string_view text, Kind kind, Line& line,
 
 }  // namespace
 
-const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
+const char kDeclarationLine[] = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
 const char kStylesheetOpener[] = "<?xml-stylesheet type=\"text/xsl\" href=\"";
 const char kStylesheetCloser[] = "\" ?>";
-const char kDoctype[] = "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >";
+const char kDoctypeLine[] = "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >";
 
 const Layout& LayoutOf(Kind kind) { return kLayouts[kind]; }
 
@@ -515,8 +515,8 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason,
   line.kind = kKindCount;
   line.values.clear();
   line.present = 0;
-  if (text == kDeclaration) return line.type = Line::kDeclaration, true;
-  if (text == kDoctype) return line.type = Line::kDoctype, true;
+  if (text == kDeclarationLine) return line.type = Line::kDeclaration, true;
+  if (text == kDoctypeLine) return line.type = Line::kDoctype, true;
   if (text == "<AdminObjects>") return line.type = Line::kRootStart, true;
   if (text == "</AdminObjects>") return line.type = Line::kRootEnd, true;
   const std::size_t opener = std::strlen(kStylesheetOpener);

@@ -66,10 +66,10 @@ struct Layout {
 
 // The prologue's lines as the exporter writes them; the stylesheet's path
 // stands between its opener and its closer.
-extern const char kDeclaration[];
+extern const char kDeclarationLine[];
 extern const char kStylesheetOpener[];
 extern const char kStylesheetCloser[];
-extern const char kDoctype[];
+extern const char kDoctypeLine[];
 
 // The layout of kind.
 const Layout& LayoutOf(Kind kind);

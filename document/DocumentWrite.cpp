@@ -117,7 +117,7 @@ bool WriteLine(const Line& line, bool escaped, std::string& out,
                std::string* problem) {
   switch (line.type) {
     case Line::kDeclaration:
-      out += kDeclaration;
+      out += kDeclarationLine;
       if (escaped) out += kTwinMark;
       return true;
     case Line::kStylesheet: {
@@ -135,7 +135,7 @@ bool WriteLine(const Line& line, bool escaped, std::string& out,
       return true;
     }
     case Line::kDoctype:
-      out += kDoctype;
+      out += kDoctypeLine;
       return true;
     case Line::kRootStart:
       out += "<AdminObjects>";
