@@ -34,13 +34,10 @@ class BufferedStream {
 // Writes the configuration as one JSON object as the document is walked,
 // through RapidJSON's streaming writer: nothing is held but the element at
 // hand. Strings must be UTF-8; a value that is not is a problem of its line.
-class JsonWriter : public doc::Visitor {
+class JsonWriter : public ReportingWriter {
  public:
-  JsonWriter(Output& output, const std::string& file, Checker*& checker)
-      : output_(output),
-        file_(file),
-        checker_(checker),
-        stream_(output.Stream()) {
+  JsonWriter(Output& output, const std::string& file)
+      : output_(output), file_(file), stream_(output.Stream()) {
     Begin();
   }
   void Element(const doc::Line& line, std::size_t n,
@@ -92,7 +89,6 @@ class JsonWriter : public doc::Visitor {
       stream_.Flush();
     }
   }
-  void Problem(std::size_t, const std::string&) override {}
   void Restart() override {
     std::string error;
     stream_.Clear();
@@ -119,7 +115,6 @@ class JsonWriter : public doc::Visitor {
   }
   Output& output_;
   std::string file_;
-  Checker*& checker_;
   BufferedStream stream_;
   rapidjson::Writer<BufferedStream, rapidjson::UTF8<>, rapidjson::UTF8<>,
                     rapidjson::CrtAllocator,
@@ -131,30 +126,11 @@ class JsonWriter : public doc::Visitor {
 
 int DocJson(const std::string& file, const std::string& output,
             std::ostream& out, std::ostream& err) {
-  Output json;
-  std::string error;
-  if (!json.Open(output, &error)) {
-    err << "vantrel-doc: cannot write " << Shown(output) << ": " << error
-        << "\n";
-    return 2;
-  }
-  Checker* reporter = nullptr;
-  JsonWriter writer(json, file == "-" ? "<stdin>" : file, reporter);
-  Checker checker(file, err, &writer, false);
-  reporter = &checker;
-  if (!checker.Run()) return 2;
-  if (checker.Problems()) {
-    err << "vantrel-doc: " << Shown(file)
-        << " is refused: no JSON was written\n";
-    return 1;
-  }
-  if (!json.Commit(&error)) {
-    err << "vantrel-doc: cannot write " << Shown(output) << ": " << error
-        << "\n";
-    return 2;
-  }
-  if (output != "-")
-    out << Shown(output) << ": the configuration of " << Shown(file)
-        << " as JSON\n";
-  return 0;
+  const std::string name = file == "-" ? "<stdin>" : file;
+  return CopyDocument(
+      file, output,
+      [&](Output& json) -> std::unique_ptr<ReportingWriter> {
+        return std::make_unique<JsonWriter>(json, name);
+      },
+      {"the configuration of ", " as JSON", "no JSON was written"}, out, err);
 }

@@ -7,29 +7,13 @@
 
 int DocXml(const std::string& file, const std::string& output,
            std::ostream& out, std::ostream& err) {
-  Output twin;
-  std::string error;
-  if (!twin.Open(output, &error)) {
-    err << "vantrel-doc: cannot write " << Shown(output) << ": " << error
-        << "\n";
-    return 2;
-  }
-  TwinWriter writer(twin.Stream(),
-                    [&](std::string* reason) { return twin.Rewind(reason); });
-  Checker checker(file, err, &writer, false);
-  writer.ReportTo(&checker);
-  if (!checker.Run()) return 2;
-  if (checker.Problems()) {
-    err << "vantrel-doc: " << Shown(file)
-        << " is refused: no well-formed copy was written\n";
-    return 1;
-  }
-  if (!twin.Commit(&error)) {
-    err << "vantrel-doc: cannot write " << Shown(output) << ": " << error
-        << "\n";
-    return 2;
-  }
-  if (output != "-")
-    out << Shown(output) << ": the well-formed copy of " << Shown(file) << "\n";
-  return 0;
+  return CopyDocument(
+      file, output,
+      [](Output& twin) -> std::unique_ptr<ReportingWriter> {
+        return std::make_unique<TwinWriter>(
+            twin.Stream(),
+            [&twin](std::string* reason) { return twin.Rewind(reason); });
+      },
+      {"the well-formed copy of ", "", "no well-formed copy was written"}, out,
+      err);
 }

@@ -9,22 +9,17 @@
 #include "Checker.h"
 #include "DocumentWrite.h"
 
-class TwinWriter : public doc::Visitor {
+class TwinWriter : public ReportingWriter {
  public:
   // Writes to stream; rewind empties what was written, for a walk that
   // starts again (false with the reason in its argument).
   TwinWriter(std::ostream& stream, std::function<bool(std::string*)> rewind)
       : stream_(stream), rewind_(std::move(rewind)) {}
-  // Where a value that XML cannot carry is reported, as a problem of its
-  // line.
-  void ReportTo(Checker* checker) { checker_ = checker; }
-
   void Element(const doc::Line& line, std::size_t n,
                const doc::Place&) override {
     Write(line, n);
   }
   void Other(const doc::Line& line, std::size_t n) override { Write(line, n); }
-  void Problem(std::size_t, const std::string&) override {}
   void Restart() override {
     std::string error;
     if (!rewind_(&error)) checker_->Problem(0, error);
@@ -41,6 +36,5 @@ class TwinWriter : public doc::Visitor {
   }
   std::ostream& stream_;
   std::function<bool(std::string*)> rewind_;
-  Checker* checker_ = nullptr;
   std::string text_;
 };
