@@ -615,4 +615,14 @@ bool Reader::Next(std::string_view& text) {
   }
 }
 
+bool StartsLikeDocument(std::string_view head) {
+  if (head.empty()) return true;
+  // The declaration first, then within a few lines the document type or
+  // element: a store, or any other file, never begins so.
+  if (head.substr(0, 5) != "<?xml" && head.substr(0, 8) != "\xEF\xBB\xBF<?xml")
+    return false;
+  return head.find("<!DOCTYPE AdminObjects") != std::string_view::npos ||
+         head.find("<AdminObjects") != std::string_view::npos;
+}
+
 }  // namespace doc

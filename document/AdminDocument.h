@@ -112,6 +112,11 @@ int AttributeIndex(Kind kind, std::string_view name);
 // blank, Y or N; any text.
 bool ValidValue(Field field, std::string_view value);
 
+// True when head, the first bytes of a file, is empty or begins a
+// document of this format (an export cut short among them): what an archive
+// may replace.
+bool StartsLikeDocument(std::string_view head);
+
 // Splits a list of identifiers ("x0A x0B ") into the identifiers.
 std::vector<std::string_view> Identifiers(std::string_view refs);
 

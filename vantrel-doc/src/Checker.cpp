@@ -47,6 +47,10 @@ std::string Shown(const std::string& file) {
   return file == "-" ? "<stdin>" : vantrel::Escaped(file);
 }
 
+std::string ShownOutput(const std::string& file) {
+  return file == "-" ? "<stdout>" : vantrel::Escaped(file);
+}
+
 namespace {
 
 // The size of file, or 0 when it cannot be told.
@@ -170,7 +174,7 @@ int CopyDocument(
   Output copy;
   std::string error;
   const auto cannotWrite = [&] {
-    err << "vantrel-doc: cannot write " << Shown(output) << ": " << error
+    err << "vantrel-doc: cannot write " << ShownOutput(output) << ": " << error
         << "\n";
     return 2;
   };

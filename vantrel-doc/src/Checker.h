@@ -48,6 +48,8 @@ constexpr std::size_t kMaxProblems = 100;
 
 // A file name as diagnostics show it, escaped.
 std::string Shown(const std::string& file);
+// An output's name as diagnostics show it ("-" is standard output).
+std::string ShownOutput(const std::string& file);
 
 class Checker : public doc::Visitor {
  public:

@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "AdminDocument.h"
 #include "Checker.h"
 #include "KivAdmin.h"
 #include "Output.h"
@@ -59,8 +60,11 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
   if (file == "-") return failed("an archive is a file");
   Output archive;
   std::string error;
-  if (!archive.Open(file, &error)) return failed(error);
-  std::ofstream& document = *archive.File();
+  // An archive is a file, and only an archive (or an empty file) is
+  // replaced: a store named by mistake stays as it was.
+  if (!archive.Open(file, &error, true, doc::StartsLikeDocument))
+    return failed(error);
+  std::ofstream& document = archive.Stream();
   indent = 0;
   iXSL = 0;
   // The exporter tells its own chain of messages on standard error.

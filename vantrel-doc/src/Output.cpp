@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,20 +9,54 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
+#include "Escape.h"
 #include "Files.h"
 
 namespace {
 
 std::atomic<const char*> partialFile{nullptr};
 
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
+
 void OnSignal(int signal) {
   // Only what is safe in a signal handler: unlink, then the default action.
   if (const char* path = partialFile.load()) ::unlink(path);
   ::signal(signal, SIG_DFL);
   ::raise(signal);
+}
+
+std::string Reason(int error) { return std::strerror(error ? error : EIO); }
+
+// The file that path names once its symbolic links are followed (a link
+// to nothing names the file it would create); "" with errno set for a loop.
+std::string Followed(std::string path) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+    char target[PATH_MAX];
+    const ssize_t size = ::readlink(path.c_str(), target, sizeof target - 1);
+    if (size < 0) return std::string();
+    const std::string to(target, static_cast<std::size_t>(size));
+    path = to[0] == '/' ? to : vantrel::DirectoryOf(path) + "/" + to;
+  }
+  errno = ELOOP;
+  return std::string();
+}
+
+// Writes all of size bytes to fd; false with errno set.
+bool WriteAll(int fd, const char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t put = ::write(fd, bytes, size);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return false;
+    bytes += put;
+    size -= static_cast<std::size_t>(put);
+  }
+  return true;
 }
 
 }  // namespace
@@ -31,7 +66,7 @@ void SetPartialFile(const char* path) { partialFile.store(path); }
 HeldSignals::HeldSignals() {
   sigset_t held;
   sigemptyset(&held);
-  for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&held, signal);
+  for (int signal : kSignals) sigaddset(&held, signal);
   ::sigprocmask(SIG_BLOCK, &held, &saved_);
 }
 
@@ -41,70 +76,182 @@ void RemovePartialFilesOnSignals() {
   struct sigaction action {};
   action.sa_handler = OnSignal;
   sigemptyset(&action.sa_mask);
-  for (int signal : {SIGINT, SIGTERM, SIGHUP})
-    ::sigaction(signal, &action, nullptr);
+  for (int signal : kSignals) ::sigaction(signal, &action, nullptr);
+}
+
+std::string TemporaryDirectory() {
+  const char* dir = std::getenv("TMPDIR");
+  return dir && *dir ? dir : "/tmp";
 }
 
 Output::~Output() {
+  if (direct_ > STDERR_FILENO) ::close(direct_);
   if (partial_.empty()) return;
   SetPartialFile(nullptr);
   file_.close();
   std::remove(partial_.c_str());
 }
 
-bool Output::Open(const std::string& path, std::string* error) {
+bool Output::Open(const std::string& path, std::string* error, bool regularOnly,
+                  const Replaceable& replaceable) {
+  struct stat old {};
+  bool existed = false;
   if (path == "-") {
-    toStdout_ = true;
-    return true;
+    if (regularOnly) {
+      *error = "not a regular file";
+      return false;
+    }
+    direct_ = STDOUT_FILENO;
+  } else {
+    // The kernel follows the links to what is written (a link of /proc to
+    // a pipe among them); a regular file's links are followed here, so that
+    // the rename replaces the file and the links stay.
+    existed = ::stat(path.c_str(), &old) == 0;
+    if (existed && S_ISDIR(old.st_mode)) {
+      *error = Reason(EISDIR);
+      return false;
+    }
+    if (existed && !S_ISREG(old.st_mode)) {
+      if (regularOnly) {
+        *error = "not a regular file";
+        return false;
+      }
+      // A FIFO with no reader would block here, as a redirection does.
+      direct_ = ::open(path.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+      if (direct_ < 0) {
+        *error = Reason(errno);
+        return false;
+      }
+    } else {
+      path_ = Followed(path);
+      if (path_.empty()) {
+        *error = Reason(errno);
+        return false;
+      }
+    }
   }
-  path_ = path;
+  if (existed && direct_ < 0 && replaceable) {
+    char head[4096];
+    const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    const ssize_t got = fd < 0 ? -1 : ::read(fd, head, sizeof head);
+    if (fd >= 0) ::close(fd);
+    if (got < 0) {
+      *error = Reason(errno);
+      return false;
+    }
+    if (!replaceable(std::string_view(head, static_cast<std::size_t>(got)))) {
+      *error = "it is not a document of this tool, which alone it replaces";
+      return false;
+    }
+  }
+
   const HeldSignals held;
-  std::string partial = path + ".partial-XXXXXX";
+  std::string partial = direct_ >= 0
+                            ? TemporaryDirectory() + "/vantrel-doc-XXXXXX"
+                            : path_ + ".partial-XXXXXX";
   const int fd = ::mkstemp(&partial[0]);
   if (fd < 0) {
-    *error = std::strerror(errno);
+    *error = Reason(errno);
+    if (direct_ >= 0)
+      *error = "cannot create a file in the temporary directory " +
+               vantrel::Escaped(TemporaryDirectory()) + ": " + *error;
     return false;
   }
-  // The mode of any file a tool creates.
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  ::fchmod(fd, 0666 & ~mask);
-  ::close(fd);
   partial_ = partial;
   SetPartialFile(partial_.c_str());
+  // A replaced file keeps its owner, group and mode (set in that order: a
+  // new owner clears the set-id bits); a new one has the mode of any file a
+  // tool creates.
+  bool moded;
+  if (existed && direct_ < 0) {
+    if (old.st_uid != ::geteuid() || old.st_gid != ::getegid())
+      (void)::fchown(fd, old.st_uid, old.st_gid);  // where it may
+    moded = ::fchmod(fd, old.st_mode & 07777) == 0;
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    moded = ::fchmod(fd, direct_ >= 0 ? 0600 : 0666 & ~mask) == 0;
+  }
+  const int saved = errno;
+  ::close(fd);
+  if (!moded) {
+    *error = Reason(saved);
+    return false;
+  }
   file_.open(partial_, std::ios::binary | std::ios::trunc);
   if (!file_) {
-    *error = std::strerror(errno);
+    *error = Reason(errno);
     return false;
   }
   return true;
 }
 
 bool Output::Rewind(std::string* error) {
-  if (toStdout_) {
-    *error = "standard output cannot be written again";
-    return false;
-  }
   file_.close();
   file_.open(partial_, std::ios::binary | std::ios::trunc);
-  if (!file_) *error = std::strerror(errno);
+  if (!file_) *error = Reason(errno);
   return static_cast<bool>(file_);
 }
 
 bool Output::Commit(std::string* error) {
-  if (toStdout_) {
-    std::cout.flush();
-    if (!std::cout) *error = std::strerror(errno ? errno : EIO);
-    return static_cast<bool>(std::cout);
-  }
+  errno = 0;
   file_.close();
-  if (file_.fail() || !vantrel::Sync(partial_) ||
-      ::rename(partial_.c_str(), path_.c_str()) != 0) {
-    *error = std::strerror(errno ? errno : EIO);
+  if (file_.fail()) {
+    *error = Reason(errno);
     return false;
   }
+  const bool done = direct_ >= 0 ? CommitSpool(error) : CommitFile(error);
+  if (!done) return false;
   SetPartialFile(nullptr);
   partial_.clear();
-  vantrel::Sync(vantrel::DirectoryOf(path_));
+  return true;
+}
+
+bool Output::CommitFile(std::string* error) {
+  if (!vantrel::Sync(partial_) ||
+      ::rename(partial_.c_str(), path_.c_str()) != 0) {
+    *error = Reason(errno);
+    return false;
+  }
+  if (!vantrel::Sync(vantrel::DirectoryOf(path_))) {
+    // The file has its name; only its directory's entry may not be on the
+    // disk yet.
+    *error = "the directory " + vantrel::Escaped(vantrel::DirectoryOf(path_)) +
+             " cannot be written to the disk: " + Reason(errno);
+    partial_.clear();
+    return false;
+  }
+  return true;
+}
+
+bool Output::CommitSpool(std::string* error) {
+  // What the command wrote on standard output before goes first.
+  if (direct_ == STDOUT_FILENO) std::cout.flush();
+  const int fd = ::open(partial_.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    *error = Reason(errno);
+    return false;
+  }
+  char block[1 << 16];
+  bool copied = true;
+  for (;;) {
+    const ssize_t got = ::read(fd, block, sizeof block);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      copied = got == 0;
+      break;
+    }
+    if (!WriteAll(direct_, block, static_cast<std::size_t>(got))) {
+      copied = false;
+      break;
+    }
+  }
+  const int saved = errno;
+  ::close(fd);
+  if (!copied) {
+    *error = Reason(saved);
+    return false;
+  }
+  std::remove(partial_.c_str());
   return true;
 }

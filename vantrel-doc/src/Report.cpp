@@ -145,7 +145,7 @@ int DocReport(const std::string& file, const std::string& output,
   Output page;
   if (!page.Open(output, &error) || !(page.Stream() << html) ||
       !page.Commit(&error)) {
-    err << "vantrel-doc: cannot write " << Shown(output) << ": " << error
+    err << "vantrel-doc: cannot write " << ShownOutput(output) << ": " << error
         << "\n";
     return 2;
   }
