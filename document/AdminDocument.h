@@ -112,6 +112,10 @@ int AttributeIndex(Kind kind, std::string_view name);
 // blank, Y or N; any text.
 bool ValidValue(Field field, std::string_view value);
 
+// The largest document read, standard input among them: far above the
+// document of any administration, and a bound for an endless input.
+constexpr std::uint64_t kMaxDocumentBytes = std::uint64_t{2} << 30;
+
 // True when head, the first bytes of a file, is empty or begins a
 // document of this format (an export cut short among them): what an archive
 // may replace.

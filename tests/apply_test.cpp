@@ -11,9 +11,17 @@
 //              server, media paths, NULL texts
 //   Unchanged  a dry run, a stale --base, a refused document, a store the
 //              exporter refuses: the store byte for byte as it was
-//   Killed     SIGKILL at several moments of a large apply: the store
-//              exports the document before or the one after
+//   Guarded    an apply waits for a writer and reads what it wrote; a store
+//              renamed over during the apply is not claimed; a stylesheet
+//              instruction is not configuration
+//   Killed     SIGKILL, SIGTERM, SIGINT and SIGHUP at several moments of a
+//              large apply, before and during its writes: the store exports
+//              the document before or the one after, through vantrel-doc
+//              export at once and then through the exporter; a signal that
+//              is caught leaves no journal, and nothing is left in TMPDIR
 #include <signal.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -163,6 +171,35 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   WriteFile(cut, ReadFile(wanted).substr(0, 900));
   const std::string refusedStore =
       Store("apply-refused", {full, "PRAGMA user_version = 3;"});
+  const std::string triggered = Store(
+      "apply-trigger",
+      {full,
+       "CREATE TRIGGER audit AFTER UPDATE ON extern_site BEGIN UPDATE host SET "
+       "name = 'audited'; END; CREATE VIEW hosts AS SELECT name FROM host;"});
+  // A media the store keeps, whose identifier the document gives a host.
+  const std::string mediaStore =
+      Store("apply-media", {full, "INSERT INTO media VALUES (x'0A09', NULL);"});
+  const std::string takesMedia = OutputPath("apply-takes-media.xml");
+  WriteFile(takesMedia,
+            Exported(Store("apply-takes-media",
+                           {full,
+                            "INSERT INTO host VALUES (x'0A09', 'gamma', "
+                            "'', '');"})));
+  const std::string directory = OutputPath(""), missing = OutputPath("no.xml");
+  // A column of numbers: the name the document gives is stored as another
+  // value, which only the verification before the commit can see.
+  const std::string numeric = Store(
+      "apply-numeric",
+      {full,
+       "ALTER TABLE host RENAME TO old_host; CREATE TABLE host (oid BLOB "
+       "PRIMARY KEY NOT NULL, name INTEGER, os_type TEXT, os_version TEXT); "
+       "INSERT INTO host SELECT * FROM old_host; DROP TABLE old_host;"});
+  const std::string numbered = OutputPath("apply-numbered.xml");
+  WriteFile(numbered,
+            Exported(Store("apply-numbered",
+                           {full,
+                            "UPDATE host SET name = '0123' WHERE oid = "
+                            "x'0A02';"})));
   const struct {
     const char* name;
     std::vector<std::string> args;
@@ -182,6 +219,48 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        store,
        1,
        "vantrel-doc: " + cut + " is refused by check; " + store +
+           " was not changed\n"},
+      {"a base that is a directory",
+       {"apply", "--base", directory, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot read " + directory + ": Is a directory; " + store +
+           " was not changed\n"},
+      {"a base that is a device",
+       {"apply", "--base", "/dev/zero", wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot read /dev/zero: not a regular file; " + store +
+           " was not changed\n"},
+      {"a missing base",
+       {"apply", "--base", missing, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot read " + missing + ": No such file or directory; " +
+           store + " was not changed\n"},
+      {"a store with a trigger and a view",
+       {"apply", wanted, triggered},
+       triggered,
+       2,
+       "vantrel-doc: " + triggered +
+           " holds what its schema does not define (trigger audit, view "
+           "hosts): apply writes only a store of the schema; " +
+           triggered + " was not changed\n"},
+      {"a kept media whose identifier the document gives a host",
+       {"apply", takesMedia, mediaStore},
+       mediaStore,
+       1,
+       "vantrel-doc: the store's media x0A09 is kept by apply, and " +
+           takesMedia +
+           " gives its identifier to a HOST: remove the media row or change "
+           "the document; " +
+           mediaStore + " was not changed\n"},
+      {"a store that would not export the document",
+       {"apply", numbered, numeric},
+       numeric,
+       2,
+       "vantrel-doc: after the change " + numeric + " would not export " +
+           numbered + " (a fault of vantrel-doc apply); " + numeric +
            " was not changed\n"},
       {"a store the exporter refuses",
        {"apply", wanted, refusedStore},
@@ -213,6 +292,96 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
 }
 
+// Runs vantrel-doc with args in a child of its own; returns its pid.
+pid_t Start(const std::vector<std::string>& args) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::freopen("/dev/null", "w", stdout);
+    ::freopen("/dev/null", "w", stderr);
+    std::vector<char*> argv = {const_cast<char*>(VANTREL_DOC_BINARY)};
+    for (const std::string& a : args)
+      argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    ::execv(VANTREL_DOC_BINARY, argv.data());
+    ::_exit(127);
+  }
+  return child;
+}
+
+// The exit status of child, or -1 when a signal ended it.
+int Wait(pid_t child) {
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// An apply waits for a writer at work, then reads what it wrote: the
+// writer's change is not lost under the apply's.
+TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string store = Store("apply-waits", {full});
+  const std::string wanted = OutputPath("apply-waits.xml");
+  WriteFile(wanted,
+            Exported(Store("apply-waits-want",
+                           {full, "UPDATE project SET name = 'WANTED';"})));
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  const pid_t apply = Start({"apply", wanted, store});
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  ASSERT_EQ(
+      sqlite3_exec(db, "UPDATE host SET name = 'written meanwhile'; COMMIT",
+                   nullptr, nullptr, nullptr),
+      SQLITE_OK);
+  sqlite3_close(db);
+  EXPECT_EQ(Wait(apply), 0);
+  EXPECT_TRUE(Exported(store) == ReadFile(wanted));
+}
+
+// A store renamed over while an apply writes it: the change went to a
+// file without the name, which is said; the file at the name stays.
+TEST(Guarded, AStoreReplacedDuringTheApplyIsNotClaimed) {
+  const auto projects = [](int count, const char* name) {
+    return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+           "WHERE i < " +
+           std::to_string(count) +
+           ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
+           name + "' || i FROM k;";
+  };
+  const std::string store = Store("apply-replaced", {projects(30000, "p")});
+  const std::string other = Store("apply-other", {projects(10, "other")});
+  const std::string wanted = OutputPath("apply-replaced.xml");
+  WriteFile(wanted, Exported(Store("apply-replaced-want",
+                                   {projects(20000, "renamed")})));
+  const std::string kept = ReadFile(other);
+  const pid_t apply = Start({"apply", wanted, store});
+  const std::string journal = store + "-journal";
+  for (int i = 0; i < 20000 && !test_support::FileExists(journal); ++i)
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  ASSERT_EQ(std::rename(other.c_str(), store.c_str()), 0);
+  EXPECT_EQ(Wait(apply), 2);
+  EXPECT_TRUE(ReadFile(store) == kept);
+}
+
+// A document written with a stylesheet instruction is the same
+// configuration: diff and apply agree that nothing differs.
+TEST(Guarded, AStylesheetInstructionIsNotConfiguration) {
+  const std::string store =
+      Store("apply-styled", {ReadFile(DataPath("full.sql"))});
+  const std::string styled = OutputPath("apply-styled.xml"),
+                    plain = OutputPath("apply-plain.xml");
+  WriteFile(plain, Exported(store));
+  const RunResult exported =
+      test_support::Run(VANTREL_BINARY, {"-f", styled, "-xsl", "admin.xsl"},
+                        {{"KIV_ADMIN_STORE", store}});
+  ASSERT_EQ(exported.status, 0);
+  EXPECT_EQ(Doc({"diff", styled, plain}).status, 0);
+  const RunResult run = Doc({"apply", styled, store});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, store + ": nothing to change\n");
+}
+
 // A large store applied to another, killed at several moments: the store
 // exports one document or the other, never a mix.
 TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
@@ -225,30 +394,78 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
   };
   const std::string before = OutputPath("killed-before.xml"),
                     after = OutputPath("killed-after.xml");
-  const std::string original = Store("killed-original", {projects(30000, "p")});
+  // A small cache: the apply writes the store's file before its commit, as
+  // a large apply does, so that a kill leaves a journal to roll back.
+  const std::string original =
+      Store("killed-original",
+            {projects(30000, "p"), "PRAGMA default_cache_size = 10;"});
   WriteFile(before, Exported(original));
   WriteFile(after,
             Exported(Store("killed-wanted", {projects(20000, "renamed")})));
-  for (int ms : {5, 30, 80, 150, 300}) {
-    SCOPED_TRACE(ms);
-    const std::string store = OutputPath("killed.db");
+  // A moment: a time after the start, or after the first write (the
+  // journal appearing); the signal sent then.
+  const struct {
+    int signal;
+    bool afterFirstWrite;
+    int ms;
+  } moments[] = {
+      {SIGKILL, false, 5}, {SIGKILL, false, 80}, {SIGKILL, true, 0},
+      {SIGKILL, true, 30}, {SIGKILL, true, 90},  {SIGTERM, true, 0},
+      {SIGTERM, true, 40}, {SIGINT, true, 20},   {SIGHUP, false, 60},
+  };
+  const std::string tmp = OutputPath("killed-tmp");
+  ::mkdir(tmp.c_str(), 0700);
+  int midWrite = 0;
+  for (const auto& m : moments) {
+    SCOPED_TRACE(std::to_string(m.signal) + (m.afterFirstWrite ? " +" : " ") +
+                 std::to_string(m.ms) + " ms");
+    const std::string store = OutputPath("killed.db"),
+                      journal = store + "-journal";
     Copy(original, store);
-    std::remove((store + "-journal").c_str());
+    std::remove(journal.c_str());
     const pid_t child = ::fork();
     if (child == 0) {
       ::freopen("/dev/null", "w", stdout);
+      ::freopen("/dev/null", "w", stderr);
+      ::setenv("TMPDIR", tmp.c_str(), 1);
       ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "apply", after.c_str(),
               store.c_str(), static_cast<char*>(nullptr));
       ::_exit(127);
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
-    const std::string now = Exported(store);
+    bool writing = false;
+    for (int i = 0; m.afterFirstWrite && !writing && i < 20000; ++i) {
+      writing = test_support::FileExists(journal);
+      if (!writing) std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(m.ms));
+    const bool killedWriting = test_support::FileExists(journal);
+    ::kill(child, m.signal);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (m.signal != SIGKILL) {
+      // Rolled back as the command unwound: no journal is left, and the
+      // process ended by the signal, or had committed before it.
+      EXPECT_TRUE((WIFSIGNALED(status) && WTERMSIG(status) == m.signal) ||
+                  (WIFEXITED(status) && WEXITSTATUS(status) == 0))
+          << status;
+      EXPECT_FALSE(test_support::FileExists(journal));
+    }
+    // The nightly archive reads it, whatever was left.
+    const std::string archive = OutputPath("killed-archive.xml");
+    std::remove(archive.c_str());
+    const RunResult run = Doc({"export", "-q", store, archive});
+    EXPECT_EQ(run.status, 0) << run.err;
+    const std::string now = ReadFile(archive);
     EXPECT_TRUE(now == ReadFile(before) || now == ReadFile(after))
         << now.size();
+    if (killedWriting && WIFSIGNALED(status) && now == ReadFile(before))
+      ++midWrite;
+    EXPECT_TRUE(Exported(store) == now);
     EXPECT_EQ(Sql(store, "PRAGMA integrity_check"), "ok\n");
+    EXPECT_TRUE(test_support::ListDirectory(tmp).empty());
   }
+  // Most moments stop it during its writes.
+  EXPECT_GE(midWrite, 3);
 }
 
 }  // namespace

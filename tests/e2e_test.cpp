@@ -332,8 +332,8 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
       {"journal", WithHotJournal,
        "an unfinished write left a journal or WAL file beside the store, "
        "which only a process allowed to write the store and its directory "
-       "can recover: open the store once with the sqlite3 shell as such a "
-       "user, then retry"},
+       "can recover: run vantrel-doc export STORE FILE once as such a user "
+       "(it rolls the unfinished write back), then retry"},
       {"version", Strict("PRAGMA user_version = 2;"),
        "store format version 2 is not the supported version 1"},
       {"missing table", Strict("DROP TABLE media;"),

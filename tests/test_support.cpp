@@ -41,7 +41,10 @@ bool FileExists(const std::string& path) {
 std::vector<std::string> ListDirectory(const std::string& directory) {
   std::vector<std::string> names;
   if (DIR* dir = ::opendir(directory.c_str())) {
-    while (const dirent* entry = ::readdir(dir)) names.push_back(entry->d_name);
+    while (const dirent* entry = ::readdir(dir))
+      if (std::string(".") != entry->d_name &&
+          std::string("..") != entry->d_name)
+        names.push_back(entry->d_name);
     ::closedir(dir);
   }
   return names;

@@ -20,7 +20,7 @@ std::string DataPath(const std::string& name);
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text);
 bool FileExists(const std::string& path);
-// The names in directory.
+// The names in directory, without "." and "..".
 std::vector<std::string> ListDirectory(const std::string& directory);
 
 // Creates the store at path (replacing any file there) from the schema and

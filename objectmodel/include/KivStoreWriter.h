@@ -85,3 +85,14 @@ class KivStoreWriter {
 // read, so that a change can be checked before it is committed. db stays
 // the caller's; null ends it. Not for a connection of another thread.
 void KivServeConnection(sqlite3* db);
+
+// Rolls back what a writer killed outright left beside the store at path (a
+// hot journal, a WAL file) by opening the store for writing once, as any
+// writer would on its first read. True when nothing was left or it was
+// rolled back; false with *error set.
+bool KivRecoverStore(const std::string& path, std::string* error);
+
+// The triggers and views of the store that db serves, which its schema
+// never defines ("trigger NAME", "view NAME"): a trigger would write rows of
+// its own during a change, and a change would be committed with them.
+std::vector<std::string> KivForeignSchema(sqlite3* db);

@@ -70,8 +70,8 @@ std::string Reason(sqlite3* db, int rc) {
     case SQLITE_READONLY:
       return "an unfinished write left a journal or WAL file beside the "
              "store, which only a process allowed to write the store and its "
-             "directory can recover: open the store once with the sqlite3 "
-             "shell as such a user, then retry";
+             "directory can recover: run vantrel-doc export STORE FILE once "
+             "as such a user (it rolls the unfinished write back), then retry";
     case SQLITE_NOMEM:
       return "out of memory";
     default:

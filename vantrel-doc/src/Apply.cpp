@@ -1,8 +1,12 @@
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -17,7 +21,9 @@
 #include "Checker.h"
 #include "DocumentRows.h"
 #include "DocumentWrite.h"
+#include "Hex.h"
 #include "KivStoreWriter.h"
+#include "Output.h"
 #include "SdaiSession.h"
 #include "Vantrel.h"
 #include "VantrelDoc.h"
@@ -26,10 +32,49 @@ namespace {
 
 using W = KivStoreWriter;
 
+// The connection that an apply writes through, interrupted by a signal.
+std::atomic<sqlite3*> interruptible{nullptr};
+volatile std::sig_atomic_t caught = 0;
+
+void OnApplySignal(int signal) {
+  // Only what is safe in a signal handler: a flag, and SQLite's interrupt,
+  // which sets one of its own.
+  caught = signal;
+  if (sqlite3* db = interruptible.load()) sqlite3_interrupt(db);
+}
+
+// While it lives, SIGINT, SIGTERM and SIGHUP stop the apply where it
+// stands: the transaction is rolled back and its files closed as the
+// command unwinds, then the process ends by the signal.
+class Interruption {
+ public:
+  Interruption() {
+    struct sigaction action {};
+    action.sa_handler = OnApplySignal;
+    sigemptyset(&action.sa_mask);
+    for (std::size_t i = 0; i < 3; ++i)
+      ::sigaction(kSignals[i], &action, &saved_[i]);
+  }
+  ~Interruption() {
+    interruptible.store(nullptr);
+    for (std::size_t i = 0; i < 3; ++i)
+      ::sigaction(kSignals[i], &saved_[i], nullptr);
+    if (caught) ::raise(caught);
+  }
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+  static bool Caught() { return caught != 0; }
+
+ private:
+  static constexpr int kSignals[3] = {SIGINT, SIGTERM, SIGHUP};
+  struct sigaction saved_[3];
+};
+
 // A row that the document gives a table, its texts owned.
 struct Wanted {
   const char* table;
   std::vector<W::Value> values;
+  doc::Kind kind;  // of the element it comes from
 };
 
 // The rows the document wants, as load would make them: objects by oid,
@@ -50,7 +95,11 @@ struct Wants {
 class Gatherer : public doc::Visitor {
  public:
   explicit Gatherer(Wants& wants) : wants_(wants) {}
-  void Other(const doc::Line& line, std::size_t) override { Write(line); }
+  // A stylesheet instruction is how a document is shown, not configuration:
+  // the store's export never has one.
+  void Other(const doc::Line& line, std::size_t) override {
+    if (line.type != doc::Line::kStylesheet) Write(line);
+  }
   void Element(const doc::Line& line, std::size_t,
                const doc::Place& place) override {
     Write(line);
@@ -69,7 +118,7 @@ class Gatherer : public doc::Visitor {
             wants_.links[{table, owned[0].bytes}].push_back(owned[1].bytes);
           } else {
             wants_.byOid[owned[0].bytes] = wants_.rows.size();
-            wants_.rows.push_back({table, std::move(owned)});
+            wants_.rows.push_back({table, std::move(owned), line.kind});
             const Wanted& row = wants_.rows.back();
             // A list is its table's, under the element's parent.
             wants_.lists[{table, W::Oid(place.parent).bytes}].push_back(
@@ -159,6 +208,7 @@ class Change {
   // changed.
   int Run(const std::string& sql, const std::vector<W::Value>& values = {},
           std::int64_t last = 0, bool bindLast = false) {
+    if (caught) throw Failure{"interrupted"};
     sqlite3_stmt*& stmt = statements_[sql];
     if (!stmt &&
         sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT,
@@ -328,6 +378,19 @@ void Apply(sqlite3* db, const Wants& wants, Change& change) {
   }
 }
 
+// The oids of the store's media rows that apply keeps (the document does
+// not name them) while the document gives them to objects of its own.
+std::vector<std::string> KeptMedia(sqlite3* db, const Wants& wants) {
+  std::vector<std::string> found;
+  Rows rows(db, "SELECT oid FROM media");
+  while (rows.Next()) {
+    std::string oid = rows.Blob(0);
+    if (wants.byOid.count(oid) && !wants.media.count(oid))
+      found.push_back(std::move(oid));
+  }
+  return found;
+}
+
 // Exports the store that db serves, in its transaction, to file; true when
 // the exporter succeeded (its messages went to standard error).
 bool ExportThrough(sqlite3* db, const std::string& file) {
@@ -363,17 +426,80 @@ bool Holds(const std::string& path, std::string_view bytes) {
   return in.eof() && bytes.empty();
 }
 
-// A file of its own in the temporary directory, removed with it.
+// A file in memory, named by a path of /proc: nothing of it is left on a
+// disk whatever ends the process, and no temporary directory can fail it.
 struct Temporary {
   Temporary() {
-    const char* dir = std::getenv("TMPDIR");
-    path = std::string(dir && *dir ? dir : "/tmp") + "/vantrel-apply-XXXXXX";
-    const int fd = ::mkstemp(&path[0]);
+    fd = ::memfd_create("vantrel-apply", MFD_CLOEXEC);
+    path = fd < 0 ? std::string() : "/proc/self/fd/" + std::to_string(fd);
+  }
+  ~Temporary() {
     if (fd >= 0) ::close(fd);
   }
-  ~Temporary() { std::remove(path.c_str()); }
+  Temporary(const Temporary&) = delete;
+  Temporary& operator=(const Temporary&) = delete;
+  int fd = -1;
   std::string path;
 };
+
+// Copies at most limit bytes of fd from to the file at path; false with
+// errno set (EFBIG past the limit).
+bool CopyBounded(int from, const std::string& path, std::uint64_t limit) {
+  std::ofstream to(path, std::ios::binary | std::ios::trunc);
+  char block[1 << 16];
+  std::uint64_t total = 0;
+  for (;;) {
+    const ssize_t got = ::read(from, block, sizeof block);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) break;
+    total += static_cast<std::uint64_t>(got);
+    if (total > limit) {
+      errno = EFBIG;
+      return false;
+    }
+    if (!to.write(block, got)) return false;
+  }
+  to.close();
+  if (to.fail()) errno = errno ? errno : EIO;
+  return !to.fail();
+}
+
+// Reads the document file whole into *bytes, as any document is read:
+// bounded, and only from a regular file. False with the reason in *error.
+bool ReadDocumentFile(const std::string& file, std::string* bytes,
+                      std::string* error) {
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st {};
+  if (fd < 0 || ::fstat(fd, &st) != 0) {
+    *error = std::strerror(errno);
+    if (fd >= 0) ::close(fd);
+    return false;
+  }
+  const bool regular = S_ISREG(st.st_mode);
+  if (!regular ||
+      static_cast<std::uint64_t>(st.st_size) > doc::kMaxDocumentBytes) {
+    ::close(fd);
+    *error = S_ISDIR(st.st_mode) ? std::strerror(EISDIR)
+             : regular           ? "larger than any document"
+                                 : "not a regular file";
+    return false;
+  }
+  bytes->resize(static_cast<std::size_t>(st.st_size));
+  std::size_t at = 0;
+  while (at < bytes->size()) {
+    const ssize_t got = ::read(fd, &(*bytes)[at], bytes->size() - at);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      *error = got < 0 ? std::strerror(errno) : "it was cut short while read";
+      ::close(fd);
+      return false;
+    }
+    at += static_cast<std::size_t>(got);
+  }
+  ::close(fd);
+  return true;
+}
 
 // The connection of a store opened for writing; rolled back and closed
 // unless committed.
@@ -395,12 +521,19 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
         << " was not changed\n";
     return status;
   };
+  const Interruption interruption;
+  const auto interrupted = [&] {
+    return refused("interrupted by signal " + std::to_string(caught), 2);
+  };
   // Standard input is read twice: for the rows, then for the plan.
   Temporary input;
   std::string doc = file;
   if (file == "-") {
-    std::ofstream copy(input.path, std::ios::binary);
-    copy << std::cin.rdbuf();
+    if (input.fd < 0 || !CopyBounded(0, input.path, doc::kMaxDocumentBytes))
+      return refused(std::string("cannot read <stdin>: ") +
+                         (errno == EFBIG ? "larger than any document"
+                                         : std::strerror(errno)),
+                     2);
     doc = input.path;
   }
   Wants wants;
@@ -413,12 +546,16 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
   if (checker.Problems())
     return refused(Shown(file) + " is refused by check", 1);
   const std::string& document = wants.exported;
+  std::string baseBytes, error;
+  if (!base.empty() && !ReadDocumentFile(base, &baseBytes, &error))
+    return refused("cannot read " + Shown(base) + ": " + error, 2);
+  if (Interruption::Caught()) return interrupted();
 
-  Writing writing;
-  struct stat st {};
-  if (::stat(store.c_str(), &st) != 0)
+  struct stat opened {};
+  if (::stat(store.c_str(), &opened) != 0)
     return refused("cannot open " + Shown(store) + ": " + std::strerror(errno),
                    2);
+  Writing writing;
   const std::string name = store[0] == '/' ? store : "./" + store;
   // The connection is used by this thread alone: no mutex of its own.
   if (sqlite3_open_v2(name.c_str(), &writing.db,
@@ -426,27 +563,54 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
                       nullptr) != SQLITE_OK)
     return refused(
         "cannot open " + Shown(store) + ": " + sqlite3_errmsg(writing.db), 2);
+  interruptible.store(writing.db);
   // A writer at work is waited for, a bounded time.
   sqlite3_busy_timeout(writing.db, 5000);
   if (sqlite3_exec(writing.db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) !=
       SQLITE_OK)
-    return refused("cannot write " + Shown(store) + ": " +
-                       sqlite3_errmsg(writing.db) +
-                       (sqlite3_errcode(writing.db) == SQLITE_BUSY
-                            ? " (another process writes it; gave up after 5 s)"
-                            : ""),
-                   2);
+    return Interruption::Caught()
+               ? interrupted()
+               : refused("cannot write " + Shown(store) + ": " +
+                             sqlite3_errmsg(writing.db) +
+                             (sqlite3_errcode(writing.db) == SQLITE_BUSY
+                                  ? " (another process writes it; gave up "
+                                    "after 5 s)"
+                                  : ""),
+                         2);
   writing.open = true;
+  // The path must name the file the connection writes, from the lock taken
+  // to the commit.
+  const auto replaced = [&] {
+    struct stat now {};
+    return ::stat(store.c_str(), &now) != 0 || now.st_dev != opened.st_dev ||
+           now.st_ino != opened.st_ino;
+  };
+  if (replaced())
+    return refused(Shown(store) +
+                       " was replaced by another file while it "
+                       "was opened",
+                   2);
+  // Rows that a trigger writes, or a view, are not the document's: what
+  // the schema does not define is refused before anything is written.
+  const std::vector<std::string> foreign = KivForeignSchema(writing.db);
+  if (!foreign.empty()) {
+    std::string names;
+    for (const std::string& f : foreign)
+      names += (names.empty() ? "" : ", ") + f;
+    return refused(Shown(store) + " holds what its schema does not define (" +
+                       names + "): apply writes only a store of the schema",
+                   2);
+  }
 
   Temporary now;
+  if (now.fd < 0)
+    return refused(
+        std::string("cannot make a file in memory: ") + std::strerror(errno),
+        2);
   if (!ExportThrough(writing.db, now.path))
-    return refused(Shown(store) + " cannot be exported", 2);
-  std::string baseBytes;
-  if (!base.empty()) {
-    std::ifstream in(base, std::ios::binary);
-    baseBytes.assign(std::istreambuf_iterator<char>(in),
-                     std::istreambuf_iterator<char>());
-  }
+    return Interruption::Caught()
+               ? interrupted()
+               : refused(Shown(store) + " cannot be exported", 2);
   if (!base.empty() && !Holds(now.path, baseBytes))
     return refused(Shown(store) + " no longer exports " + Shown(base) +
                        ": it was changed since",
@@ -465,17 +629,32 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
 
   Change change(writing.db);
   try {
+    // A media row that the document cannot carry is kept; one whose
+    // identifier the document gives to an object would be its duplicate.
+    for (const std::string& oid : KeptMedia(writing.db, wants))
+      return refused(
+          "the store's media " + Shown("x" + vantrel::Hex(oid)) +
+              " is kept by apply, and " + Shown(file) +
+              " gives its identifier to a " +
+              doc::LayoutOf(wants.rows[wants.byOid.at(oid)].kind).name +
+              ": remove the media row or change the document",
+          1);
     Apply(writing.db, wants, change);
   } catch (const Failure& f) {
+    if (Interruption::Caught()) return interrupted();
     return refused("cannot write " + Shown(store) + ": " + f.what, 2);
   }
   // The store must export the document before it is committed: anything
   // else is a fault of apply's own, never written.
   Temporary after;
-  if (!ExportThrough(writing.db, after.path) || !Holds(after.path, document))
-    return refused("after the change " + Shown(store) + " would not export " +
-                       Shown(file) + " (a fault of vantrel-doc apply)",
-                   2);
+  if (after.fd < 0 || !ExportThrough(writing.db, after.path) ||
+      !Holds(after.path, document))
+    return Interruption::Caught()
+               ? interrupted()
+               : refused("after the change " + Shown(store) +
+                             " would not export " + Shown(file) +
+                             " (a fault of vantrel-doc apply)",
+                         2);
   // The line is made before the commit: nothing after it may fail.
   std::ostringstream line;
   line << Shown(store) << ": now exports " << Shown(file) << ": "
@@ -484,12 +663,24 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
        << " lists put in order, " << change.relinked
        << " link lists rewritten\n";
   const std::string said = line.str();
-  if (sqlite3_exec(writing.db, "COMMIT", nullptr, nullptr, nullptr) !=
-      SQLITE_OK)
-    return refused(
-        "cannot commit to " + Shown(store) + ": " + sqlite3_errmsg(writing.db),
-        2);
-  writing.open = false;
-  out << said;
+  {
+    // A signal from here waits for the commit and its line: what is
+    // committed is said.
+    const HeldSignals held;
+    if (Interruption::Caught()) return interrupted();
+    if (replaced())
+      return refused(Shown(store) +
+                         " was replaced by another file during the apply: "
+                         "the change went to a file that no longer has the "
+                         "name",
+                     2);
+    if (sqlite3_exec(writing.db, "COMMIT", nullptr, nullptr, nullptr) !=
+        SQLITE_OK)
+      return refused("cannot commit to " + Shown(store) + ": " +
+                         sqlite3_errmsg(writing.db),
+                     2);
+    writing.open = false;
+    out << said << std::flush;
+  }
   return 0;
 }

@@ -13,6 +13,7 @@
 #include "AdminDocument.h"
 #include "Checker.h"
 #include "KivAdmin.h"
+#include "KivStoreWriter.h"
 #include "Output.h"
 #include "SdaiSession.h"
 #include "Vantrel.h"
@@ -65,6 +66,11 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
   if (!archive.Open(file, &error, true, doc::StartsLikeDocument))
     return failed(error);
   std::ofstream& document = archive.Stream();
+  // What a writer killed outright left (a hot journal) is rolled back
+  // first, so that the nightly archive reads the store as it was before
+  // that writer; when it cannot be, the exporter says why.
+  std::string unused;
+  KivRecoverStore(store, &unused);
   indent = 0;
   iXSL = 0;
   // The exporter tells its own chain of messages on standard error.
