@@ -8,8 +8,15 @@
 
 namespace vantrel {
 
-// text with control bytes (NUL and DEL among them), quotes and backslashes
-// as \xNN; cut after about max characters, ending with "...".
+// text with control bytes (NUL and DEL among them), quotes, backslashes and
+// every byte that is not part of a UTF-8 character as \xNN, so that it is
+// valid UTF-8 for any message or JSON; cut after about max characters,
+// ending with "...".
 std::string Escaped(std::string_view text, std::size_t max = std::string::npos);
+
+// The length of the UTF-8 sequence at text[i], or 0 when it is not one
+// (overlong forms, surrogates, code points past U+10FFFF, and U+FFFE and
+// U+FFFF, which are not characters of XML, included).
+std::size_t Utf8At(std::string_view text, std::size_t i);
 
 }  // namespace vantrel

@@ -1,10 +1,13 @@
 #include "DocumentWalk.h"
 
 #include <fcntl.h>
+#include <libxml/xmlerror.h>
 #include <libxml/xmlreader.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -61,8 +64,14 @@ class Structure {
   explicit Structure(Visitor& visitor) : visitor_(visitor) {}
 
   void Feed(const Line& line, std::size_t n) {
-    const auto misplaced = [&](const std::string& what) {
-      visitor_.Problem(n, what + " is out of its place");
+    // After one element out of its place, those that follow it out of
+    // theirs are its consequence: told again only once one is in place.
+    const auto misplaced = [&](const std::string& what,
+                               const std::string& belongs = std::string()) {
+      if (!derailed_)
+        visitor_.Problem(n, what + " is out of its place" +
+                                (belongs.empty() ? "" : ": " + belongs));
+      derailed_ = true;
     };
     if (stage_ == kDone) {
       visitor_.Problem(n, "a line after </AdminObjects>");
@@ -94,22 +103,40 @@ class Structure {
         break;
     }
     const Layout& layout = LayoutOf(line.kind);
+    const std::string tag = std::string("<") + layout.name + ">";
     if (stage_ != kInRoot)
-      return misplaced(std::string("<") + layout.name + ">");
+      return misplaced(tag, "it belongs inside <AdminObjects>");
     if (line.type == Line::kEnd) {
       if (open_ != line.kind)
-        return misplaced(std::string("</") + layout.name + ">");
+        return misplaced(std::string("</") + layout.name + ">",
+                         open_ == kKindCount
+                             ? "no element is open"
+                             : std::string("the open element is <") +
+                                   LayoutOf(open_).name + ">");
       open_ = kKindCount;
       return visitor_.Other(line, n);
     }
     Place place;
     if (layout.parent == kKindCount) {
       const int rank = Section(line.kind);
-      if (open_ != kKindCount || rank < section_ ||
-          (rank == section_ &&
-           (line.kind == kServer || line.kind == kLocalSite)))
-        return misplaced(std::string("<") + layout.name + ">");
-      section_ = rank;
+      if (open_ != kKindCount && rank >= Section(open_)) {
+        // An end tag left out: said once, and the element taken as closed,
+        // so that what follows is read in its place.
+        if (!derailed_)
+          visitor_.Problem(n, std::string("</") + LayoutOf(open_).name +
+                                  "> is missing before " + tag);
+        open_ = kKindCount;
+      }
+      if (open_ != kKindCount) return misplaced(tag, Belongs(line.kind));
+      if (rank < section_ || (rank == section_ && (line.kind == kServer ||
+                                                   line.kind == kLocalSite))) {
+        // Still an object of the document, out of its order: read with its
+        // children, so that what names them is not told as naming nothing.
+        misplaced(tag, Belongs(line.kind));
+      } else {
+        section_ = rank;
+        derailed_ = false;
+      }
       place.index = topLevel_[line.kind]++;
       if (layout.hasEndTag) {
         open_ = line.kind;
@@ -123,8 +150,14 @@ class Structure {
                                line.kind == kDataServerApplyStatus
                            ? 1
                            : 0;
-      if (open_ != layout.parent || rank < childRank_)
-        return misplaced(std::string("<") + layout.name + ">");
+      if (open_ != layout.parent)
+        return misplaced(tag, std::string("it belongs inside <") +
+                                  LayoutOf(layout.parent).name + ">");
+      // Out of its order among its siblings: read all the same.
+      if (rank < childRank_)
+        misplaced(tag, std::string("it belongs inside <") +
+                           LayoutOf(layout.parent).name +
+                           ">, before its children of other kinds");
       childRank_ = rank;
       place.parent = openOid_;
       place.index = children_++;
@@ -135,6 +168,23 @@ class Structure {
   bool Done() const { return stage_ == kDone; }
 
  private:
+  // Where a top-level element belongs: its section among the others.
+  static std::string Belongs(Kind kind) {
+    std::string before, after;
+    for (int k = 0; k < kKindCount; ++k) {
+      const int rank = Section(Kind(k));
+      if (rank < 0) continue;
+      if (rank == Section(kind) - 1) before = LayoutOf(Kind(k)).name;
+      if (rank == Section(kind) + 1) after = LayoutOf(Kind(k)).name;
+    }
+    std::string where = "it belongs inside <AdminObjects>";
+    if (!before.empty()) where += ", after the " + before + " elements";
+    if (!after.empty())
+      where += std::string(before.empty() ? "," : " and") + " before the " +
+               after + " elements";
+    if (kind == kServer || kind == kLocalSite) where += ", and only once";
+    return where;
+  }
   Visitor& visitor_;
   enum { kDeclaration, kDoctype, kRoot, kInRoot, kDone } stage_ = kDeclaration;
   int section_ = -1;
@@ -143,6 +193,7 @@ class Structure {
   std::string openOid_;
   std::size_t children_ = 0;
   std::size_t topLevel_[kKindCount] = {};
+  bool derailed_ = false;
 };
 
 // Opens file for reading, standard input for "-"; -1 with errno set. The
@@ -166,9 +217,16 @@ int OpenInput(const std::string& file) {
   std::fclose(copy);
   if (fd < 0) return -1;
   char buffer[1 << 16];
+  std::uint64_t total = 0;
   for (;;) {
     const ssize_t got = ::read(0, buffer, sizeof buffer);
     if (got < 0 && errno == EINTR) continue;
+    total += got > 0 ? static_cast<std::uint64_t>(got) : 0;
+    if (total > kMaxDocumentBytes) {
+      ::close(fd);
+      errno = EFBIG;
+      return -1;
+    }
     if (got < 0 || (got > 0 && ::write(fd, buffer,
                                        static_cast<std::size_t>(got)) != got)) {
       const int saved = errno;
@@ -191,6 +249,8 @@ struct XmlErrors {
 void OnXmlError(void* context, xmlErrorPtr error) {
   auto* errors = static_cast<XmlErrors*>(context);
   if (!error || !errors->message.empty()) return;
+  // A warning (an entity the document never declared, among them) is
+  // taken as an error: a value it touches would not be read exactly.
   errors->line = static_cast<std::size_t>(error->line);
   std::string message = error->message ? error->message : "not XML";
   while (!message.empty() && (message.back() == '\n' || message.back() == ' '))
@@ -204,6 +264,7 @@ xmlTextReaderPtr XmlReader(int fd, XmlErrors& errors) {
   // Once per process, before any thread reads: libxml2's own set-up.
   static const bool initialised = (xmlInitParser(), true);
   (void)initialised;
+  QuietXmlErrors();
   ::lseek(fd, 0, SEEK_SET);
   xmlTextReaderPtr reader =
       xmlReaderForFd(fd, nullptr, nullptr, XML_PARSE_NONET | XML_PARSE_NOCDATA);
@@ -216,22 +277,136 @@ std::string_view Text(const xmlChar* text) {
   return text ? reinterpret_cast<const char*>(text) : "";
 }
 
+// The line of fd where text first stands, or 0.
+std::size_t LineOf(int fd, std::string_view text) {
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || st.st_size == 0) return 0;
+  const auto size = static_cast<std::size_t>(st.st_size);
+  void* map = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  if (map == MAP_FAILED) return 0;
+  const std::string_view bytes(static_cast<const char*>(map), size);
+  const std::size_t at = bytes.find(text);
+  const std::size_t line =
+      at == std::string_view::npos
+          ? 0
+          : 1 + static_cast<std::size_t>(
+                    std::count(bytes.begin(), bytes.begin() + at, '\n'));
+  ::munmap(map, size);
+  return line;
+}
+
 // True when fd holds well-formed XML whose document element is
-// AdminObjects.
-bool WellFormedDocument(int fd) {
-  XmlErrors errors;
+// AdminObjects, with no entity declared in the document itself (an entity
+// can stand for more text than any document holds); else false with the
+// reason and its line in errors, when there is one.
+bool WellFormedDocument(int fd, XmlErrors& errors) {
   xmlTextReaderPtr reader = XmlReader(fd, errors);
   if (!reader) return false;
   bool root = false, first = true;
-  int rc;
-  while ((rc = xmlTextReaderRead(reader)) == 1) {
-    if (first && xmlTextReaderNodeType(reader) == XML_READER_TYPE_ELEMENT) {
+  int rc = -1;
+  while (errors.message.empty() && (rc = xmlTextReaderRead(reader)) == 1) {
+    const int type = xmlTextReaderNodeType(reader);
+    if (type == XML_READER_TYPE_DOCUMENT_TYPE) {
+      const xmlDoc* document = xmlTextReaderCurrentDoc(reader);
+      const xmlDtd* dtd = document ? document->intSubset : nullptr;
+      if (dtd && (dtd->entities || dtd->pentities)) {
+        errors.line = LineOf(fd, "<!ENTITY");
+        errors.message =
+            "the DOCTYPE declares entities, which no document of this format "
+            "holds: an entity can stand for more text than the document";
+      }
+    }
+    if (first && type == XML_READER_TYPE_ELEMENT) {
       root = Text(xmlTextReaderConstName(reader)) == "AdminObjects";
       first = false;
     }
   }
   xmlFreeTextReader(reader);
   return rc == 0 && root && errors.message.empty();
+}
+
+// The most attributes of one element read as XML: far above any element
+// of the format, and a bound for a parser that compares each with the
+// others.
+constexpr std::size_t kMaxAttributes = 256;
+
+// Reads the bytes of the well-formed XML in fd as an XML reader would not
+// tell them: an attribute value holding a raw tab or line break (which XML
+// reading changes to a blank) is a problem of its line; an element with
+// more than kMaxAttributes attributes ends the reading. False when the
+// reading must not go on.
+bool ScanRaw(int fd, Visitor& visitor) {
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || st.st_size == 0) return true;
+  const auto size = static_cast<std::size_t>(st.st_size);
+  void* map = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  if (map == MAP_FAILED) return true;  // the parser reads it as it is
+  const std::string_view text(static_cast<const char*>(map), size);
+  const auto skip = [&](std::size_t& i, std::size_t& line,
+                        std::string_view end) {
+    const std::size_t at = text.find(end, i);
+    const std::size_t to =
+        at == std::string_view::npos ? size : at + end.size();
+    for (; i < to; ++i) line += text[i] == '\n';
+  };
+  std::size_t line = 1;
+  bool go = true;
+  for (std::size_t i = 0; i < size && go;) {
+    if (text[i] != '<') {
+      line += text[i++] == '\n';
+      continue;
+    }
+    if (text.compare(i, 4, "<!--") == 0) {
+      skip(i, line, "-->");
+    } else if (text.compare(i, 2, "<?") == 0) {
+      skip(i, line, "?>");
+    } else if (text.compare(i, 9, "<![CDATA[") == 0) {
+      skip(i, line, "]]>");
+    } else if (text.compare(i, 2, "<!") == 0) {
+      // The DOCTYPE, with an internal subset in brackets.
+      const std::size_t bracket = text.find_first_of("[>", i);
+      skip(i, line,
+           bracket != std::string_view::npos && text[bracket] == '[' ? "]>"
+                                                                     : ">");
+    } else {
+      // A tag: its attribute values between their quotes.
+      const std::size_t start = line;
+      std::size_t attributes = 0;
+      char quote = 0;
+      bool told = false;
+      for (++i; i < size; ++i) {
+        const char c = text[i];
+        if (quote) {
+          if (c == quote) {
+            quote = 0;
+            told = false;
+          } else if ((c == '\t' || c == '\n' || c == '\r') && !told) {
+            visitor.Problem(line,
+                            std::string("a value holds a raw ") +
+                                (c == '\t' ? "tab" : "line break") +
+                                ", which reading XML would change to a "
+                                "blank: write it as a character reference");
+            told = true;
+          }
+        } else if (c == '"' || c == '\'') {
+          quote = c;
+        } else if (c == '=' && ++attributes > kMaxAttributes) {
+          visitor.Problem(start, "an element with more than " +
+                                     std::to_string(kMaxAttributes) +
+                                     " attributes: not a document the "
+                                     "exporter writes");
+          go = false;
+          break;
+        } else if (c == '>') {
+          ++i;
+          break;
+        }
+        line += c == '\n';
+      }
+    }
+  }
+  ::munmap(map, size);
+  return go;
 }
 
 // The kind of the element named name, or kKindCount.
@@ -300,6 +475,9 @@ void WalkXml(int fd, Structure& structure, Visitor& visitor) {
   std::vector<std::string> values;
   std::string href;
   bool inRoot = false;
+  // For each element open around the one read: true for one of a kind that
+  // holds no element.
+  std::vector<bool> leaves;
   int rc = 0;
   while (!visitor.Stopped() && (rc = xmlTextReaderRead(reader)) == 1) {
     const int type = xmlTextReaderNodeType(reader);
@@ -328,6 +506,7 @@ void WalkXml(int fd, Structure& structure, Visitor& visitor) {
       continue;
     }
     if (type == XML_READER_TYPE_END_ELEMENT) {
+      if (!leaves.empty()) leaves.pop_back();
       if (name == "AdminObjects") {
         line.type = Line::kRootEnd;
         structure.Feed(line, n);
@@ -343,6 +522,16 @@ void WalkXml(int fd, Structure& structure, Visitor& visitor) {
     }
     if (type != XML_READER_TYPE_ELEMENT) continue;
     const bool empty = xmlTextReaderIsEmptyElement(reader) == 1;
+    const bool nested = !leaves.empty() && leaves.back();
+    if (!empty) {
+      const Kind k = KindNamed(name);
+      leaves.push_back(k != kKindCount && !LayoutOf(k).hasEndTag);
+    }
+    if (nested) {
+      visitor.Problem(n, "<" + vantrel::Escaped(name, 60) +
+                             "> is nested in an element that holds none");
+      continue;
+    }
     if (name == "AdminObjects" && !inRoot) {
       line.type = Line::kDoctype;
       structure.Feed(line, n);
@@ -378,6 +567,11 @@ void WalkXml(int fd, Structure& structure, Visitor& visitor) {
       }
       values[i] = Text(xmlTextReaderConstValue(reader));
       line.present |= 1u << i;
+      // Tools that read the document type write a list of identifiers
+      // without its last blank: the same list.
+      if (layout.attributes[i].field == Field::kRefs && !values[i].empty() &&
+          values[i].back() != ' ')
+        values[i] += ' ';
       if (values[i].find_first_of("\r\n") != std::string::npos) {
         visitor.Problem(n, std::string(layout.name) + " " +
                                std::string(attribute) +
@@ -437,29 +631,37 @@ bool HoldsNul(const Line& line, std::size_t n, Visitor& visitor) {
   return false;
 }
 
-// Tells, once, what a conversion did to the first line of a file: CRLF line
-// ends, a byte order mark. Sets crlf and bom and strips them from text;
-// false when neither is there.
-bool Converted(std::string_view& text, bool& crlf, bool& bom,
-               Visitor& visitor) {
-  if (text.substr(0, 3) == "\xEF\xBB\xBF") {
-    bom = true;
-    text.remove_prefix(3);
-    visitor.Problem(1,
-                    "the file starts with a byte order mark, which the "
-                    "exporter never writes: it was converted from this format");
-  }
-  if (!text.empty() && text.back() == '\r') {
-    crlf = true;
-    text.remove_suffix(1);
-    visitor.Problem(1,
-                    "the file has CRLF line ends, which the exporter never "
-                    "writes: it was converted from this format");
-  }
+// What a conversion did to the first line of a file: CRLF line ends, a
+// byte order mark, stripped from text; false when neither is there.
+bool Converted(std::string_view& text, bool& crlf, bool& bom) {
+  bom = text.substr(0, 3) == "\xEF\xBB\xBF";
+  if (bom) text.remove_prefix(3);
+  crlf = !text.empty() && text.back() == '\r';
+  if (crlf) text.remove_suffix(1);
   return crlf || bom;
 }
 
+// Tells, once, what a conversion did to a file.
+void TellConverted(bool crlf, bool bom, Visitor& visitor) {
+  if (bom)
+    visitor.Problem(1,
+                    "the file starts with a byte order mark, which the "
+                    "exporter never writes: it was converted from this format");
+  if (crlf)
+    visitor.Problem(1,
+                    "the file has CRLF line ends, which the exporter never "
+                    "writes: it was converted from this format");
+}
+
+void Silent(void*, const char*, ...) {}
+void SilentStructured(void*, xmlErrorPtr) {}
+
 }  // namespace
+
+void QuietXmlErrors() {
+  xmlSetGenericErrorFunc(nullptr, Silent);
+  xmlSetStructuredErrorFunc(nullptr, SilentStructured);
+}
 
 Walked Walk(const std::string& file, Visitor& visitor) {
   Walked walked;
@@ -478,30 +680,55 @@ Walked Walk(const std::string& file, Visitor& visitor) {
   bool triedXml = false;
   // A file converted from the exporter's (line ends, a byte order mark) is
   // told so once, and its lines are read as they were before.
-  bool crlf = false, bom = false;
+  bool crlf = false, bom = false, untold = false;
   while (!visitor.Stopped() && reader.Next(text)) {
     const std::size_t n = reader.LineNumber();
     if (crlf && !text.empty() && text.back() == '\r') text.remove_suffix(1);
-    if (!ReadLine(text, line, &reason)) {
+    std::string_view converted = text;
+    if (ReadLine(text, line, &reason)) {
+      // In the exporter's layout.
+    } else if (n == 1 && Converted(converted, crlf, bom) &&
+               ReadLine(converted, line, &reason)) {
+      // Read as it was before the conversion, its values as they were; told
+      // once the next line is read so too (an XML tool's file is read as
+      // XML, where neither matters).
+      untold = true;
+    } else if (!triedXml) {
+      triedXml = true;
       // Not the exporter's layout: a document an XML tool wrote is read as
       // XML instead, from its start.
-      if (!triedXml && WellFormedDocument(fd)) {
+      XmlErrors errors;
+      if (WellFormedDocument(fd, errors)) {
         walked.xml = true;
         walked.illFormed.clear();
         visitor.Restart();
         Structure again(visitor);
-        WalkXml(fd, again, visitor);
+        if (ScanRaw(fd, visitor)) WalkXml(fd, again, visitor);
         ::close(fd);
         return walked;
       }
-      triedXml = true;
-      if (n == 1 && Converted(text, crlf, bom, visitor) &&
-          ReadLine(text, line, &reason)) {
-        // Read as it was before the conversion.
-      } else {
-        visitor.Problem(n, reason);
-        continue;
+      // Neither reading. A file whose prologue is not the exporter's is
+      // XML that a tool wrote, when the parser reads further: its reason
+      // names the fault, alone.
+      if (errors.line > n && n <= 3) {
+        walked.xml = true;
+        walked.illFormed.clear();
+        visitor.Restart();
+        visitor.Problem(errors.line, errors.message.empty()
+                                         ? "not well-formed XML"
+                                         : errors.message);
+        ::close(fd);
+        return walked;
       }
+      visitor.Problem(n, reason);
+      continue;
+    } else {
+      visitor.Problem(n, reason);
+      continue;
+    }
+    if (untold && n > 1) {
+      TellConverted(crlf, bom, visitor);
+      untold = false;
     }
     if (line.type == Line::kStart && HoldsNul(line, n, visitor)) continue;
     if (walked.illFormed.empty() &&
@@ -531,6 +758,7 @@ Walked Walk(const std::string& file, Visitor& visitor) {
     }
     structure.Feed(line, n);
   }
+  if (untold) TellConverted(crlf, bom, visitor);
   if (visitor.Stopped()) {
     // Said so by the visitor.
   } else if (reader.TooLong()) {

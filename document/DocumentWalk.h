@@ -52,6 +52,10 @@ struct Walked {
   std::string illFormed;
 };
 
+// libxml2 says nothing on standard error in the calling thread: what it
+// finds reaches each reader through a handler of its own.
+void QuietXmlErrors();
+
 // Reads file ("-": standard input), calling visitor for each line and each
 // problem, in the order of the lines.
 Walked Walk(const std::string& file, Visitor& visitor);

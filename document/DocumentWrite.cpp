@@ -2,43 +2,13 @@
 
 #include <string>
 
+#include "Escape.h"
+
 namespace doc {
 
 const char kTwinMark[] = "<?vantrel-doc escaped?>";
 
 namespace {
-
-// The length of the UTF-8 sequence at text[i], or 0 when it is not one
-// (overlong forms, surrogates and code points past U+10FFFF included).
-std::size_t Utf8At(std::string_view text, std::size_t i) {
-  const auto byte = [&](std::size_t k) {
-    return k < text.size() ? static_cast<unsigned char>(text[k]) : 0u;
-  };
-  const unsigned c = byte(i);
-  if (c < 0x80) return 1;
-  std::size_t n;
-  unsigned low = 0x80, high = 0xBF;
-  if (c >= 0xC2 && c <= 0xDF) {
-    n = 2;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    n = 3;
-    if (c == 0xE0) low = 0xA0;
-    if (c == 0xED) high = 0x9F;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    n = 4;
-    if (c == 0xF0) low = 0x90;
-    if (c == 0xF4) high = 0x8F;
-  } else {
-    return 0;
-  }
-  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
-  for (std::size_t k = 2; k < n; ++k)
-    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
-  // U+FFFE and U+FFFF are not characters of XML.
-  if (n == 3 && c == 0xEF && byte(i + 1) == 0xBF && byte(i + 2) >= 0xBE)
-    return 0;
-  return n;
-}
 
 // Appends text to out as an XML attribute value carries it; false with the
 // offending character's offset in *at when XML 1.0 cannot carry it.
@@ -79,7 +49,7 @@ bool EscapeValue(std::string_view text, std::string& out, std::size_t* at) {
         break;
     }
     const std::size_t n =
-        static_cast<unsigned char>(c) < 0x20 ? 0 : Utf8At(text, i);
+        static_cast<unsigned char>(c) < 0x20 ? 0 : vantrel::Utf8At(text, i);
     if (n == 0) {
       *at = i;
       return false;
@@ -105,8 +75,9 @@ std::size_t IllFormedAt(std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
     const char c = text[i];
     if (c == '&' || c == '<' || c == '"') return i;
-    const std::size_t n =
-        static_cast<unsigned char>(c) < 0x20 && c != '\t' ? 0 : Utf8At(text, i);
+    const std::size_t n = static_cast<unsigned char>(c) < 0x20 && c != '\t'
+                              ? 0
+                              : vantrel::Utf8At(text, i);
     if (n == 0) return i;
     i += n;
   }

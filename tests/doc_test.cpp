@@ -119,6 +119,7 @@ TEST(Check, EachProblemOnItsLine) {
     const char* name;
     std::string text;
     std::string problem;  // after FILE:
+    bool alone = false;   // the only problem told
   } cases[] = {
       {"cut short", ReadFile(DataPath("full.xml")).substr(0, 1200),
        "23: the document ends before </AdminObjects>: an export that failed "
@@ -140,7 +141,9 @@ TEST(Check, EachProblemOnItsLine) {
            "</SERVER>\n",
            "</SERVER>\n" +
                std::string("<DOMAIN Name=\"D\" Visible=\"Y\" Oid=\"x99\">\n")),
-       "28: <DOMAIN> is out of its place"},
+       "28: <DOMAIN> is out of its place: it belongs inside <AdminObjects>, "
+       "after the PROJECT elements and before the SERVER elements",
+       true},
       {"ambiguous", Changed("Name=\"beta\"", "Name=\"b\" OSType=\"x\""),
        "29: ambiguous HOST element: a value holds the text of an attribute, "
        "so that more than one reading fits"},
@@ -157,20 +160,25 @@ TEST(Check, EachProblemOnItsLine) {
                "AliasName=\"\"  Oid=\"x1009\" OwnerDico=\"\" "
                "BusinessDomain=\"x0F02\" Driver=\"\" />\n  <BUSINESSDOMAIN "
                "Oid=\"x0F02\""),
-       "15: <DATARDB> is out of its place"},
+       "15: <DATARDB> is out of its place: it belongs inside <PROJECT>"},
       {"children out of their order",
        Changed("<SERVER>\n",
                "<SERVER>\n<VAULTSERVER Oid=\"x0C09\" Name=\"V\" "
                "AliasName=\"\"/>\n"),
-       "24: <DATASERVER> is out of its place"},
+       "24: <DATASERVER> is out of its place: it belongs inside <SERVER>, "
+       "before its children of other kinds",
+       true},
       {"a second local site",
        Changed("</AdminObjects>",
                "<LOCALSITE Oid=\"x1202\" Name=\"AWAY\"/>\n</AdminObjects>"),
-       "50: <LOCALSITE> is out of its place"},
+       "50: <LOCALSITE> is out of its place: it belongs inside "
+       "<AdminObjects>, after the EXTERNSITE elements, and only once",
+       true},
       {"an end tag closing another element",
        Changed("</DOMAIN>\n<DOMAIN Name=\"DOMTWO\"",
                "</PROJECT>\n<DOMAIN Name=\"DOMTWO\""),
-       "16: </PROJECT> is out of its place"},
+       "16: </PROJECT> is out of its place: the open element is <DOMAIN>",
+       true},
       {"text after an end tag",
        Changed("</DOMAIN>\n<DOMAIN Name=\"DOMTWO\"",
                "</DOMAIN> x\n<DOMAIN Name=\"DOMTWO\""),
@@ -228,10 +236,21 @@ TEST(Check, EachProblemOnItsLine) {
        std::regex_replace(ReadFile(DataPath("full.xml")), std::regex("\n"),
                           "\r\n"),
        "1: the file has CRLF line ends, which the exporter never writes: it "
-       "was converted from this format"},
+       "was converted from this format",
+       true},
       {"byte order mark", "\xEF\xBB\xBF" + ReadFile(DataPath("full.xml")),
        "1: the file starts with a byte order mark, which the exporter never "
-       "writes: it was converted from this format"},
+       "writes: it was converted from this format",
+       true},
+      {"a media named by a host's identifier",
+       Changed("Media=\"x1301\"", "Media=\"x0A01\""),
+       "30: Media names x0A01, a HOST (line 28), not a media", true},
+      {"the last end tag missing",
+       ReadFile(DataPath("full.xml"))
+               .substr(0, ReadFile(DataPath("full.xml"))
+                              .find("</SUBSCRIPTION>\n<PACKAGE")) +
+           "</AdminObjects>\n",
+       "44: </SUBSCRIPTION> is missing before </AdminObjects>"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -242,6 +261,9 @@ TEST(Check, EachProblemOnItsLine) {
     EXPECT_EQ(o.out, "");
     EXPECT_NE(o.err.find(file + ":" + c.problem + "\n"), std::string::npos)
         << o.err;
+    if (c.alone) {
+      EXPECT_EQ(o.err, file + ":" + c.problem + "\n");
+    }
   }
 }
 

@@ -102,6 +102,9 @@ void Checker::Element(const doc::Line& line, std::size_t n,
     else if (a.field == doc::Field::kRef)
       references_.push_back(
           {MakeId(line.values[i], spill_), a.kinds, a.name, n});
+    else if (a.field == doc::Field::kMedia)  // names no element: kinds null
+      references_.push_back(
+          {MakeId(line.values[i], spill_), nullptr, a.name, n});
     else if (a.field == doc::Field::kRefs)
       for (std::string_view id : doc::Identifiers(line.values[i]))
         references_.push_back({MakeId(id, spill_), a.kinds, a.name, n});
@@ -147,7 +150,18 @@ void Checker::CheckIdentifiers() {
         oids_.begin(), oids_.end(), r.id, [&](const Defined& d, const Id& id) {
           return Compare(d.id, spill_, id, spill_) < 0;
         });
-    if (it == oids_.end() || Compare(it->id, spill_, r.id, spill_) != 0) {
+    const bool named =
+        it != oids_.end() && Compare(it->id, spill_, r.id, spill_) == 0;
+    if (!r.kinds) {
+      // A media has no element, and shares its identifiers with them all.
+      if (named)
+        found.emplace_back(
+            r.line, std::string(r.attribute) + " names " + shown(r.id) +
+                        ", a " + doc::LayoutOf(it->kind).name + " (line " +
+                        std::to_string(it->line) + "), not a media");
+      continue;
+    }
+    if (!named) {
       found.emplace_back(r.line, std::string(r.attribute) + " names " +
                                      shown(r.id) +
                                      ", which is not in the document");
