@@ -42,11 +42,13 @@ TEST(Archive, TheExportersBytesAndWhatChangedSince) {
                     "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
                     "UPDATE subscription SET extern_site = NULL;"
                     "DELETE FROM extern_site WHERE oid = x'1102';"
-                    "INSERT INTO host VALUES (x'0A03', 'delta', '', '');"});
+                    "INSERT INTO host VALUES (x'0A03', 'delta', '', '');"
+                    "UPDATE data_domain SET project = x'0D02' WHERE oid = "
+                    "x'1002';"});
   run = Doc({"export", store, archive});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, archive + ": 33 objects exported from " + store +
-                         "; since the last archive: 1 added, 1 removed, 2 "
+                         "; since the last archive: 1 added, 1 removed, 3 "
                          "changed\n");
   run = Doc({"export", "-q", store, archive});
   EXPECT_EQ(run.status, 0);

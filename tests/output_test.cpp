@@ -324,3 +324,43 @@ TEST_F(Targets, ATemporaryDirectoryThatCannotBeWrittenIsNamed) {
 }
 
 }  // namespace
+
+namespace {
+
+// A file name that is not UTF-8 reaches messages and JSON escaped, so that
+// both stay valid UTF-8.
+TEST_F(Targets, ANameThatIsNotUtf8IsEscaped) {
+  const std::string latin = OutputPath("caf\xE9.xml");
+  WriteFile(latin, ReadFile(demo));
+  const RunResult json = Doc({"json", latin, "-"});
+  EXPECT_EQ(json.status, 0) << json.err;
+  EXPECT_NE(json.out.find("caf\\\\xE9.xml\""), std::string::npos);
+  EXPECT_EQ(json.out.find('\xE9'), std::string::npos);
+  WriteFile(latin, ReadFile(demo).substr(0, 100));
+  const RunResult check = Doc({"check", latin});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_NE(check.err.find("caf\\xE9.xml:"), std::string::npos) << check.err;
+  EXPECT_EQ(check.err.find('\xE9'), std::string::npos);
+  std::remove(latin.c_str());
+}
+
+// A value longer than an XML parser holds by default is reported, its
+// label in the picture shortened.
+TEST_F(Targets, AReportOfAVeryLongValue) {
+  std::string text = ReadFile(demo);
+  const std::string name = "Name=\"ares\"";
+  text.replace(text.find(name), name.size(),
+               "Name=\"" + std::string(12 << 20, 'a') + "\"");
+  const std::string file = OutputPath("targets-long.xml"),
+                    page = OutputPath("targets-long.html");
+  WriteFile(file, text);
+  const RunResult run = Doc({"report", file, page});
+  EXPECT_EQ(run.status, 0) << run.err.substr(0, 500);
+  EXPECT_EQ(run.err, "");
+  EXPECT_NE(ReadFile(page).find(std::string(60, 'a') + "..."),
+            std::string::npos);
+  std::remove(file.c_str());
+  std::remove(page.c_str());
+}
+
+}  // namespace

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "Checker.h"
+#include "Escape.h"
 #include "Output.h"
 #include "VantrelDoc.h"
 
@@ -126,7 +127,16 @@ class JsonWriter : public ReportingWriter {
 
 int DocJson(const std::string& file, const std::string& output,
             std::ostream& out, std::ostream& err) {
-  const std::string name = file == "-" ? "<stdin>" : file;
+  // The name as given, unless a byte of it is no UTF-8, which JSON cannot
+  // carry: then as messages show it.
+  bool utf8 = true;
+  for (std::size_t i = 0; i < file.size() && utf8;) {
+    const std::size_t n = vantrel::Utf8At(file, i);
+    utf8 = n > 0;
+    i += n;
+  }
+  const std::string name =
+      file == "-" ? "<stdin>" : utf8 ? file : vantrel::Escaped(file);
   return CopyDocument(
       file, output,
       [&](Output& json) -> std::unique_ptr<ReportingWriter> {

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "Checker.h"
+#include "DocumentWalk.h"
 #include "Output.h"
 #include "ReportPicture.h"
 #include "TwinWriter.h"
@@ -68,11 +69,18 @@ xmlNode* ById(xmlNode* node, const char* id) {
   return nullptr;
 }
 
+void Silent(void*, const char*, ...) {}
+
 // Makes the HTML page of twin, with the picture; false with *error set.
 bool MakeReport(const std::string& twin, const std::string& shown,
                 const std::string& svg, std::string* html, std::string* error) {
+  // What the libraries find is told through their results, never raw.
+  doc::QuietXmlErrors();
+  xsltSetGenericErrorFunc(nullptr, Silent);
+  // The twin is this tool's own, checked as it was made: a value of any
+  // length is read.
   Doc document(xmlReadMemory(twin.data(), static_cast<int>(twin.size()),
-                             nullptr, nullptr, kParseOptions));
+                             nullptr, nullptr, kParseOptions | XML_PARSE_HUGE));
   Doc stylesheet(xmlReadMemory(kReportXsl,
                                static_cast<int>(std::strlen(kReportXsl)),
                                nullptr, nullptr, kParseOptions));

@@ -7,6 +7,8 @@
 #include <map>
 #include <memory>
 
+#include "Escape.h"
+
 namespace {
 
 // The value of attribute name of line, or "".
@@ -25,12 +27,24 @@ std::string Anchor(const std::string& group) {
 }
 
 // Text for a Graphviz label: its escapes (\N, \G, \n...) are not the
-// value's.
+// text's, and a long name is shortened (the table row holds it whole), so
+// that the layout stays within what a picture can show.
 std::string Label(std::string_view text) {
+  constexpr std::size_t kLongest = 60;
   std::string label;
-  for (char c : text) {
-    if (c == '\\') label += '\\';
-    label += c;
+  std::size_t shown = 0;
+  for (std::size_t i = 0; i < text.size(); ++shown) {
+    if (text[i] == '\n') shown = 0;
+    if (shown == kLongest) {
+      label += "...";
+      while (i < text.size() && text[i] != '\n') ++i;
+      continue;
+    }
+    // A character whole: never cut inside a UTF-8 sequence.
+    const std::size_t n = std::max<std::size_t>(1, vantrel::Utf8At(text, i));
+    if (text[i] == '\\') label += '\\';
+    label.append(text.data() + i, std::min(n, text.size() - i));
+    i += n;
   }
   return label;
 }
