@@ -6,12 +6,17 @@
 //            delimiters, on the golden document and the fuzzer's seeds
 //   Rows     every attribute of every layout goes to a store column, and
 //            every column names an attribute of its layout
+//   Text     the UTF-8 a value may hold in the twin, and as messages show
+//            text: overlong forms, surrogates, U+FFFE, cut sequences, bytes
+//            past U+10FFFF refused; a tab kept
 #include <gtest/gtest.h>
 
 #include <sstream>
 
 #include "AdminDocument.h"
 #include "DocumentRows.h"
+#include "DocumentWrite.h"
+#include "Escape.h"
 #include "test_support.h"
 
 namespace {
@@ -43,3 +48,36 @@ TEST(Rows, EveryAttributeGoesToAColumnOfItsRow) {
 }
 
 }  // namespace
+
+// Values for the twin's writer and for messages, each with where the first
+// character XML cannot carry unescaped stands (npos: none) and how a
+// message shows it.
+TEST(Text, Utf8AsTheTwinAndMessagesTakeIt) {
+  const std::size_t none = std::string_view::npos;
+  const struct {
+    const char* name;
+    std::string value;
+    std::size_t illFormedAt;
+    std::string shown;
+  } cases[] = {
+      {"plain", "abc", none, "abc"},
+      {"a tab", "a\tb", none, "a\\x09b"},
+      {"two bytes", "caf\xC3\xA9", none, "caf\xC3\xA9"},
+      {"four bytes", "\xF0\x9F\x98\x80", none, "\xF0\x9F\x98\x80"},
+      {"an ampersand", "a&b", 1, "a&b"},
+      {"a quote", "a\"b", 1, "a\\x22b"},
+      {"a control byte", "a\x01", 1, "a\\x01"},
+      {"a lone continuation byte", "a\x80", 1, "a\\x80"},
+      {"an overlong slash", "\xC0\xAF", 0, "\\xC0\\xAF"},
+      {"an overlong three bytes", "\xE0\x80\xAF", 0, "\\xE0\\x80\\xAF"},
+      {"a surrogate", "\xED\xA0\x80", 0, "\\xED\\xA0\\x80"},
+      {"U+FFFE", "\xEF\xBF\xBE", 0, "\\xEF\\xBF\\xBE"},
+      {"past U+10FFFF", "\xF4\x90\x80\x80", 0, "\\xF4\\x90\\x80\\x80"},
+      {"cut short", "ab\xE2\x82", 2, "ab\\xE2\\x82"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(doc::IllFormedAt(c.value), c.illFormedAt);
+    EXPECT_EQ(vantrel::Escaped(c.value), c.shown);
+  }
+}

@@ -69,12 +69,15 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
   const struct {
     const char* name;
     std::vector<std::string> have, want;  // SQL of the two stores
+    std::string summary;                  // what apply says it did, or ""
   } cases[] = {
       {"renames",
        {full},
        {full,
         "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
-        "UPDATE project SET name = 'P&TWO<' WHERE oid = x'0D02';"}},
+        "UPDATE project SET name = 'P&TWO<' WHERE oid = x'0D02';"},
+       "0 rows added, 2 changed, 0 removed, 2 lists put in order, 0 link lists "
+       "rewritten"},
       {"additions with children and links",
        {full},
        {full,
@@ -83,7 +86,9 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
         "'', 'db2', 'rdb', x'0F01', x'0B02');"
         "INSERT INTO project_vault_server VALUES (x'0D09', x'0C02');"
         "INSERT INTO package_whole_data_domain VALUES (x'1402', "
-        "x'1009');"}},
+        "x'1009');"},
+       "2 rows added, 0 changed, 0 removed, 2 lists put in order, 2 link lists "
+       "rewritten"},
       {"removals",
        {full},
        {full,
@@ -91,31 +96,51 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
         "project_vault_server WHERE project = x'0D01';"
         "DELETE FROM project_data_server WHERE project = x'0D01';"
         "DELETE FROM data_domain WHERE project = x'0D01';"
-        "DELETE FROM project WHERE oid = x'0D01';"}},
+        "DELETE FROM project WHERE oid = x'0D01';"},
+       "0 rows added, 0 changed, 3 removed, 2 lists put in order, 3 link lists "
+       "rewritten"},
       {"a child moved to another owner",
        {full},
        {full,
         "UPDATE business_domain SET domain = x'0E01' WHERE oid = "
-        "x'0F03';"}},
+        "x'0F03';"},
+       "0 rows added, 1 changed, 0 removed, 2 lists put in order, 0 link lists "
+       "rewritten"},
       {"a list in another order",
        {full},
        {full,
         "UPDATE host SET rowid = 10 WHERE oid = x'0A01';"
-        "UPDATE extern_site SET rowid = 10 WHERE oid = x'1101';"}},
+        "UPDATE extern_site SET rowid = 10 WHERE oid = x'1101';"},
+       "0 rows added, 0 changed, 0 removed, 4 lists put in order, 0 link lists "
+       "rewritten"},
+      {"a domain made visible",
+       {full},
+       {full, "UPDATE domain SET visible = 1 - visible;"},
+       "0 rows added, 3 changed, 0 removed, 2 lists put in order, 0 link lists "
+       "rewritten"},
       {"a changed date",
        {full},
        {full,
         "UPDATE capture_status SET last_successful_date = '2027-01-01' "
-        "WHERE oid = x'1701';"}},
+        "WHERE oid = x'1701';"},
+       "0 rows added, 1 changed, 0 removed, 2 lists put in order, 0 link lists "
+       "rewritten"},
       {"an identifier that changes kind",
        {full},
        {full,
         "DELETE FROM host WHERE oid = x'0A02';"
-        "INSERT INTO extern_site VALUES (x'0A02', 'was a host');"}},
+        "INSERT INTO extern_site VALUES (x'0A02', 'was a host');"},
+       "1 rows added, 0 changed, 1 removed, 2 lists put in order, 0 link lists "
+       "rewritten"},
       {"a random store's document to another",
        {test_support::RandomStore(3)},
-       {test_support::RandomStore(4)}},
-      {"the test store to the demonstration", {full}, {}},
+       {test_support::RandomStore(4)},
+       ""},
+      {"the test store to the demonstration",
+       {full},
+       {},
+       "27 rows added, 0 changed, 34 removed, 0 lists put in order, 7 link "
+       "lists rewritten"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -125,6 +150,10 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
                                      : Exported(Store("apply-want", c.want)));
     RunResult run = Doc({"apply", wanted, store});
     EXPECT_EQ(run.status, 0) << run.err;
+    if (!c.summary.empty()) {
+      EXPECT_EQ(run.out,
+                store + ": now exports " + wanted + ": " + c.summary + "\n");
+    }
     EXPECT_TRUE(Exported(store) == ReadFile(wanted));
     EXPECT_EQ(Sql(store, "PRAGMA integrity_check"), "ok\n");
     const std::string bytes = ReadFile(store);

@@ -267,6 +267,43 @@ TEST(Check, EachProblemOnItsLine) {
   }
 }
 
+// Problems are told in the order of their lines, the first hundred, then
+// that the reading stopped; found on standard input, they name it.
+TEST(Check, TheFirstHundredProblemsInTheirOrder) {
+  std::string text = ReadFile(DataPath("full.xml"));
+  std::string junk;
+  for (int i = 0; i < 150; ++i) junk += "junk\n";
+  text.insert(text.find("<HOST"), junk);
+  const std::string file = OutputPath("hundred.xml");
+  WriteFile(file, text);
+  const Outcome o = Doc(DocCheck, file);
+  EXPECT_EQ(o.rc, 1);
+  std::istringstream lines(o.err);
+  std::string line, last;
+  std::size_t told = 0, previous = 0;
+  while (std::getline(lines, line)) {
+    last = line;
+    if (line.compare(0, file.size() + 1, file + ":") != 0 ||
+        !std::isdigit(static_cast<unsigned char>(line[file.size() + 1])))
+      continue;
+    const std::size_t n =
+        std::strtoul(line.c_str() + file.size() + 1, nullptr, 10);
+    if (n == 0) continue;
+    EXPECT_GT(n, previous) << line;
+    previous = n;
+    ++told;
+  }
+  EXPECT_EQ(told, 100u);
+  EXPECT_EQ(last, file +
+                      ": 100 problems: not a document the exporter "
+                      "writes; stopped");
+  const test_support::RunResult piped = test_support::Run(
+      "/bin/sh",
+      {"-c", "exec \"$0\" check - <\"$1\"", VANTREL_DOC_BINARY, file}, {});
+  EXPECT_EQ(piped.status, 1);
+  EXPECT_EQ(piped.err.substr(0, 11), "<stdin>:28:");
+}
+
 // A line past the reader's limit ends the reading there: /dev/zero is one
 // endless line.
 TEST(Check, ALineLongerThanTheLimitEndsTheReading) {
