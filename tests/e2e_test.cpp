@@ -378,6 +378,11 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
               "os_type, os_version, rowid);"),
        "table host has a column named 'rowid': create the store from the "
        "schema"},
+      {"a column named _rowid_",
+       Strict("DROP TABLE host; CREATE TABLE host (oid BLOB PRIMARY KEY, name, "
+              "os_type, os_version, _rowid_);"),
+       "table host has a column named '_rowid_': create the store from the "
+       "schema"},
       {"two local sites", Full("INSERT INTO local_site VALUES (x'99', 'b');"),
        "table local_site holds 2 rows: a store has at most one local site"},
       // The lists whose getters' failures the exporter passes over: their
@@ -477,6 +482,16 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
        "table data_domain, row 1 (oid x1003), column project: x77 names no "
        "project row"},
 
+      {"a carriage return alone in a text",
+       Loose("UPDATE host SET os_type = 'a' || char(13) || 'b' WHERE oid = "
+             "x'0A02';"),
+       "table host, row 2 (oid x0A02), column os_type: 'a\\x0Db' holds a line "
+       "break, which the document cannot carry"},
+      {"a long identifier shown whole",
+       Full("UPDATE data_domain SET data_server = x'" + std::string(60, 'E') +
+            "' WHERE oid = x'1003';"),
+       "table data_domain, row 1 (oid x1003), column data_server: x" +
+           std::string(60, 'E') + " names no data_server row"},
       {"line break in a text",
        Loose("UPDATE host SET os_type = 'Linux' || char(13, 10) || 'x' "
              "WHERE oid = x'0A02';"),
