@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 namespace vantrel {
 
@@ -21,6 +22,18 @@ std::string DirectoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string TemporaryDirectory() {
+  const char* dir = std::getenv("TMPDIR");
+  return dir && *dir ? dir : "/tmp";
+}
+
+int AnonymousFile() {
+  std::string path = TemporaryDirectory() + "/vantrel-XXXXXX";
+  const int fd = ::mkostemp(&path[0], O_CLOEXEC);
+  if (fd >= 0) ::unlink(path.c_str());
+  return fd;
 }
 
 }  // namespace vantrel

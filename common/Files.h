@@ -12,4 +12,10 @@ bool Sync(const std::string& path);
 // or a link changes.
 std::string DirectoryOf(const std::string& path);
 
+// The directory of temporary files: TMPDIR, else /tmp.
+std::string TemporaryDirectory();
+// A new file of the temporary directory, already removed (it lasts as long
+// as the returned descriptor); -1 with errno set.
+int AnonymousFile();
+
 }  // namespace vantrel

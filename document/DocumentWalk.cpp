@@ -16,6 +16,7 @@
 
 #include "DocumentWrite.h"
 #include "Escape.h"
+#include "Files.h"
 
 namespace doc {
 namespace {
@@ -199,7 +200,7 @@ class Structure {
 // Opens file for reading, standard input for "-"; -1 with errno set. The
 // input may be read twice: standard input is first copied to a file of its
 // own, removed at once.
-int OpenInput(const std::string& file) {
+int OpenInput(const std::string& file, bool* temporary) {
   if (file != "-") {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return -1;
@@ -211,11 +212,11 @@ int OpenInput(const std::string& file) {
     }
     return fd;
   }
-  std::FILE* copy = std::tmpfile();
-  if (!copy) return -1;
-  const int fd = ::dup(::fileno(copy));
-  std::fclose(copy);
-  if (fd < 0) return -1;
+  const int fd = vantrel::AnonymousFile();
+  if (fd < 0) {
+    *temporary = true;
+    return -1;
+  }
   char buffer[1 << 16];
   std::uint64_t total = 0;
   for (;;) {
@@ -227,8 +228,14 @@ int OpenInput(const std::string& file) {
       errno = EFBIG;
       return -1;
     }
-    if (got < 0 || (got > 0 && ::write(fd, buffer,
-                                       static_cast<std::size_t>(got)) != got)) {
+    if (got > 0 && ::write(fd, buffer, static_cast<std::size_t>(got)) != got) {
+      const int saved = errno;
+      ::close(fd);
+      *temporary = true;
+      errno = saved ? saved : ENOSPC;
+      return -1;
+    }
+    if (got < 0) {
       const int saved = errno;
       ::close(fd);
       errno = saved;
@@ -304,10 +311,12 @@ bool WellFormedDocument(int fd, XmlErrors& errors) {
   if (!reader) return false;
   bool root = false, first = true;
   int rc = -1;
+  xmlDoc* document = nullptr;
   while (errors.message.empty() && (rc = xmlTextReaderRead(reader)) == 1) {
     const int type = xmlTextReaderNodeType(reader);
     if (type == XML_READER_TYPE_DOCUMENT_TYPE) {
-      const xmlDoc* document = xmlTextReaderCurrentDoc(reader);
+      // The document is the caller's once asked for: freed below.
+      if (!document) document = xmlTextReaderCurrentDoc(reader);
       const xmlDtd* dtd = document ? document->intSubset : nullptr;
       if (dtd && (dtd->entities || dtd->pentities)) {
         errors.line = LineOf(fd, "<!ENTITY");
@@ -322,6 +331,7 @@ bool WellFormedDocument(int fd, XmlErrors& errors) {
     }
   }
   xmlFreeTextReader(reader);
+  xmlFreeDoc(document);
   return rc == 0 && root && errors.message.empty();
 }
 
@@ -665,7 +675,7 @@ void QuietXmlErrors() {
 
 Walked Walk(const std::string& file, Visitor& visitor) {
   Walked walked;
-  const int fd = OpenInput(file);
+  const int fd = OpenInput(file, &walked.temporary);
   if (fd < 0) {
     walked.error = errno;
     return walked;

@@ -46,6 +46,9 @@ class Visitor {
 struct Walked {
   bool opened = false;  // false: the file could not be opened or read
   int error = 0;        // the system's reason when not opened
+  // Not opened for a failure of the copy of standard input in the
+  // temporary directory, not of the input.
+  bool temporary = false;
   bool xml = false;     // read as XML, not in the exporter's layout
   // Read in the exporter's layout but not well-formed XML: where first, as
   // "LINE: what" (empty when it is well-formed).

@@ -321,11 +321,17 @@ TEST_F(Targets, ATemporaryDirectoryThatCannotBeWrittenIsNamed) {
             "vantrel-doc: cannot write <stdout>: cannot create a "
             "file in the temporary directory " +
                 OutputPath("no/such/tmp") + ": No such file or directory\n");
+  // Standard input is copied there to be read twice.
+  const RunResult piped = test_support::Run(
+      "/bin/sh",
+      {"-c", "exec \"$0\" check - <\"$1\"", VANTREL_DOC_BINARY, demo},
+      {{"TMPDIR", OutputPath("no/such/tmp")}});
+  EXPECT_EQ(piped.status, 2);
+  EXPECT_EQ(piped.err,
+            "vantrel-doc: <stdin>: cannot be copied to the "
+            "temporary directory " +
+                OutputPath("no/such/tmp") + ": No such file or directory\n");
 }
-
-}  // namespace
-
-namespace {
 
 // A file name that is not UTF-8 reaches messages and JSON escaped, so that
 // both stay valid UTF-8.

@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "Escape.h"
+#include "Files.h"
 #include "Hex.h"
 #include "Output.h"
 
@@ -122,7 +123,13 @@ bool Checker::Run() {
   walked_ = doc::Walk(file_, *this);
   if (!walked_.opened) {
     err_ << "vantrel-doc: " << Shown(file_) << ": "
-         << std::strerror(walked_.error) << "\n";
+         << (walked_.temporary
+                 ? "cannot be copied to the temporary directory " +
+                       vantrel::Escaped(vantrel::TemporaryDirectory()) + ": "
+                 : std::string())
+         << (walked_.error == EFBIG ? "larger than any document"
+                                    : std::strerror(walked_.error))
+         << "\n";
     return false;
   }
   CheckIdentifiers();

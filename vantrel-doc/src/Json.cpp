@@ -135,8 +135,9 @@ int DocJson(const std::string& file, const std::string& output,
     utf8 = n > 0;
     i += n;
   }
-  const std::string name =
-      file == "-" ? "<stdin>" : utf8 ? file : vantrel::Escaped(file);
+  const std::string name = file == "-" ? "<stdin>"
+                           : utf8      ? file
+                                       : vantrel::Escaped(file);
   return CopyDocument(
       file, output,
       [&](Output& json) -> std::unique_ptr<ReportingWriter> {

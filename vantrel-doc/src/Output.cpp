@@ -79,11 +79,6 @@ void RemovePartialFilesOnSignals() {
   for (int signal : kSignals) ::sigaction(signal, &action, nullptr);
 }
 
-std::string TemporaryDirectory() {
-  const char* dir = std::getenv("TMPDIR");
-  return dir && *dir ? dir : "/tmp";
-}
-
 Output::~Output() {
   if (direct_ > STDERR_FILENO) ::close(direct_);
   if (partial_.empty()) return;
@@ -146,15 +141,15 @@ bool Output::Open(const std::string& path, std::string* error, bool regularOnly,
   }
 
   const HeldSignals held;
-  std::string partial = direct_ >= 0
-                            ? TemporaryDirectory() + "/vantrel-doc-XXXXXX"
-                            : path_ + ".partial-XXXXXX";
+  std::string partial =
+      direct_ >= 0 ? vantrel::TemporaryDirectory() + "/vantrel-doc-XXXXXX"
+                   : path_ + ".partial-XXXXXX";
   const int fd = ::mkstemp(&partial[0]);
   if (fd < 0) {
     *error = Reason(errno);
     if (direct_ >= 0)
       *error = "cannot create a file in the temporary directory " +
-               vantrel::Escaped(TemporaryDirectory()) + ": " + *error;
+               vantrel::Escaped(vantrel::TemporaryDirectory()) + ": " + *error;
     return false;
   }
   partial_ = partial;

@@ -75,5 +75,3 @@ void SetPartialFile(const char* path);
 // Removes the partial file at SIGINT, SIGTERM, SIGHUP, SIGPIPE and SIGXFSZ
 // (a file-size limit), then ends by the signal.
 void RemovePartialFilesOnSignals();
-// The directory for temporary files: TMPDIR, else /tmp.
-std::string TemporaryDirectory();
