@@ -321,6 +321,16 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
 }
 
+// SQL adding count projects, their oids "P000001"..., named name and a
+// number.
+std::string Projects(int count, const char* name) {
+  return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+         "WHERE i < " +
+         std::to_string(count) +
+         ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
+         name + "' || i FROM k;";
+}
+
 // Runs vantrel-doc with args in a child of its own; returns its pid.
 pid_t Start(const std::vector<std::string>& args) {
   const pid_t child = ::fork();
@@ -371,18 +381,11 @@ TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
 // A store renamed over while an apply writes it: the change went to a
 // file without the name, which is said; the file at the name stays.
 TEST(Guarded, AStoreReplacedDuringTheApplyIsNotClaimed) {
-  const auto projects = [](int count, const char* name) {
-    return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
-           "WHERE i < " +
-           std::to_string(count) +
-           ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
-           name + "' || i FROM k;";
-  };
-  const std::string store = Store("apply-replaced", {projects(30000, "p")});
-  const std::string other = Store("apply-other", {projects(10, "other")});
+  const std::string store = Store("apply-replaced", {Projects(30000, "p")});
+  const std::string other = Store("apply-other", {Projects(10, "other")});
   const std::string wanted = OutputPath("apply-replaced.xml");
   WriteFile(wanted, Exported(Store("apply-replaced-want",
-                                   {projects(20000, "renamed")})));
+                                   {Projects(20000, "renamed")})));
   const std::string kept = ReadFile(other);
   const pid_t apply = Start({"apply", wanted, store});
   const std::string journal = store + "-journal";
@@ -414,23 +417,16 @@ TEST(Guarded, AStylesheetInstructionIsNotConfiguration) {
 // A large store applied to another, killed at several moments: the store
 // exports one document or the other, never a mix.
 TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
-  const auto projects = [](int count, const char* name) {
-    return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
-           "WHERE i < " +
-           std::to_string(count) +
-           ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
-           name + "' || i FROM k;";
-  };
   const std::string before = OutputPath("killed-before.xml"),
                     after = OutputPath("killed-after.xml");
   // A small cache: the apply writes the store's file before its commit, as
   // a large apply does, so that a kill leaves a journal to roll back.
   const std::string original =
       Store("killed-original",
-            {projects(30000, "p"), "PRAGMA default_cache_size = 10;"});
+            {Projects(30000, "p"), "PRAGMA default_cache_size = 10;"});
   WriteFile(before, Exported(original));
   WriteFile(after,
-            Exported(Store("killed-wanted", {projects(20000, "renamed")})));
+            Exported(Store("killed-wanted", {Projects(20000, "renamed")})));
   // A moment: a time after the start, or after the first write (the
   // journal appearing); the signal sent then.
   const struct {
