@@ -133,7 +133,6 @@ class Reader {
   ~Reader();
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
-  bool Open() const { return fd_ >= 0; }
   // Sets text to the next line, without its newline; it stays valid until
   // the next call. False at the end of the file, or when it cannot be read
   // further (Error() then says why).

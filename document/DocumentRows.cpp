@@ -149,7 +149,6 @@ std::vector<std::string> RowShapeProblems() {
   return problems;
 }
 
-const char* TableOf(Kind kind) { return kRows[kind].table; }
 
 bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink) {
   const char* table = kRows[line.kind].table;

@@ -13,10 +13,6 @@
 
 namespace doc {
 
-// The store table that holds the elements of kind, or null for an element
-// without a row of its own (the server wrapper).
-const char* TableOf(Kind kind);
-
 // A row of a store table as an element gives it: the table (a name that
 // lives as long as the program), the values of its columns in the schema's
 // order, and whether a row already there with its oid is left alone (a

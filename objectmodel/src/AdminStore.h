@@ -155,8 +155,6 @@ class AdminStore {
   void Free(StoreObjectBase* object);
 
   const OidIndex& Index(Table table) const { return indexes_[table]; }
-  // The oid of a row as refusals name it, " (oid xHEX)", or nothing.
-  std::string RowOid(Table table, std::int64_t rowid);
   // Objects made and not yet freed.
   std::size_t Live() const { return live_; }
   // True once a bad row was reported.

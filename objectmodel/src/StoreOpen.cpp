@@ -220,17 +220,6 @@ void AdminStore::CheckTables() {
   }
 }
 
-std::string AdminStore::RowOid(Table table, std::int64_t rowid) {
-  if (!ShapeOf(table).hasOid) return std::string();
-  sqlite3_stmt* stmt = Statement(std::string("SELECT oid FROM \"") +
-                                 ShapeOf(table).name + "\" WHERE rowid = ?1");
-  sqlite3_bind_int64(stmt, 1, rowid);
-  const std::string shown =
-      Step(stmt) ? " (oid " + ShownValue(stmt, 0) + ")" : std::string();
-  sqlite3_reset(stmt);
-  return shown;
-}
-
 // Sizes the indexes of oids before they are read.
 void AdminStore::CountRows() {
   std::string sql = "SELECT 0";
