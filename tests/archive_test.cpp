@@ -5,7 +5,8 @@
 //   Archive  the same bytes as the exporter's; a second export says what
 //            changed since; -q says nothing
 //   Failure  a missing store, a store the exporter refuses, a directory
-//            that does not exist, the store itself as the file: status 2,
+//            that does not exist, the store itself as the file, a document
+//            that check refuses: status 2,
 //            the exporter's chain of messages, the archive as it was and
 //            nothing left beside it
 #include "binaries.h"
@@ -103,6 +104,27 @@ TEST(Failure, TheArchiveAsItWasAndNothingLeftBehind) {
     }
     NothingLeftBehind();
   }
+}
+
+// A store whose text forges an attribute exports a document that check
+// refuses: the archive is not replaced by it.
+TEST(Failure, AnArchiveThatCheckRefusesIsNotCommitted) {
+  const std::string store = OutputPath("forging.db"),
+                    archive = OutputPath("forging.xml");
+  MakeStore(store, {ReadFile(DataPath("full.sql")),
+                    "UPDATE host SET name = 'b\" OSType=\"x' WHERE oid = "
+                    "x'0A02';"});
+  WriteFile(archive, ReadFile(DataPath("full.xml")));
+  const RunResult run = Doc({"export", store, archive});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find(":29: ambiguous HOST element"), std::string::npos)
+      << run.err;
+  EXPECT_EQ(run.err.substr(run.err.rfind('\n', run.err.size() - 2) + 1),
+            "vantrel-doc: cannot export " + store + " to " + archive +
+                ": the new document is not whole; " + archive +
+                " is as it was\n");
+  EXPECT_TRUE(ReadFile(archive) == ReadFile(DataPath("full.xml")));
+  NothingLeftBehind();
 }
 
 }  // namespace

@@ -529,3 +529,33 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
 }
 
 }  // namespace
+
+namespace {
+
+// A store its user may not read, tried as a user who is not root (root
+// reads every file): refused with the system's reason before SQLite opens
+// it.
+TEST(Store, AStoreTheUserMayNotReadIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+  const std::string store = FullStore("unreadable");
+  ASSERT_EQ(::chmod(store.c_str(), 0600), 0);
+  char dir[] = "/tmp/vantrel-nobody-XXXXXX";
+  ASSERT_NE(::mkdtemp(dir), nullptr);
+  ::chmod(dir, 0777);
+  const std::string out = std::string(dir) + "/admin.xml";
+  const RunResult run = test_support::Run(
+      "setpriv",
+      {"--reuid=65534", "--regid=65534", "--clear-groups", VANTREL_BINARY, "-f",
+       out},
+      {{"KIV_ADMIN_STORE", store}, {"LUM_TRACE", std::nullopt}});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(
+      run.err.find("KivAdmin: cannot open the administration store \"" + store +
+                   "\": cannot read the file: Permission denied\n"),
+      std::string::npos)
+      << run.err;
+  std::remove(out.c_str());
+  ::rmdir(dir);
+}
+
+}  // namespace
