@@ -132,7 +132,9 @@ void PictureData::Element(const doc::Line& line, std::size_t,
 
 bool DrawPicture(const PictureData& data, std::string* svg,
                  std::string* error) {
-  std::unique_ptr<GVC_t, int (*)(GVC_t*)> gvc(gvContext(), gvFreeContext);
+  // One context for the process: a context freed and made again leaves
+  // Graphviz's text plugin reading the fonts of the freed one.
+  static GVC_t* const gvc = gvContext();
   if (!gvc) {
     *error = "Graphviz cannot start";
     return false;
@@ -207,11 +209,11 @@ bool DrawPicture(const PictureData& data, std::string* svg,
   }
   char* rendered = nullptr;
   unsigned int size = 0;
-  const bool drawn = gvLayout(gvc.get(), g, "dot") == 0 &&
-                     gvRenderData(gvc.get(), g, "svg", &rendered, &size) == 0;
+  const bool drawn = gvLayout(gvc, g, "dot") == 0 &&
+                     gvRenderData(gvc, g, "svg", &rendered, &size) == 0;
   if (drawn) svg->assign(rendered, size);
   if (rendered) gvFreeRenderData(rendered);
-  gvFreeLayout(gvc.get(), g);
+  gvFreeLayout(gvc, g);
   agclose(g);
   if (!drawn) *error = "Graphviz cannot draw the picture";
   return drawn;
