@@ -24,6 +24,32 @@ std::string DirectoryOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+Copied CopyFile(int from, int to, std::uint64_t limit) {
+  char block[1 << 16];
+  std::uint64_t total = 0;
+  for (;;) {
+    ssize_t got = ::read(from, block, sizeof block);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return Copied::kReadFailed;
+    if (got == 0) return Copied::kWhole;
+    total += static_cast<std::uint64_t>(got);
+    if (total > limit) {
+      errno = EFBIG;
+      return Copied::kTooLarge;
+    }
+    for (const char* at = block; got > 0;) {
+      const ssize_t put = ::write(to, at, static_cast<std::size_t>(got));
+      if (put < 0 && errno == EINTR) continue;
+      if (put <= 0) {
+        if (put == 0) errno = ENOSPC;
+        return Copied::kWriteFailed;
+      }
+      at += put;
+      got -= put;
+    }
+  }
+}
+
 std::string TemporaryDirectory() {
   const char* dir = std::getenv("TMPDIR");
   return dir && *dir ? dir : "/tmp";

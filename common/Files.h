@@ -2,6 +2,8 @@
 // takes its name.
 #pragma once
 
+#include <cstdint>
+#include <limits>
 #include <string>
 
 namespace vantrel {
@@ -11,6 +13,15 @@ bool Sync(const std::string& path);
 // The directory of path ("." for a bare name), whose entry of path a rename
 // or a link changes.
 std::string DirectoryOf(const std::string& path);
+
+// How a copy ended.
+enum class Copied { kWhole, kReadFailed, kWriteFailed, kTooLarge };
+// Copies what is left of the file from into the file to, a block at a time
+// and at most limit bytes; with errno set when not whole (EFBIG past the
+// limit).
+Copied CopyFile(
+    int from, int to,
+    std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
 
 // The directory of temporary files: TMPDIR, else /tmp.
 std::string TemporaryDirectory();

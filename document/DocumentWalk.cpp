@@ -217,31 +217,14 @@ int OpenInput(const std::string& file, bool* temporary) {
     *temporary = true;
     return -1;
   }
-  char buffer[1 << 16];
-  std::uint64_t total = 0;
-  for (;;) {
-    const ssize_t got = ::read(0, buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) continue;
-    total += got > 0 ? static_cast<std::uint64_t>(got) : 0;
-    if (total > kMaxDocumentBytes) {
-      ::close(fd);
-      errno = EFBIG;
-      return -1;
-    }
-    if (got > 0 && ::write(fd, buffer, static_cast<std::size_t>(got)) != got) {
-      const int saved = errno;
-      ::close(fd);
-      *temporary = true;
-      errno = saved ? saved : ENOSPC;
-      return -1;
-    }
-    if (got < 0) {
-      const int saved = errno;
-      ::close(fd);
-      errno = saved;
-      return -1;
-    }
-    if (got == 0) break;
+  const vantrel::Copied copied =
+      vantrel::CopyFile(STDIN_FILENO, fd, kMaxDocumentBytes);
+  if (copied != vantrel::Copied::kWhole) {
+    const int saved = errno;
+    ::close(fd);
+    *temporary = copied == vantrel::Copied::kWriteFailed;
+    errno = saved;
+    return -1;
   }
   ::lseek(fd, 0, SEEK_SET);
   return fd;

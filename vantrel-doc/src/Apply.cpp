@@ -21,6 +21,7 @@
 #include "Checker.h"
 #include "DocumentRows.h"
 #include "DocumentWrite.h"
+#include "Files.h"
 #include "Hex.h"
 #include "KivStoreWriter.h"
 #include "Output.h"
@@ -442,29 +443,6 @@ struct Temporary {
   std::string path;
 };
 
-// Copies at most limit bytes of fd from to the file at path; false with
-// errno set (EFBIG past the limit).
-bool CopyBounded(int from, const std::string& path, std::uint64_t limit) {
-  std::ofstream to(path, std::ios::binary | std::ios::trunc);
-  char block[1 << 16];
-  std::uint64_t total = 0;
-  for (;;) {
-    const ssize_t got = ::read(from, block, sizeof block);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return false;
-    if (got == 0) break;
-    total += static_cast<std::uint64_t>(got);
-    if (total > limit) {
-      errno = EFBIG;
-      return false;
-    }
-    if (!to.write(block, got)) return false;
-  }
-  to.close();
-  if (to.fail()) errno = errno ? errno : EIO;
-  return !to.fail();
-}
-
 // Reads the document file whole into *bytes, as any document is read:
 // bounded, and only from a regular file. False with the reason in *error.
 bool ReadDocumentFile(const std::string& file, std::string* bytes,
@@ -529,7 +507,9 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
   Temporary input;
   std::string doc = file;
   if (file == "-") {
-    if (input.fd < 0 || !CopyBounded(0, input.path, doc::kMaxDocumentBytes))
+    if (input.fd < 0 ||
+        vantrel::CopyFile(STDIN_FILENO, input.fd, doc::kMaxDocumentBytes) !=
+            vantrel::Copied::kWhole)
       return refused(std::string("cannot read <stdin>: ") +
                          (errno == EFBIG ? "larger than any document"
                                          : std::strerror(errno)),

@@ -47,18 +47,6 @@ std::string Followed(std::string path) {
   return std::string();
 }
 
-// Writes all of size bytes to fd; false with errno set.
-bool WriteAll(int fd, const char* bytes, std::size_t size) {
-  while (size > 0) {
-    const ssize_t put = ::write(fd, bytes, size);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    bytes += put;
-    size -= static_cast<std::size_t>(put);
-  }
-  return true;
-}
-
 }  // namespace
 
 void SetPartialFile(const char* path) { partialFile.store(path); }
@@ -227,20 +215,7 @@ bool Output::CommitSpool(std::string* error) {
     *error = Reason(errno);
     return false;
   }
-  char block[1 << 16];
-  bool copied = true;
-  for (;;) {
-    const ssize_t got = ::read(fd, block, sizeof block);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) {
-      copied = got == 0;
-      break;
-    }
-    if (!WriteAll(direct_, block, static_cast<std::size_t>(got))) {
-      copied = false;
-      break;
-    }
-  }
+  const bool copied = vantrel::CopyFile(fd, direct_) == vantrel::Copied::kWhole;
   const int saved = errno;
   ::close(fd);
   if (!copied) {
