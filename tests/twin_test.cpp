@@ -110,24 +110,23 @@ TEST(Twin, ReadsExactlyAndLoadsBackToTheSameBytes) {
 
 TEST(Refused, ValuesXmlCannotCarryAndDocumentsItCannotRead) {
   const std::string doc = ReadFile(DataPath("full.xml"));
+  // The same changes in the well-formed twin, read as XML.
+  const std::string twinText = Doc({"xml", DataPath("full.xml"), "-"}).out;
   int made = 0;
-  const auto with = [&](const std::string& from, const std::string& to) {
-    std::string text = doc;
+  // A file of its own holding text with from replaced by to.
+  const auto changed = [&](std::string text, const std::string& from,
+                           const std::string& to) {
     text.replace(text.find(from), from.size(), to);
     const std::string file =
         OutputPath("refused-" + std::to_string(++made) + ".xml");
     WriteFile(file, text);
     return file;
   };
-  // The same changes in the well-formed twin, read as XML.
-  const std::string twinText = Doc({"xml", DataPath("full.xml"), "-"}).out;
+  const auto with = [&](const std::string& from, const std::string& to) {
+    return changed(doc, from, to);
+  };
   const auto inTwin = [&](const std::string& from, const std::string& to) {
-    std::string text = twinText;
-    text.replace(text.find(from), from.size(), to);
-    const std::string file =
-        OutputPath("refused-" + std::to_string(++made) + ".xml");
-    WriteFile(file, text);
-    return file;
+    return changed(twinText, from, to);
   };
   std::string many;
   for (int i = 0; i < 300; ++i) many += " a" + std::to_string(i) + "=\"\"";
