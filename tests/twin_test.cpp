@@ -299,6 +299,17 @@ TEST(Command, EndlessInputsEndWithinSeconds) {
     const std::size_t at = run.err.rfind('\n', run.err.size() - 2);
     EXPECT_EQ(run.err.substr(at == std::string::npos ? 0 : at + 1), c.last);
   }
+  // Standard input is copied to be read twice, up to the bound of any
+  // document, and the copy is gone with the process.
+  const RunResult piped = test_support::Run(
+      "/bin/sh",
+      {"-c", "head -c 2200000000 /dev/zero | timeout 60 \"$0\" check -",
+       VANTREL_DOC_BINARY},
+      {{"TMPDIR", OutputPath("")}});
+  EXPECT_EQ(piped.status, 2);
+  EXPECT_EQ(piped.err, "vantrel-doc: <stdin>: larger than any document\n");
+  for (const std::string& name : test_support::ListDirectory(OutputPath("")))
+    EXPECT_EQ(name.find("vantrel-"), std::string::npos) << name;
 }
 
 TEST(Command, TheUsualCommandLine) {
