@@ -457,11 +457,27 @@ TEST(Load, CreatesTheStoreWithTheUsualMode) {
 }
 
 // The store takes its name only if none appeared meanwhile (link, not
-// rename), and has the schema's secondary indexes.
+// rename), a row its table refuses fails the load, and the store has the
+// schema's secondary indexes.
 TEST(Load, AStoreIsLinkedWholeWithItsIndexes) {
   const std::string path = OutputPath("appeared.db");
   std::remove(path.c_str());
   std::string error;
+  // Rows the checker never lets through, refused again by the table.
+  const std::vector<KivStoreWriter::Value> refused[] = {
+      {KivStoreWriter::Oid("x01"), KivStoreWriter::Null(),
+       KivStoreWriter::Null(), KivStoreWriter::Null()},
+      {KivStoreWriter::Oid("x02"), KivStoreWriter::Text("a\nb"),
+       KivStoreWriter::Null(), KivStoreWriter::Null()}};
+  for (const auto& row : refused) {
+    auto writer = KivStoreWriter::Create(path, &error);
+    ASSERT_TRUE(writer) << error;
+    ASSERT_TRUE(writer->Add("host", refused[0], &error));
+    writer->Add("host", row, &error);
+    EXPECT_FALSE(writer->Commit(&error));
+    EXPECT_NE(error.find("table host: "), std::string::npos) << error;
+    EXPECT_FALSE(test_support::FileExists(path));
+  }
   {
     auto writer = KivStoreWriter::Create(path, &error);
     ASSERT_TRUE(writer) << error;

@@ -373,6 +373,15 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
             "UPDATE host SET oid = x'0A01000000000000AA' WHERE oid = x'0A02';"),
        "table media, row 3, column oid: x0A01000000000000AA is also the oid "
        "of row 2 of table host"},
+      // A run of one table's oids taken without comparing stops before an
+      // oid whose first 8 bytes another table's next oid shares.
+      {"long oids sharing their first 8 bytes",
+       Full("UPDATE host SET oid = x'0A01000000000000BB' WHERE oid = x'0A02';"
+            "DELETE FROM media; INSERT INTO media VALUES "
+            "(x'0A01000000000000AA', NULL), (x'0A01000000000000BB', NULL), "
+            "(x'0A01000000000000CC', NULL);"),
+       "table media, row 2, column oid: x0A01000000000000BB is also the oid "
+       "of row 2 of table host"},
       {"a column named rowid",
        Strict("DROP TABLE host; CREATE TABLE host (oid BLOB PRIMARY KEY, name, "
               "os_type, os_version, rowid);"),
@@ -383,6 +392,13 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
               "os_type, os_version, _rowid_);"),
        "table host has a column named '_rowid_': create the store from the "
        "schema"},
+      // No project lists them: the rows of a child table are checked when
+      // the store opens.
+      {"a child met only as a reference, its owner missing",
+       Loose("DELETE FROM project_vault_server; DELETE FROM "
+             "project_data_server; DELETE FROM project;"),
+       "table data_domain, row 1 (oid x1003), column project: x0D03 names no "
+       "project row"},
       {"two local sites", Full("INSERT INTO local_site VALUES (x'99', 'b');"),
        "table local_site holds 2 rows: a store has at most one local site"},
       // The lists whose getters' failures the exporter passes over: their
@@ -482,6 +498,18 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
        "table data_domain, row 1 (oid x1003), column project: x77 names no "
        "project row"},
 
+      // An index whose entries are not in the order of its column, as a
+      // damaged file has: the rows of an owner found after a later owner's.
+      {"index out of order",
+       Full("DROP INDEX business_domain_by_domain; CREATE INDEX "
+            "business_domain_by_domain ON business_domain(domain DESC); "
+            "PRAGMA "
+            "writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE "
+            "INDEX business_domain_by_domain ON business_domain(domain)' "
+            "WHERE name = 'business_domain_by_domain';"),
+       "table business_domain, row 1 (oid x0F01), column domain: x0E01 comes "
+       "after the rows of a later owner, out of the order of the column's "
+       "index: the store is damaged (see PRAGMA integrity_check)"},
       {"a carriage return alone in a text",
        Loose("UPDATE host SET os_type = 'a' || char(13) || 'b' WHERE oid = "
              "x'0A02';"),

@@ -36,8 +36,9 @@ using Project = ToolTest;
 TEST_F(Project, DataDomainsOneLevelDeeperNullsSkippedButCounted) {
   auto* project = fakes.Add<fake::Project>("P", "0A1B");
   project->name = "P1";
+  auto* server = fakes.Add<fake::DataServer>("S", "0B01");
   project->dataDomains = {AddDataDomain(fakes, "DD1", "01"), nullptr,
-                          AddDataDomain(fakes, "DD2", "02")};
+                          AddDataDomain(fakes, "DD2", "02", server)};
   EXPECT_EQ(
       Write(DumpProject, project, 1),
       (Outcome{
@@ -46,7 +47,8 @@ TEST_F(Project, DataDomainsOneLevelDeeperNullsSkippedButCounted) {
           "    <DATARDB Name=\"DD1\" AliasName=\"ADD1\"  Oid=\"x01\" "
           "OwnerDico=\"OWNER\" BusinessDomain=\"x0F01\" Driver=\"oracle\" />\n"
           "    <DATARDB Name=\"DD2\" AliasName=\"ADD2\"  Oid=\"x02\" "
-          "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" />\n"
+          "OwnerDico=\"OWNER\" BusinessDomain=\"x0F02\" Driver=\"oracle\" "
+          "DataServer=\"x0B01\" />\n"
           "</PROJECT>\n",
           1}));
   EXPECT_NE(trace.find("Project Name : [P1]\n"), std::string::npos);

@@ -90,13 +90,21 @@ TYPED_TEST(Replication, VaultServerStatusesFirstThenDataEachInListOrder) {
   this->AddStatus("S02", v1);
   this->AddStatus("S03", d2);
   this->AddStatus("S04", both);
-  EXPECT_EQ(this->Dump(),
-            (Outcome{0, "",
-                     this->StartTag() + this->Line("VAULTSERVER", "S02", "C1") +
-                         this->Line("VAULTSERVER", "S04", "C2") +
-                         this->Line("DATASERVER", "S01", "B1") +
-                         this->Line("DATASERVER", "S03", "B2") + this->EndTag(),
-                     1}));
+  // Its references, each given back once written.
+  this->set->media = this->fakes.template Add<fake::Media>("M", "13");
+  this->set->packageDefinition =
+      this->fakes.template Add<fake::PackageDefinition>("K", "14");
+  this->set->externSite = this->fakes.template Add<fake::ExternSite>("E", "11");
+  EXPECT_EQ(
+      this->Dump(),
+      (Outcome{0, "",
+               this->StartTag("\" Media=\"x13\" PackageDefinition=\"x14\" "
+                              "ExternSite=\"x11") +
+                   this->Line("VAULTSERVER", "S02", "C1") +
+                   this->Line("VAULTSERVER", "S04", "C2") +
+                   this->Line("DATASERVER", "S01", "B1") +
+                   this->Line("DATASERVER", "S03", "B2") + this->EndTag(),
+               1}));
   EXPECT_NE(this->trace.find(std::string(TypeParam::kCount) + "4]\n"),
             std::string::npos);
   // The sorted lists hold no references: each status is given back once.

@@ -273,6 +273,30 @@ TEST_F(StoreUse, ABadRowFailsItsGetterEveryLaterOneAndEnd) {
   admin = nullptr;
 }
 
+// A data domain met first as a package's is read alone, and its owner is
+// checked then: no project lists it.
+TEST_F(StoreUse, AChildReadAloneHasItsOwnerChecked) {
+  path = OutputPath("orphan.db");
+  MakeStore(path,
+            {ReadFile(DataPath("full.sql")),
+             "UPDATE data_domain SET project = x'77' WHERE oid = x'1003';"},
+            true);
+  ASSERT_GE(Open(&path), 0);
+  LumListPtrIUnknown packages(0), dataDomains(0), hosts(0);
+  ASSERT_EQ(admin->GetPackageDefinitions(packages), S_OK);
+  ASSERT_EQ(Items<KivIReplPackageDefinition>(packages)[0]->GetWholeDataDomains(
+                dataDomains),
+            S_OK);
+  ASSERT_EQ(dataDomains.Count(), 2);
+  CaptureStderr err;
+  Items<KivIDataDomain>(dataDomains)[1]->GetName();
+  EXPECT_EQ(admin->GetHosts(hosts), E_FAIL);
+  EXPECT_EQ(err.Text(), "KivAdmin: cannot read the administration store \"" +
+                            path +
+                            "\": table data_domain, row 1 (oid x1003), column "
+                            "project: x77 names no project row\n");
+}
+
 TEST_F(StoreUse, GettersFailAfterEndAndOnlyAClosedSessionIsReplaced) {
   OpenFull();
   ASSERT_NE(SdaiSession::CurrentSession(), nullptr);

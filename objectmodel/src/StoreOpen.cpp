@@ -144,6 +144,15 @@ void AdminStore::Check() {
   for (Table table : {kBusinessDomain, kCaptureStatus, kApplyStatus,
                       kDataServer, kVaultServer})
     CheckRows(table);
+  // The rows of a child table pass its owners' check as the owners are
+  // listed; with no owner to list, none would pass, and a row whose owner is
+  // gone would be left out of the document unsaid.
+  for (int t = 0; t < kObjectTables; ++t) {
+    const Table owner = ShapeOf(Table(t)).owner;
+    if (owner != kTableCount && indexes_[owner].Entries().empty() &&
+        !indexes_[t].Entries().empty())
+      CheckRows(Table(t));
+  }
   // A package's data domains are read whole at their first ask: now.
   LinksOf(kPackageWholeDataDomain, kDataDomain);
   const std::size_t locals = indexes_[kLocalSite].Entries().size();
