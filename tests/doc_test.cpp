@@ -147,6 +147,10 @@ TEST(Check, EachProblemOnItsLine) {
       {"ambiguous", Changed("Name=\"beta\"", "Name=\"b\" OSType=\"x\""),
        "29: ambiguous HOST element: a value holds the text of an attribute, "
        "so that more than one reading fits"},
+      {"a delimiter before an identifier in a value",
+       Changed("opt=<a&b>\"", "opt=<a&b>\" Host=\"x0A01\""),
+       "23: ambiguous DATASERVER element: a value holds the text of an "
+       "attribute, so that more than one reading fits"},
       {"after the end", ReadFile(DataPath("full.xml")) + host,
        "51: a line after </AdminObjects>"},
       // References and places.

@@ -57,10 +57,13 @@ void* FaultRealloc(void* p, int n) {
 
 }  // namespace
 
-// The fsyncs of the program, counted.
-long fsyncs = 0;
+// The files the program synced, by the path of their descriptor.
+std::vector<std::string> synced;
 extern "C" int fsync(int fd) {
-  ++fsyncs;
+  char path[4096];
+  const ssize_t n = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(),
+                               path, sizeof path);
+  synced.emplace_back(path, n > 0 ? static_cast<std::size_t>(n) : 0);
   return static_cast<int>(::syscall(SYS_fsync, fd));
 }
 
@@ -312,15 +315,26 @@ TEST(Load, EveryFaultLeavesAWholeStoreOrNone) {
     std::cout << sweep.name << ": " << points << " points\n";
     EXPECT_GT(points, 5) << sweep.name;
   }
-  // The store, then its name in its directory, reach the disk before load
-  // says it is done.
-  std::remove(store.c_str());
-  fsyncs = 0;
-  ASSERT_EQ(DocMain({"load", doc, store}).first, 0);
-  EXPECT_GE(fsyncs, 2);
-  fsyncs = 0;
-  ASSERT_EQ(DocMain({"xml", doc, OutputPath("fault-twin.xml")}).first, 0);
-  EXPECT_GE(fsyncs, 2);
+  // The file, then its name in its directory, reach the disk before the
+  // command says it is done, whether the name has a directory or not.
+  std::string directory = OutputPath("");
+  directory.pop_back();
+  char* saved = ::getcwd(nullptr, 0);
+  ASSERT_EQ(::chdir(directory.c_str()), 0);
+  for (const bool bare : {false, true}) {
+    for (const char* command : {"load", "xml"}) {
+      const std::string name = std::string("fault-synced.") + command;
+      const std::string target = bare ? name : OutputPath(name);
+      std::remove(target.c_str());
+      synced.clear();
+      EXPECT_EQ(DocMain({command, doc, target}).first, 0) << target;
+      EXPECT_EQ(synced.size(), 2u) << target;
+      EXPECT_NE(synced.front().find(name), std::string::npos) << target;
+      EXPECT_EQ(synced.back(), directory) << target;
+    }
+  }
+  EXPECT_EQ(::chdir(saved), 0);
+  std::free(saved);
 }
 
 // One apply of wanted to a fresh copy of store, in process as the tool runs
