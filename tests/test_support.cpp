@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -14,8 +15,16 @@
 namespace test_support {
 
 std::string OutputPath(const std::string& name) {
-  ::mkdir(TEST_OUTPUT_DIR, 0755);
-  return std::string(TEST_OUTPUT_DIR) + "/" + name;
+  // A directory per test program: the programs run side by side, and one's
+  // partial files must not be counted as another's leftovers.
+  static const std::string directory = [] {
+    ::mkdir(TEST_OUTPUT_DIR, 0755);
+    const std::string mine =
+        std::string(TEST_OUTPUT_DIR) + "/" + program_invocation_short_name;
+    ::mkdir(mine.c_str(), 0755);
+    return mine;
+  }();
+  return directory + "/" + name;
 }
 
 std::string DataPath(const std::string& name) {
