@@ -54,6 +54,20 @@ const TableShape kShapes[kTableCount] = {
 
 const TableShape& ShapeOf(Table table) { return kShapes[table]; }
 
+Table TableNamed(std::string_view name) {
+  for (int t = 0; t < kTableCount; ++t)
+    if (name == kShapes[t].name) return Table(t);
+  return kTableCount;
+}
+
+std::string ColumnList(Table table) {
+  const TableShape& shape = kShapes[table];
+  std::string list = shape.hasOid ? "oid" : "";
+  for (const char* column : shape.columns)
+    list += std::string(list.empty() ? "\"" : ", \"") + column + "\"";
+  return list;
+}
+
 int FirstColumn(Table table) { return kShapes[table].hasOid ? 2 : 1; }
 
 std::string SelectList(Table table, const char* prefix) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kiv {
@@ -43,6 +44,13 @@ struct TableShape {
 };
 
 const TableShape& ShapeOf(Table table);
+
+// The table named name; kTableCount for a name the schema does not have.
+Table TableNamed(std::string_view name);
+
+// The columns of table by name, joined for a statement: the oid first, for
+// an object table, then its own columns.
+std::string ColumnList(Table table);
 
 // Where a table's own columns start in its statements: after the rowid and,
 // for an object table, the oid.

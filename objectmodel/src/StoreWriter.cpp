@@ -12,6 +12,7 @@
 #include "Hex.h"
 #include "KivStoreWriter.h"
 #include "StoreOpen.h"
+#include "StoreTables.h"
 
 KivStoreWriter::Value KivStoreWriter::Oid(std::string_view identifier) {
   Value value{Value::kOid, "", 0, {}};
@@ -110,8 +111,16 @@ KivStoreWriter::~KivStoreWriter() {
 sqlite3_stmt* KivStoreWriter::Prepare(const char* table, std::size_t columns,
                                       std::size_t rows, bool once,
                                       std::string* error) {
+  // Columns by name: a row whose values do not match its table's columns
+  // fails here, whatever the order of the columns in the file.
+  const kiv::Table t = kiv::TableNamed(table);
+  if (t == kiv::kTableCount) {
+    *error = std::string("table ") + table + ": not a table of the schema";
+    return nullptr;
+  }
   std::string sql = std::string(once ? "INSERT OR IGNORE" : "INSERT") +
-                    " INTO \"" + table + "\" VALUES ";
+                    " INTO \"" + table + "\" (" + kiv::ColumnList(t) +
+                    ") VALUES ";
   for (std::size_t r = 0; r < rows; ++r) {
     sql += r ? ", (" : "(";
     for (std::size_t i = 0; i < columns; ++i) sql += i ? ", ?" : "?";
@@ -189,8 +198,6 @@ bool KivStoreWriter::Flush(Batch& batch, std::string* error) {
   batch.rows = 0;
   return true;
 }
-
-namespace {}  // namespace
 
 bool KivStoreWriter::Commit(std::string* error) {
   for (Batch& batch : batches_)

@@ -1,0 +1,425 @@
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "KivStoreChange.h"
+#include "StoreTables.h"
+
+using W = KivStoreWriter;
+using kiv::ShapeOf;
+using kiv::Table;
+
+namespace {
+
+// The connection of the change under way, and whether it was interrupted.
+std::atomic<sqlite3*> interruptible{nullptr};
+std::atomic<bool> interrupted{false};
+
+// An error of SQLite, thrown to Apply's boundary.
+struct Failure {
+  std::string what;
+};
+
+// A store value as a wanted value compares with it: NULL and the empty
+// text are alike, since the document writes both as "".
+bool Same(sqlite3_stmt* stmt, int col, const W::Value& v) {
+  const int type = sqlite3_column_type(stmt, col);
+  const auto bytes = [&] {
+    const void* p = type == SQLITE_BLOB ? sqlite3_column_blob(stmt, col)
+                                        : sqlite3_column_text(stmt, col);
+    return std::string(
+        static_cast<const char*>(p ? p : ""),
+        static_cast<std::size_t>(sqlite3_column_bytes(stmt, col)));
+  };
+  switch (v.type) {
+    case W::Value::kNull:
+      return type == SQLITE_NULL;
+    case W::Value::kText:
+      return (type == SQLITE_NULL && v.bytes.empty()) ||
+             (type == SQLITE_TEXT && bytes() == v.bytes);
+    case W::Value::kOid:
+      return type == SQLITE_BLOB && bytes() == v.bytes;
+    case W::Value::kInteger:
+      return type == SQLITE_INTEGER &&
+             sqlite3_column_int64(stmt, col) == v.number;
+  }
+  return false;
+}
+
+void Bind(sqlite3_stmt* stmt, int at, const W::Value& v) {
+  const int size = static_cast<int>(v.bytes.size());
+  switch (v.type) {
+    case W::Value::kNull:
+      sqlite3_bind_null(stmt, at);
+      break;
+    case W::Value::kText:
+      sqlite3_bind_text(stmt, at, v.bytes.data(), size, SQLITE_STATIC);
+      break;
+    case W::Value::kOid:
+      sqlite3_bind_blob(stmt, at, v.bytes.data(), size, SQLITE_STATIC);
+      break;
+    case W::Value::kInteger:
+      sqlite3_bind_int64(stmt, at, v.number);
+      break;
+  }
+}
+
+W::Value OidValue(const std::string& bytes) {
+  return W::Value{W::Value::kOid, bytes, 0, {}};
+}
+
+// A statement over the rows of a table; finalized with it.
+struct Rows {
+  Rows(sqlite3* db, const std::string& sql) {
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK)
+      throw Failure{sqlite3_errmsg(db)};
+  }
+  ~Rows() { sqlite3_finalize(stmt); }
+  bool Next() {
+    const int rc = sqlite3_step(stmt);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+      throw Failure{sqlite3_errmsg(sqlite3_db_handle(stmt))};
+    return rc == SQLITE_ROW;
+  }
+  std::string Blob(int col) {
+    const void* p = sqlite3_column_blob(stmt, col);
+    return std::string(
+        static_cast<const char*>(p ? p : ""),
+        static_cast<std::size_t>(sqlite3_column_bytes(stmt, col)));
+  }
+  sqlite3_stmt* stmt = nullptr;
+};
+
+// The quoted name of a table or column.
+std::string Quoted(const char* name) { return std::string("\"") + name + "\""; }
+
+// The index among table's own columns of the column named name; -1 for
+// none.
+int ColumnIndex(Table table, const char* name) {
+  const auto& columns = ShapeOf(table).columns;
+  for (std::size_t i = 0; i < columns.size(); ++i)
+    if (std::strcmp(columns[i], name) == 0) return static_cast<int>(i);
+  return -1;
+}
+
+}  // namespace
+
+bool KivStoreContent::Add(const char* table,
+                          const std::vector<W::Value>& values,
+                          std::string* error, bool once) {
+  const int t = kiv::TableNamed(table);
+  const std::size_t columns = t == kiv::kTableCount
+                                  ? 0
+                                  : ShapeOf(Table(t)).columns.size() +
+                                        (ShapeOf(Table(t)).hasOid ? 1 : 0);
+  if (t == kiv::kTableCount || values.size() != columns) {
+    *error = std::string("table ") + table + ": not a row of the schema";
+    return false;
+  }
+  std::vector<W::Value> owned = values;
+  for (W::Value& v : owned)
+    if (v.type == W::Value::kText) {
+      v.bytes.assign(v.text.data(), v.text.size());
+      v.text = std::string_view();
+    }
+  if (once) {
+    media_.insert(owned[0].bytes);
+  } else if (!ShapeOf(Table(t)).hasOid) {
+    links_[{t, owned[0].bytes}].push_back(owned[1].bytes);
+  } else {
+    // A list is its table's, under its owner (none for a top table).
+    const kiv::TableShape& shape = ShapeOf(Table(t));
+    const std::string owner =
+        shape.owner == kiv::kTableCount ? std::string() : owned[1].bytes;
+    lists_[{t, owner}].push_back(owned[0].bytes);
+    byOid_[owned[0].bytes] = rows_.size();
+    rows_.push_back({t, std::move(owned)});
+  }
+  return true;
+}
+
+long KivStoreContent::Find(const std::string& oid) const {
+  const auto it = byOid_.find(oid);
+  return it == byOid_.end() ? -1 : static_cast<long>(it->second);
+}
+
+// The statements of one change, kept by their text: a statement prepared
+// for every row would cost more than the row.
+class KivStoreChange::Statements {
+ public:
+  explicit Statements(sqlite3* db) : db_(db) {}
+  ~Statements() {
+    for (auto& [sql, stmt] : statements_) sqlite3_finalize(stmt);
+  }
+  Statements(const Statements&) = delete;
+  Statements& operator=(const Statements&) = delete;
+  // Runs sql with values bound, then last when bindLast; the rows it
+  // changed.
+  int Run(const std::string& sql, const std::vector<W::Value>& values = {},
+          std::int64_t last = 0, bool bindLast = false) {
+    // An interruption between two statements stops the next one too.
+    if (interrupted.load()) throw Failure{"interrupted"};
+    sqlite3_stmt*& stmt = statements_[sql];
+    if (!stmt &&
+        sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT,
+                           &stmt, nullptr) != SQLITE_OK)
+      throw Failure{sqlite3_errmsg(db_)};
+    for (std::size_t i = 0; i < values.size(); ++i)
+      Bind(stmt, static_cast<int>(i + 1), values[i]);
+    if (bindLast)
+      sqlite3_bind_int64(stmt, static_cast<int>(values.size() + 1), last);
+    const int rc = sqlite3_step(stmt);
+    sqlite3_reset(stmt);
+    sqlite3_clear_bindings(stmt);
+    if (rc != SQLITE_DONE) throw Failure{sqlite3_errmsg(db_)};
+    return sqlite3_changes(db_);
+  }
+
+ private:
+  sqlite3* db_;
+  std::unordered_map<std::string, sqlite3_stmt*> statements_;
+};
+
+KivStoreChange::KivStoreChange(sqlite3* db, std::string path)
+    : db_(db), path_(std::move(path)) {}
+
+KivStoreChange::~KivStoreChange() {
+  interruptible.store(nullptr);
+  if (open_) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(db_);
+}
+
+std::unique_ptr<KivStoreChange> KivStoreChange::Begin(const std::string& path,
+                                                      Refusal* refusal,
+                                                      std::string* error) {
+  interrupted.store(false);
+  struct stat opened {};
+  if (::stat(path.c_str(), &opened) != 0) {
+    *refusal = Refusal::kOpen;
+    *error = std::strerror(errno);
+    return nullptr;
+  }
+  // Made before the connection, which it then closes however Begin ends.
+  std::unique_ptr<KivStoreChange> change(new KivStoreChange(nullptr, path));
+  const std::string name = path[0] == '/' ? path : "./" + path;
+  // The connection is used by one thread: no mutex of its own.
+  const int rc =
+      sqlite3_open_v2(name.c_str(), &change->db_,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  sqlite3* const db = change->db_;
+  change->device_ = opened.st_dev;
+  change->inode_ = opened.st_ino;
+  if (rc != SQLITE_OK) {
+    *refusal = Refusal::kOpen;
+    *error = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    return nullptr;
+  }
+  interruptible.store(db);
+  // A writer at work is waited for, a bounded time.
+  sqlite3_busy_timeout(db, 5000);
+  if (sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) !=
+      SQLITE_OK) {
+    *refusal = Refusal::kLock;
+    *error = sqlite3_errmsg(db);
+    if (sqlite3_errcode(db) == SQLITE_BUSY)
+      *error += " (another process writes it; gave up after 5 s)";
+    return nullptr;
+  }
+  change->open_ = true;
+  // The path must name the file the connection writes, from the lock taken
+  // to the commit.
+  if (change->Replaced()) {
+    *refusal = Refusal::kReplaced;
+    return nullptr;
+  }
+  // Rows that a trigger writes, or a view, are not the document's: what the
+  // schema does not define is refused before anything is written.
+  const std::vector<std::string> foreign = KivForeignSchema(db);
+  if (!foreign.empty()) {
+    *refusal = Refusal::kForeign;
+    error->clear();
+    for (const std::string& f : foreign)
+      *error += (error->empty() ? "" : ", ") + f;
+    return nullptr;
+  }
+  *refusal = Refusal::kNone;
+  return change;
+}
+
+bool KivStoreChange::Replaced() const {
+  struct stat now {};
+  return ::stat(path_.c_str(), &now) != 0 || now.st_dev != device_ ||
+         now.st_ino != inode_;
+}
+
+void KivStoreChange::Interrupt() {
+  // Only what is safe in a signal handler: a flag, and SQLite's interrupt,
+  // which sets one of its own.
+  interrupted.store(true);
+  if (sqlite3* db = interruptible.load()) sqlite3_interrupt(db);
+}
+
+bool KivStoreChange::KeptMedia(const KivStoreContent& content,
+                               std::vector<std::string>* found,
+                               std::string* error) const {
+  try {
+    Rows rows(db_, "SELECT oid FROM " + Quoted(ShapeOf(kiv::kMedia).name));
+    while (rows.Next()) {
+      std::string oid = rows.Blob(0);
+      if (content.byOid_.count(oid) && !content.media_.count(oid))
+        found->push_back(std::move(oid));
+    }
+  } catch (const Failure& f) {
+    *error = f.what;
+    return false;
+  }
+  return true;
+}
+
+bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
+  Statements run(db_);
+  try {
+    const auto& rows = content.rows_;
+    std::vector<bool> present(rows.size());
+    // Where each wanted row stands (its rowid) once the changes are made.
+    std::unordered_map<std::string, std::int64_t> rowids;
+    std::int64_t next[kiv::kTableCount] = {};  // by table: past every rowid
+    // Rows removed and changed first, then added: an oid that changes kind
+    // leaves its table before it enters the other.
+    for (int t = 0; t < kiv::kObjectTables; ++t) {
+      const Table table = Table(t);
+      const kiv::TableShape& shape = ShapeOf(table);
+      const std::string name = Quoted(shape.name);
+      // A status that names no server is kept while its owner stays: the
+      // document has no element for it.
+      const int server = ColumnIndex(table, "server");
+      Rows have(db_, "SELECT " + kiv::SelectList(table, "") + " FROM " + name);
+      std::int64_t last = 0;
+      std::vector<std::int64_t> gone;
+      while (have.Next()) {
+        const std::int64_t rowid = sqlite3_column_int64(have.stmt, 0);
+        last = std::max(last, rowid);
+        const std::string oid = have.Blob(1);
+        const auto it = content.byOid_.find(oid);
+        if (it == content.byOid_.end() || rows[it->second].table != t) {
+          // A media has no element: the document never removes one.
+          if (table == kiv::kMedia) continue;
+          if (server >= 0 &&
+              sqlite3_column_type(
+                  have.stmt, kiv::FirstColumn(table) + server) == SQLITE_NULL) {
+            const auto owner = content.byOid_.find(have.Blob(2));
+            if (owner != content.byOid_.end() &&
+                rows[owner->second].table == shape.owner)
+              continue;
+          }
+          gone.push_back(rowid);
+          continue;
+        }
+        present[it->second] = true;
+        rowids[oid] = rowid;
+        const auto& want = rows[it->second].values;
+        std::string set;
+        std::vector<W::Value> values;
+        for (std::size_t c = 0; c < shape.columns.size(); ++c) {
+          const W::Value& v = want[c + 1];
+          if (Same(have.stmt, kiv::FirstColumn(table) + static_cast<int>(c), v))
+            continue;
+          set += (set.empty() ? "" : ", ") + Quoted(shape.columns[c]) + " = ?";
+          values.push_back(v);
+        }
+        if (set.empty()) continue;
+        run.Run("UPDATE " + name + " SET " + set + " WHERE rowid = ?", values,
+                rowid, true);
+        ++counts_.changed;
+      }
+      for (std::int64_t rowid : gone) {
+        run.Run("DELETE FROM " + name + " WHERE rowid = ?", {}, rowid, true);
+        ++counts_.removed;
+      }
+      next[t] = last + 1;
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (present[i]) continue;
+      const Table table = Table(rows[i].table);
+      std::string marks;
+      for (std::size_t c = 0; c < rows[i].values.size(); ++c)
+        marks += c ? ", ?" : "?";
+      run.Run("INSERT INTO " + Quoted(ShapeOf(table).name) + " (" +
+                  kiv::ColumnList(table) + ") VALUES (" + marks + ")",
+              rows[i].values);
+      rowids[rows[i].values[0].bytes] = sqlite3_last_insert_rowid(db_);
+      next[table] = sqlite3_last_insert_rowid(db_) + 1;
+      ++counts_.added;
+    }
+    // A media named and missing: a row with its identifier alone, as load
+    // makes it.
+    for (const std::string& oid : content.media_)
+      counts_.added += static_cast<std::size_t>(
+          run.Run("INSERT OR IGNORE INTO " + Quoted(ShapeOf(kiv::kMedia).name) +
+                      " (oid) VALUES (?)",
+                  {OidValue(oid)}));
+    // Each list in the wanted order: the rows of a list out of it take new
+    // rowids, in that order, past every other.
+    for (const auto& [key, oids] : content.lists_) {
+      bool ordered = true;
+      for (std::size_t i = 1; i < oids.size() && ordered; ++i)
+        ordered = rowids[oids[i - 1]] < rowids[oids[i]];
+      if (ordered) continue;
+      std::int64_t& at = next[key.first];
+      for (const std::string& oid : oids) {
+        run.Run("UPDATE " + Quoted(ShapeOf(Table(key.first)).name) +
+                    " SET rowid = ? WHERE rowid = ?",
+                {W::Integer(at)}, rowids[oid], true);
+        rowids[oid] = at++;
+      }
+      ++counts_.reordered;
+    }
+    // Each link list as wanted: rewritten where it differs.
+    for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t) {
+      const kiv::TableShape& shape = ShapeOf(Table(t));
+      const std::string name = Quoted(shape.name);
+      const std::string owner = Quoted(shape.columns[0]);
+      std::map<std::string, std::vector<std::string>> have;
+      {
+        Rows links(db_, "SELECT " + owner + ", " + Quoted(shape.columns[1]) +
+                            " FROM " + name + " ORDER BY rowid");
+        while (links.Next()) have[links.Blob(0)].push_back(links.Blob(1));
+      }
+      std::set<std::string> owners;
+      for (const auto& [o, targets] : have) owners.insert(o);
+      for (const auto& [key, targets] : content.links_)
+        if (key.first == t) owners.insert(key.second);
+      for (const std::string& o : owners) {
+        const auto want = content.links_.find({t, o});
+        const std::vector<std::string> none;
+        const auto& wanted = want == content.links_.end() ? none : want->second;
+        const auto found = have.find(o);
+        if (found != have.end() && found->second == wanted) continue;
+        run.Run("DELETE FROM " + name + " WHERE " + owner + " = ?",
+                {OidValue(o)});
+        for (const std::string& target : wanted)
+          run.Run("INSERT INTO " + name + " (" + kiv::ColumnList(Table(t)) +
+                      ") VALUES (?, ?)",
+                  {OidValue(o), OidValue(target)});
+        ++counts_.relinked;
+      }
+    }
+  } catch (const Failure& f) {
+    *error = f.what;
+    return false;
+  }
+  return true;
+}
+
+bool KivStoreChange::Commit(std::string* error) {
+  if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+    *error = sqlite3_errmsg(db_);
+    return false;
+  }
+  open_ = false;
+  return true;
+}
