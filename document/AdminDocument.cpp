@@ -15,141 +15,134 @@ namespace {
 constexpr Field T = Field::kText, O = Field::kOid, R = Field::kRef,
                 L = Field::kRefs, M = Field::kMedia, F = Field::kFlag;
 
+// The attributes by what they hold, with the column that keeps them.
+Attribute Id() { return {"Oid", O, false, "", "oid", false}; }
+Attribute Text(const char* name, const char* column) {
+  return {name, T, false, "", column, false};
+}
+Attribute Ref(const char* name, const char* kinds, const char* column,
+              bool optional) {
+  return {name, R, optional, kinds, column, false};
+}
+// A list of identifiers, kept as rows of a link table.
+Attribute Refs(const char* name, const char* kinds, const char* linkTable) {
+  return {name, L, true, kinds, linkTable, false};
+}
+
+// An element of its own table, any number of them, nothing implied.
+Layout Element(const char* name, Kind parent, int depth,
+               std::vector<Attribute> attributes, const char* closer,
+               bool hasEndTag, const char* table) {
+  return {name,    parent,    depth, std::move(attributes),
+          closer,  hasEndTag, false, table,
+          nullptr, nullptr};
+}
+
 // A subscribing target or a subscription: the same attributes.
-Layout Set(const char* name) {
-  return {name,
-          kKindCount,
-          0,
-          {{"Oid", O, false, ""},
-           {"Name", T, false, ""},
-           {"Media", M, true, ""},
-           {"PackageDefinition", R, true, "PACKAGEDEFINITION"},
-           {"ExternSite", R, true, "EXTERNSITE"}},
-          "\" >",
-          true};
+Layout Set(const char* name, const char* table) {
+  return Element(name, kKindCount, 0,
+                 {Id(),
+                  Text("Name", "name"),
+                  {"Media", M, true, "", "media", false},
+                  Ref("PackageDefinition", "PACKAGEDEFINITION",
+                      "package_definition", true),
+                  Ref("ExternSite", "EXTERNSITE", "extern_site", true)},
+                 "\" >", true, table);
 }
 
 // A capture or apply status of parent, naming its server in object.
 Layout Status(const char* name, Kind parent, const char* object,
-              const char* server) {
-  return {name,
-          parent,
-          1,
-          {{"Oid", O, false, ""},
-           {"LastSuccessfulDate", T, false, ""},
-           {object, R, false, server}},
-          "\" />",
-          false};
+              const char* server, const char* table) {
+  return Element(name, parent, 1,
+                 {Id(), Text("LastSuccessfulDate", "last_successful_date"),
+                  Ref(object, server, "server", false)},
+                 "\" />", false, table);
 }
 
 // The writing rules of the exporter, element by element: the attributes in
-// the order it writes them and the closer it ends them with. Every value
-// but the first follows `" Name="` (two blanks before a data domain's Oid);
-// identifiers follow an "x", lists do not.
+// the order it writes them and the closer it ends them with, and the store
+// columns they come from. Every value but the first follows `" Name="` (two
+// blanks before a data domain's Oid); identifiers follow an "x", lists do
+// not.
 const Layout kLayouts[kKindCount] = {
-    {"PROJECT",
-     kKindCount,
-     0,
-     {{"Name", T, false, ""},
-      {"Oid", O, false, ""},
-      {"VaultServers", L, true, "VAULTSERVER"},
-      {"DataServers", L, true, "DATASERVER"}},
-     "\">",
-     true},
+    Element("PROJECT", kKindCount, 0,
+            {Text("Name", "name"), Id(),
+             Refs("VaultServers", "VAULTSERVER", "project_vault_server"),
+             Refs("DataServers", "DATASERVER", "project_data_server")},
+            "\">", true, "project"),
     {"DATARDB",
      kProject,
      1,
-     {{"Name", T, false, ""},
-      {"AliasName", T, false, ""},
-      {" Oid", O, false, ""},
-      {"OwnerDico", T, false, ""},
-      {"BusinessDomain", R, false, "BUSINESSDOMAIN"},
-      {"Driver", T, false, ""},
-      {"DataServer", R, true, "DATASERVER"}},
+     {Text("Name", "name"),
+      Text("AliasName", "alias_name"),
+      {"Oid", O, false, "", "oid", true},
+      Text("OwnerDico", "owner_dico"),
+      Ref("BusinessDomain", "BUSINESSDOMAIN", "business_domain", false),
+      Text("Driver", "driver"),
+      Ref("DataServer", "DATASERVER", "data_server", true)},
      "\" />",
-     false},
-    {"DOMAIN",
-     kKindCount,
-     0,
-     {{"Name", T, false, ""}, {"Visible", F, false, ""}, {"Oid", O, false, ""}},
-     "\">",
-     true},
-    {"BUSINESSDOMAIN",
-     kDomain,
-     1,
-     {{"Oid", O, false, ""},
-      {"Name", T, false, ""},
-      {"MetaDataName", T, false, ""},
-      {"Editor", T, false, ""},
-      {"CorvelFlag", T, false, ""},
-      {"DataModeler", T, false, ""}},
-     "\"/>",
-     false},
-    {"SERVER", kKindCount, 0, {}, ">", true},
-    {"DATASERVER",
-     kServer,
-     0,
-     {{"Oid", O, false, ""},
-      {"Name", T, false, ""},
-      {"Authentication", T, false, ""},
-      {"DBMS", T, false, ""},
-      {"ConnectionString", T, false, ""},
-      {"Host", R, true, "HOST"}},
-     "\"/>",
-     false},
-    {"VAULTSERVER",
-     kServer,
-     0,
-     {{"Oid", O, false, ""},
-      {"Name", T, false, ""},
-      {"AliasName", T, false, ""}},
-     "\"/>",
-     false},
-    {"HOST",
-     kKindCount,
-     0,
-     {{"Oid", O, false, ""},
-      {"Name", T, false, ""},
-      {"OSType", T, false, ""},
-      {"OSVersion", T, false, ""}},
-     "\"/>",
-     false},
-    Set("SUBSCRIBINGTARGET"),
+     false,
+     false,
+     "data_domain",
+     "kind",
+     "rdb"},
+    Element("DOMAIN", kKindCount, 0,
+            {Text("Name", "name"),
+             {"Visible", F, false, "", "visible", false},
+             Id()},
+            "\">", true, "domain"),
+    Element("BUSINESSDOMAIN", kDomain, 1,
+            {Id(), Text("Name", "name"), Text("MetaDataName", "meta_data_name"),
+             Text("Editor", "editor"), Text("CorvelFlag", "corvel_flag"),
+             Text("DataModeler", "data_modeler")},
+            "\"/>", false, "business_domain"),
+    {"SERVER", kKindCount, 0, {}, ">", true, true, nullptr, nullptr, nullptr},
+    Element(
+        "DATASERVER", kServer, 0,
+        {Id(), Text("Name", "name"), Text("Authentication", "authentication"),
+         Text("DBMS", "dbms"), Text("ConnectionString", "connection_string"),
+         Ref("Host", "HOST", "host", true)},
+        "\"/>", false, "data_server"),
+    Element("VAULTSERVER", kServer, 0,
+            {Id(), Text("Name", "name"), Text("AliasName", "alias_name")},
+            "\"/>", false, "vault_server"),
+    Element("HOST", kKindCount, 0,
+            {Id(), Text("Name", "name"), Text("OSType", "os_type"),
+             Text("OSVersion", "os_version")},
+            "\"/>", false, "host"),
+    Set("SUBSCRIBINGTARGET", "subscribing_target"),
     Status("VAULTSERVERCAPTURESTATUS", kSubscribingTarget, "CapturedObject",
-           "VAULTSERVER"),
+           "VAULTSERVER", "capture_status"),
     Status("DATASERVERCAPTURESTATUS", kSubscribingTarget, "CapturedObject",
-           "DATASERVER"),
-    Set("SUBSCRIPTION"),
+           "DATASERVER", "capture_status"),
+    Set("SUBSCRIPTION", "subscription"),
     Status("VAULTSERVERAPPLYSTATUS", kSubscription, "AppliedObject",
-           "VAULTSERVER"),
+           "VAULTSERVER", "apply_status"),
     Status("DATASERVERAPPLYSTATUS", kSubscription, "AppliedObject",
-           "DATASERVER"),
-    {"PACKAGEDEFINITION",
-     kKindCount,
-     0,
-     {{"Oid", O, false, ""},
-      {"Name", T, false, ""},
-      {"WholeDataDomains", L, true, "DATARDB"}},
-     "\" />",
-     false},
-    {"EXTERNSITE",
-     kKindCount,
-     0,
-     {{"Oid", O, false, ""}, {"Name", T, false, ""}},
-     "\"/>",
-     false},
+           "DATASERVER", "apply_status"),
+    Element("PACKAGEDEFINITION", kKindCount, 0,
+            {Id(), Text("Name", "name"),
+             Refs("WholeDataDomains", "DATARDB", "package_whole_data_domain")},
+            "\" />", false, "package_definition"),
+    Element("EXTERNSITE", kKindCount, 0, {Id(), Text("Name", "name")}, "\"/>",
+            false, "extern_site"),
     {"LOCALSITE",
      kKindCount,
      0,
-     {{"Oid", O, false, ""}, {"Name", T, false, ""}},
+     {Id(), Text("Name", "name")},
      "\"/>",
-     false},
+     false,
+     true,
+     "local_site",
+     nullptr,
+     nullptr},
 };
 
-// The attribute's name as written (a leading blank stays: a second one
-// before it); its value follows an "x" when it is an identifier.
+// The attribute's name as written, after its blanks; its value follows an
+// "x" when it is an identifier.
 std::string Delimiter(const Attribute& a, bool first, bool loose = false) {
   std::string d = first ? std::string() : std::string("\" ");
+  if (a.spaced) d += ' ';
   d += a.name;
   d += "=\"";
   if (!loose && (a.field == O || a.field == R || a.field == M)) d += 'x';
@@ -246,8 +239,8 @@ const Grammar& GrammarOf(Kind kind, bool loose = false) {
       for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
         if (layout.attributes[i].optional)
           optional.push_back(static_cast<int>(i));
-        all[k].starts.push_back(std::string("\" ") + layout.attributes[i].name +
-                                "=\"");
+        all[k].starts.push_back(
+            Delimiter(layout.attributes[i], false, /*loose=*/true));
       }
       for (int variant = 0; variant < (1 << optional.size()); ++variant) {
         Variant v{(1u << layout.attributes.size()) - 1,
@@ -446,8 +439,7 @@ bool ReadElement(std::string_view text, Kind kind, Line& line,
             ValueProblem(layout.attributes[i], loose[n++]);
         if (problem.empty()) continue;
         const char* name = layout.attributes[i].name;
-        *reason = std::string(layout.name) + " " +
-                  (name[0] == ' ' ? name + 1 : name) + " " + problem;
+        *reason = std::string(layout.name) + " " + name + " " + problem;
         return false;
       }
     }
@@ -483,9 +475,7 @@ const Layout& LayoutOf(Kind kind) { return kLayouts[kind]; }
 int AttributeIndex(Kind kind, std::string_view name) {
   const auto& attributes = LayoutOf(kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {
-    std::string_view a = attributes[i].name;
-    if (!a.empty() && a[0] == ' ') a.remove_prefix(1);
-    if (a == name) return static_cast<int>(i);
+    if (name == attributes[i].name) return static_cast<int>(i);
   }
   return -1;
 }

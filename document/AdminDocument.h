@@ -30,6 +30,10 @@ struct Attribute {
   Field field;
   bool optional;
   const char* kinds;  // for references: the elements it may name, by blank
+  // Where a store keeps it: a column of the element's table; for a list,
+  // the link table of (owner, target) rows.
+  const char* column;
+  bool spaced;  // written after two blanks, not one
 };
 
 // The elements of the document, in the order of their sections.
@@ -54,7 +58,7 @@ enum Kind : std::uint8_t {
   kKindCount
 };
 
-// How the exporter writes one element.
+// How the exporter writes one element, and where a store keeps it.
 struct Layout {
   const char* name;
   Kind parent;  // kKindCount for a child of AdminObjects
@@ -62,6 +66,11 @@ struct Layout {
   std::vector<Attribute> attributes;
   const char* closer;  // ends the start tag (or the element)
   bool hasEndTag;      // children follow, then the end tag in column one
+  bool single;         // at most one in a document; else any number
+  const char* table;   // the store table of its rows; null for none
+  // A column of the table whose value the element implies, and the value.
+  const char* impliedColumn;
+  const char* impliedValue;
 };
 
 // The prologue's lines as the exporter writes them; the stylesheet's path

@@ -1,6 +1,6 @@
 #include "DocumentRows.h"
 
-#include <algorithm>
+#include <map>
 #include <vector>
 
 namespace doc {
@@ -8,188 +8,148 @@ namespace {
 
 using W = KivStoreWriter;
 
-// Where a column of a row comes from.
-struct Column {
-  enum Source : std::uint8_t {
-    kAttribute,  // the attribute named text: a text, or an identifier
+// The table of the media, which have no element of their own.
+constexpr char kMediaTable[] = "media";
+
+// Where a column of an element's row comes from.
+struct Source {
+  enum Type : std::uint8_t {
+    kAttribute,  // the attribute at index attribute
     kParent,     // the parent element's identifier
-    kFlag,       // the attribute named text, Y or N, as 1 or 0
-    kConstant,   // the text itself
-  } source;
-  const char* text;
+    kImplied,    // the layout's implied value
+  } type;
+  int attribute;
 };
 
-// The row of one kind of element: its table and its columns in the
-// schema's order.
-struct RowShape {
-  const char* table;
-  std::vector<Column> columns;
+// The rows of one kind of element, worked out from its layout and its
+// table's columns.
+struct RowPlan {
+  const char* table = nullptr;  // one pointer per table name
+  std::vector<Source> columns;  // in the order of the table's columns
+  std::vector<std::pair<int, const char*>> lists;  // attribute, link table
+  int media = -1;                // the attribute naming a media, if any
+  std::size_t mediaColumns = 0;  // of the media table, for its rows
 };
 
-constexpr Column::Source A = Column::kAttribute, P = Column::kParent,
-                         F = Column::kFlag, C = Column::kConstant;
+struct Plans {
+  std::vector<RowPlan> kinds;
+  std::vector<std::string> problems;
+};
 
 // The writer tells tables apart by the address of their name: each name
-// used by two kinds is one constant.
-constexpr char kCaptureStatus[] = "capture_status";
-constexpr char kApplyStatus[] = "apply_status";
-constexpr char kMedia[] = "media";
-
-// The statuses of a replication set: the set is their parent.
-RowShape Status(const char* table, const char* object) {
-  return {table, {{A, "Oid"}, {P, ""}, {A, object}, {A, "LastSuccessfulDate"}}};
+// gets one.
+const char* Interned(const char* table) {
+  static std::map<std::string, const char*> names;
+  return names.emplace(table, table).first->second;
 }
 
-RowShape Set(const char* table) {
-  return {table,
-          {{A, "Oid"},
-           {A, "Name"},
-           {A, "Media"},
-           {A, "PackageDefinition"},
-           {A, "ExternSite"}}};
-}
-
-const RowShape kRows[kKindCount] = {
-    {"project", {{A, "Oid"}, {A, "Name"}}},
-    {"data_domain",
-     {{A, "Oid"},
-      {P, ""},
-      {A, "Name"},
-      {A, "AliasName"},
-      {A, "OwnerDico"},
-      {A, "Driver"},
-      {C, "rdb"},
-      {A, "BusinessDomain"},
-      {A, "DataServer"}}},
-    {"domain", {{A, "Oid"}, {A, "Name"}, {F, "Visible"}}},
-    {"business_domain",
-     {{A, "Oid"},
-      {P, ""},
-      {A, "Name"},
-      {A, "MetaDataName"},
-      {A, "Editor"},
-      {A, "CorvelFlag"},
-      {A, "DataModeler"}}},
-    {nullptr, {}},
-    {"data_server",
-     {{A, "Oid"},
-      {A, "Name"},
-      {A, "Authentication"},
-      {A, "DBMS"},
-      {A, "ConnectionString"},
-      {A, "Host"}}},
-    {"vault_server", {{A, "Oid"}, {A, "Name"}, {A, "AliasName"}}},
-    {"host", {{A, "Oid"}, {A, "Name"}, {A, "OSType"}, {A, "OSVersion"}}},
-    Set("subscribing_target"),
-    Status(kCaptureStatus, "CapturedObject"),
-    Status(kCaptureStatus, "CapturedObject"),
-    Set("subscription"),
-    Status(kApplyStatus, "AppliedObject"),
-    Status(kApplyStatus, "AppliedObject"),
-    {"package_definition", {{A, "Oid"}, {A, "Name"}}},
-    {"extern_site", {{A, "Oid"}, {A, "Name"}}},
-    {"local_site", {{A, "Oid"}, {A, "Name"}}},
-};
-
-const LinkList kLists[] = {
-    {kProject, "VaultServers", "project_vault_server"},
-    {kProject, "DataServers", "project_data_server"},
-    {kPackageDefinition, "WholeDataDomains", "package_whole_data_domain"},
-};
-
-// A column's place among the attributes, worked out once per kind.
-struct Resolved {
-  int attribute;  // -1 for a column that is not an attribute
-  const Column* column;
-};
-
-const std::vector<Resolved>& ResolvedRow(Kind kind) {
-  static const std::vector<std::vector<Resolved>> all = [] {
-    std::vector<std::vector<Resolved>> rows(kKindCount);
-    for (int k = 0; k < kKindCount; ++k)
-      for (const Column& c : kRows[k].columns)
-        rows[k].push_back({c.source == A || c.source == F
-                               ? AttributeIndex(Kind(k), c.text)
-                               : -1,
-                           &c});
-    return rows;
+const Plans& PlansOf() {
+  static const Plans plans = [] {
+    Plans all;
+    all.kinds.resize(kKindCount);
+    for (int k = 0; k < kKindCount; ++k) {
+      const Layout& layout = LayoutOf(Kind(k));
+      if (!layout.table) continue;
+      RowPlan& plan = all.kinds[k];
+      plan.table = Interned(layout.table);
+      const auto& attributes = layout.attributes;
+      const auto problem = [&](const std::string& what) {
+        all.problems.push_back(std::string(layout.name) + ": " + what);
+      };
+      std::vector<bool> used(attributes.size());
+      const std::vector<std::string> columns = KivTableColumns(layout.table);
+      if (columns.empty()) problem(std::string("no table ") + layout.table);
+      const bool parented = layout.parent != kKindCount &&
+                            LayoutOf(layout.parent).table != nullptr;
+      for (std::size_t c = 0; c < columns.size(); ++c) {
+        int found = -1;
+        for (std::size_t i = 0; i < attributes.size() && found < 0; ++i)
+          if (attributes[i].field != Field::kRefs &&
+              columns[c] == attributes[i].column)
+            found = static_cast<int>(i);
+        if (found >= 0) {
+          plan.columns.push_back({Source::kAttribute, found});
+          used[static_cast<std::size_t>(found)] = true;
+        } else if (layout.impliedColumn && columns[c] == layout.impliedColumn) {
+          plan.columns.push_back({Source::kImplied, -1});
+        } else if (c == 1 && parented) {
+          plan.columns.push_back({Source::kParent, -1});
+        } else {
+          problem("column " + columns[c] + " of table " + layout.table +
+                  " gets no value");
+        }
+      }
+      for (std::size_t i = 0; i < attributes.size(); ++i) {
+        const Attribute& a = attributes[i];
+        if (a.field == Field::kRefs) {
+          if (KivTableColumns(a.column).size() == 2)
+            plan.lists.push_back({static_cast<int>(i), Interned(a.column)});
+          else
+            problem(std::string(a.name) + ": no link table " + a.column);
+        } else if (!used[i]) {
+          problem(std::string(a.name) + " goes to no column of table " +
+                  layout.table);
+        }
+        if (a.field == Field::kMedia) {
+          plan.media = static_cast<int>(i);
+          plan.mediaColumns = KivTableColumns(kMediaTable).size();
+          if (plan.mediaColumns == 0) problem("no table media");
+        }
+      }
+    }
+    return all;
   }();
-  return all[kind];
+  return plans;
 }
 
 }  // namespace
 
-std::vector<std::string> RowShapeProblems() {
-  std::vector<std::string> problems;
-  for (int k = 0; k < kKindCount; ++k) {
-    const Layout& layout = LayoutOf(Kind(k));
-    std::vector<bool> used(layout.attributes.size());
-    for (const Resolved& r : ResolvedRow(Kind(k))) {
-      if (r.column->source != A && r.column->source != F) continue;
-      if (r.attribute < 0)
-        problems.push_back(std::string(layout.name) + " has no attribute " +
-                           r.column->text);
-      else
-        used[r.attribute] = true;
-    }
-    for (const LinkList& list : kLists) {
-      if (list.kind != k) continue;
-      const int i = AttributeIndex(Kind(k), list.attribute);
-      if (i < 0)
-        problems.push_back(std::string(layout.name) + " has no attribute " +
-                           list.attribute);
-      else
-        used[i] = true;
-    }
-    for (std::size_t i = 0; i < used.size(); ++i)
-      if (!used[i])
-        problems.push_back(std::string(layout.name) + " " +
-                           layout.attributes[i].name + " goes to no column");
-  }
-  return problems;
-}
-
+std::vector<std::string> RowShapeProblems() { return PlansOf().problems; }
 
 bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink) {
-  const char* table = kRows[line.kind].table;
-  if (!table) return true;
+  const RowPlan& plan = PlansOf().kinds[line.kind];
+  if (!plan.table) return true;
   const auto& attributes = LayoutOf(line.kind).attributes;
   // The value of attribute i as the store holds it.
   const auto value = [&](int i) {
     if (!line.Has(i)) return W::Null();
-    return attributes[i].field == Field::kText ? W::Text(line.values[i])
-                                               : W::Oid(line.values[i]);
+    switch (attributes[static_cast<std::size_t>(i)].field) {
+      case Field::kText:
+        return W::Text(line.values[i]);
+      case Field::kFlag:
+        return W::Integer(line.values[i] == "Y" ? 1 : 0);
+      default:
+        return W::Oid(line.values[i]);
+    }
   };
-  const int media = AttributeIndex(line.kind, "Media");
-  // A media has no element: its row is made where it is first named.
-  if (media >= 0 && line.Has(media) &&
-      !sink(kMedia, {value(media), W::Null()}, true))
-    return false;
+  // A media has no element: its row is made where it is first named, with
+  // its identifier alone.
+  if (plan.media >= 0 && line.Has(plan.media)) {
+    std::vector<W::Value> media(plan.mediaColumns, W::Null());
+    media[0] = value(plan.media);
+    if (!sink(Interned(kMediaTable), media, true)) return false;
+  }
   std::vector<W::Value> row;
-  for (const Resolved& r : ResolvedRow(line.kind)) {
-    switch (r.column->source) {
-      case A:
-        row.push_back(value(r.attribute));
+  row.reserve(plan.columns.size());
+  for (const Source& source : plan.columns) {
+    switch (source.type) {
+      case Source::kAttribute:
+        row.push_back(value(source.attribute));
         break;
-      case P:
+      case Source::kParent:
         row.push_back(W::Oid(parent));
         break;
-      case F:
-        row.push_back(W::Integer(line.values[r.attribute] == "Y" ? 1 : 0));
-        break;
-      case C:
-        row.push_back(W::Text(r.column->text));
+      case Source::kImplied:
+        row.push_back(W::Text(LayoutOf(line.kind).impliedValue));
         break;
     }
   }
-  if (!sink(table, row, false)) return false;
+  if (!sink(plan.table, row, false)) return false;
   const std::string_view oid = line.values[AttributeIndex(line.kind, "Oid")];
-  for (const LinkList& list : kLists) {
-    if (list.kind != line.kind) continue;
-    const int i = AttributeIndex(line.kind, list.attribute);
-    if (!line.Has(i)) continue;
-    for (std::string_view id : Identifiers(line.values[i]))
-      if (!sink(list.table, {W::Oid(oid), W::Oid(id)}, false)) return false;
+  for (const auto& [attribute, table] : plan.lists) {
+    if (!line.Has(attribute)) continue;
+    for (std::string_view id : Identifiers(line.values[attribute]))
+      if (!sink(table, {W::Oid(oid), W::Oid(id)}, false)) return false;
   }
   return true;
 }
@@ -201,22 +161,6 @@ bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
       [&](const char* table, const std::vector<W::Value>& values, bool once) {
         return writer.Add(table, values, error, once);
       });
-}
-
-const std::vector<LinkList>& LinkLists() {
-  static const std::vector<LinkList> lists(std::begin(kLists),
-                                           std::end(kLists));
-  return lists;
-}
-
-std::vector<const char*> ObjectTables() {
-  std::vector<const char*> tables;
-  for (const RowShape& row : kRows)
-    if (row.table &&
-        std::find(tables.begin(), tables.end(), row.table) == tables.end())
-      tables.push_back(row.table);
-  tables.push_back(kMedia);
-  return tables;
 }
 
 }  // namespace doc

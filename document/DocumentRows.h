@@ -1,6 +1,7 @@
 // The store rows that one element of a document stands for: the writer
 // side of the document, shared by every command that makes a store from
-// one. Each element's row is described by attribute name, from the layout.
+// one. Each element's row is worked out from its layout (table, and a column
+// per attribute) and the store's columns, by name.
 #pragma once
 
 #include <functional>
@@ -25,17 +26,6 @@ using RowSink = std::function<bool(
 // false when sink stopped.
 bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink);
 
-// A list attribute of an element kept as link rows (owner, target).
-struct LinkList {
-  Kind kind;
-  const char* attribute;
-  const char* table;
-};
-const std::vector<LinkList>& LinkLists();
-
-// The store tables that hold objects: those of the elements, and media.
-std::vector<const char*> ObjectTables();
-
 // Adds to writer the rows of the element read into line, whose parent
 // element has the identifier parent ("" for none): its own row, the row of
 // a media it names (once), and a row per identifier of its lists, in the
@@ -44,9 +34,9 @@ std::vector<const char*> ObjectTables();
 bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
              std::string* error);
 
-// What keeps the element's rows from agreeing with the layout: a column
-// naming an attribute that the layout lacks, or an attribute that goes to
-// no column. Empty when they agree.
+// What keeps the layouts from agreeing with the store's tables: a table
+// or link table the store lacks, a column that no attribute fills, or an
+// attribute that goes to no column. Empty when they agree.
 std::vector<std::string> RowShapeProblems();
 
 }  // namespace doc

@@ -616,8 +616,7 @@ bool HoldsNul(const Line& line, std::size_t n, Visitor& visitor) {
   for (std::size_t i = 0; i < line.values.size(); ++i) {
     if (line.values[i].find('\0') == std::string_view::npos) continue;
     const char* name = LayoutOf(line.kind).attributes[i].name;
-    visitor.Problem(n, std::string(LayoutOf(line.kind).name) + " " +
-                           (name[0] == ' ' ? name + 1 : name) +
+    visitor.Problem(n, std::string(LayoutOf(line.kind).name) + " " + name +
                            " holds a NUL byte, which no store value holds");
     return true;
   }
@@ -738,14 +737,12 @@ Walked Walk(const std::string& file, Visitor& visitor) {
         const std::string what = c == '&' || c == '<' || c == '"'
                                      ? std::string("'") + c + "'"
                                      : "a character XML 1.0 cannot carry";
-        walked.illFormed =
-            std::to_string(n) + ": " +
-            (line.type == Line::kStylesheet
-                 ? std::string("the stylesheet's path")
-                 : std::string(LayoutOf(line.kind).name) + " " +
-                       (attributes[i].name[0] == ' ' ? attributes[i].name + 1
-                                                     : attributes[i].name)) +
-            " holds " + what;
+        walked.illFormed = std::to_string(n) + ": " +
+                           (line.type == Line::kStylesheet
+                                ? std::string("the stylesheet's path")
+                                : std::string(LayoutOf(line.kind).name) + " " +
+                                      attributes[i].name) +
+                           " holds " + what;
         break;
       }
     }

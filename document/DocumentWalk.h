@@ -49,7 +49,7 @@ struct Walked {
   // Not opened for a failure of the copy of standard input in the
   // temporary directory, not of the input.
   bool temporary = false;
-  bool xml = false;     // read as XML, not in the exporter's layout
+  bool xml = false;  // read as XML, not in the exporter's layout
   // Read in the exporter's layout but not well-formed XML: where first, as
   // "LINE: what" (empty when it is well-formed).
   std::string illFormed;

@@ -137,7 +137,7 @@ bool WriteLine(const Line& line, bool escaped, std::string& out,
   for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
     if (!line.Has(static_cast<int>(i))) continue;
     const Attribute& a = layout.attributes[i];
-    if (!first) out += "\" ";
+    if (!first) out += a.spaced ? "\"  " : "\" ";
     first = false;
     out += a.name;
     out += "=\"";
@@ -145,8 +145,7 @@ bool WriteLine(const Line& line, bool escaped, std::string& out,
     if (!escaped || a.field != Field::kText) {
       out += line.values[i];
     } else if (!EscapeValue(line.values[i], out, &at)) {
-      *problem = std::string(layout.name) + " " +
-                 (a.name[0] == ' ' ? a.name + 1 : a.name) + " holds " +
+      *problem = std::string(layout.name) + " " + a.name + " holds " +
                  Character(line.values[i], at) + ", which XML 1.0 cannot carry";
       return false;
     }

@@ -79,6 +79,10 @@ class KivStoreWriter {
   std::vector<Batch> batches_;
 };
 
+// The columns of the store table named table, the oid first in a table of
+// objects; empty for a name the schema does not have.
+std::vector<std::string> KivTableColumns(const char* table);
+
 // Serves the sessions that KivIAdmin::Init opens from db, an open connection
 // of the caller's already in a transaction, instead of the store that
 // KIV_ADMIN_STORE names: what the caller wrote and has not committed is

@@ -225,3 +225,13 @@ bool KivStoreWriter::Commit(std::string* error) {
   vantrel::Sync(vantrel::DirectoryOf(path_));
   return true;
 }
+
+std::vector<std::string> KivTableColumns(const char* table) {
+  const kiv::Table t = kiv::TableNamed(table);
+  if (t == kiv::kTableCount) return {};
+  const kiv::TableShape& shape = kiv::ShapeOf(t);
+  std::vector<std::string> columns;
+  if (shape.hasOid) columns.push_back("oid");
+  columns.insert(columns.end(), shape.columns.begin(), shape.columns.end());
+  return columns;
+}

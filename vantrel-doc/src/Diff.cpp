@@ -13,10 +13,6 @@ namespace {
 using doc::Kind;
 using doc::Line;
 
-std::string Name(const doc::Attribute& a) {
-  return a.name[0] == ' ' ? a.name + 1 : a.name;
-}
-
 // The objects of a document, for comparing: each one's values in one text
 // (values hold no line break), its parent and its place.
 struct Object {
@@ -182,7 +178,7 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
     std::string text =
         std::string(layout.name) + " " + Identifier(o.oid, doc.spill);
     for (std::size_t i = 0; i < layout.attributes.size(); ++i)
-      if (Name(layout.attributes[i]) == "Name")
+      if (std::string(layout.attributes[i].name) == "Name")
         text += " " + Quoted(ValueAt(doc.Values(o), i));
     return text;
   };
@@ -219,7 +215,7 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
                                to = ValueAt(nowValues, a);
         if (had == has && from == to) continue;
         lines[now.kind].push_back("changed " + named(after, now) + " " +
-                                  Name(layout.attributes[a]) + ": " +
+                                  layout.attributes[a].name + ": " +
                                   (had ? Quoted(from) : "(none)") + " -> " +
                                   (has ? Quoted(to) : "(none)"));
       }

@@ -62,7 +62,7 @@ class JsonWriter : public ReportingWriter {
       if (!line.Has(static_cast<int>(i)) || static_cast<int>(i) == oid)
         continue;
       const doc::Attribute& a = layout.attributes[i];
-      const char* name = a.name[0] == ' ' ? a.name + 1 : a.name;
+      const char* name = a.name;
       writer_.Key(name);
       if (a.field != doc::Field::kRefs) {
         Text(line.values[i], n, name);
