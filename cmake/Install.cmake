@@ -8,8 +8,9 @@
 install(TARGETS Vantrel vantrel-doc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         COMPONENT tools)
 install(FILES objectmodel/sql/schema.sql objectmodel/sql/demo.sql
-              share/KivAdmin.dtd share/vantrel-report.xsl
-              share/vantrel-doc.schema.json
+              ${VANTREL_GENERATED_SHARE}/KivAdmin.dtd
+              ${VANTREL_GENERATED_SHARE}/vantrel-report.xsl
+              ${VANTREL_GENERATED_SHARE}/vantrel-doc.schema.json
         DESTINATION ${CMAKE_INSTALL_DATADIR}/vantrel COMPONENT tools)
 # Where bash-completion looks for a command's completion.
 install(FILES share/completion/vantrel-doc

@@ -6,6 +6,9 @@
 //            delimiters, on the golden document and the fuzzer's seeds
 //   Rows     every attribute of every layout goes to a store column, and
 //            every column names an attribute of its layout
+//   Made     the report's columns filled from the table, and templates
+//            naming what the table lacks refused (the DTD and the JSON
+//            Schema are checked by validating documents against them)
 //   Text     the UTF-8 a value may hold in the twin, and as messages show
 //            text: overlong forms, surrogates, U+FFFE, cut sequences, bytes
 //            past U+10FFFF refused; a tab kept
@@ -15,6 +18,7 @@
 
 #include "AdminDocument.h"
 #include "DocumentRows.h"
+#include "DocumentSchemas.h"
 #include "DocumentWrite.h"
 #include "Escape.h"
 #include "test_support.h"
@@ -45,6 +49,31 @@ TEST(Reading, OnePassAgreesWithEveryPlacement) {
 // round) is named here; the round trips then show the values arrive.
 TEST(Rows, EveryAttributeGoesToAColumnOfItsRow) {
   EXPECT_EQ(doc::RowShapeProblems(), std::vector<std::string>());
+}
+
+// The report's columns: Name first, then the element's order; a template
+// naming no element, or left unended, is refused.
+TEST(Made, ReportColumnsFromTheTable) {
+  const struct {
+    std::string text, filled, error;
+  } cases[] = {
+      {"<a c='@COLUMNS(HOST)@'/>", "<a c='Name Oid OSType OSVersion '/>", ""},
+      {"@COLUMNS(DATARDB)@|@COLUMNS(VAULTSERVERAPPLYSTATUS)@",
+       "Name AliasName Oid OwnerDico BusinessDomain Driver DataServer "
+       "|Oid LastSuccessfulDate AppliedObject ",
+       ""},
+      {"no columns", "no columns", ""},
+      {"@COLUMNS(HOSTS)@", "", "HOSTS is no element"},
+      {"@COLUMNS(HOST", "", "an unended @COLUMNS("},
+  };
+  for (const auto& c : cases) {
+    std::string out, error;
+    EXPECT_EQ(doc::FillColumns(c.text, &out, &error), c.error.empty())
+        << c.text;
+    EXPECT_EQ(c.error.empty() ? out : error,
+              c.error.empty() ? c.filled : c.error)
+        << c.text;
+  }
 }
 
 }  // namespace
