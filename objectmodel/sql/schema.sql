@@ -1,4 +1,5 @@
--- The administration store, format version 1.
+-- The administration store. Its format version is the user_version below,
+-- the version's one home: the build reads it from here.
 -- Every oid is a non-empty BLOB, unique across the whole store. A NULL text
 -- reads as empty, a NULL reference as no object. Lists keep insertion order.
 -- The tables are STRICT and checked, so that the sqlite3 shell refuses a bad

@@ -39,7 +39,7 @@ HRESULT HandOut(bool loaded, AdminStore& store, const OidEntry* entry,
 struct Host : StoreObject<KivIHost, kHost> {
   using StoreObject::StoreObject;
   void Fill(const Row& r) override {
-    t_.Assign({r.Text(0), r.Text(1), r.Text(2)});
+    t_.Assign(r.Text(0), r.Text(1), r.Text(2));
   }
   LumUnicodeString GetName() override { return Load() ? t_[0] : ""; }
   HRESULT GetOSType(LumUnicodeString& v) override {
@@ -54,7 +54,7 @@ struct Host : StoreObject<KivIHost, kHost> {
 struct DataServer : StoreObject<KivIDataServer, kDataServer> {
   using StoreObject::StoreObject;
   void Fill(const Row& r) override {
-    t_.Assign({r.Text(0), r.Text(1), r.Text(2), r.Text(3)});
+    t_.Assign(r.Text(0), r.Text(1), r.Text(2), r.Text(3));
     host_ = r.Ref(4, kHost, false);
   }
   LumUnicodeString GetName() override { return Load() ? t_[0] : ""; }
@@ -76,7 +76,7 @@ struct DataServer : StoreObject<KivIDataServer, kDataServer> {
 
 struct VaultServer : StoreObject<KivIVaultServer, kVaultServer> {
   using StoreObject::StoreObject;
-  void Fill(const Row& r) override { t_.Assign({r.Text(0), r.Text(1)}); }
+  void Fill(const Row& r) override { t_.Assign(r.Text(0), r.Text(1)); }
   LumUnicodeString GetName() override { return Load() ? t_[0] : ""; }
   HRESULT GetAliasName(LumUnicodeString& v) override {
     return SetText(Load(), v, t_, 1);
@@ -88,7 +88,7 @@ struct BusinessDomain : StoreObject<KivIBusinessDomain, kBusinessDomain> {
   using StoreObject::StoreObject;
   // Column 0 is the owning domain, checked as the row is read.
   void Fill(const Row& r) override {
-    t_.Assign({r.Text(1), r.Text(2), r.Text(3), r.Text(4), r.Text(5)});
+    t_.Assign(r.Text(1), r.Text(2), r.Text(3), r.Text(4), r.Text(5));
   }
   LumUnicodeString GetName() override { return Load() ? t_[0] : ""; }
   HRESULT GetMetaDataName(LumUnicodeString& v) override {
@@ -109,7 +109,7 @@ struct BusinessDomain : StoreObject<KivIBusinessDomain, kBusinessDomain> {
 struct Domain : StoreObject<KivIDomain, kDomain> {
   using StoreObject::StoreObject;
   void Fill(const Row& r) override {
-    t_.Assign({r.Text(0)});
+    t_.Assign(r.Text(0));
     visible_ = r.Flag(1);
   }
   int GetVisible() override { return Load() ? visible_ : 0; }
@@ -125,7 +125,7 @@ struct DataDomain : StoreObject<KivIDataDomain, kDataDomain> {
   using StoreObject::StoreObject;
   // Column 0 is the owning project, checked as the row is read.
   void Fill(const Row& r) override {
-    t_.Assign({r.Text(1), r.Text(2), r.Text(3), r.Text(4)});
+    t_.Assign(r.Text(1), r.Text(2), r.Text(3), r.Text(4));
     const std::string_view kind = r.Text(5);
     if (kind != "rdb" && kind != "file")
       r.Refuse(5, "is neither 'rdb' nor 'file'");
@@ -158,7 +158,7 @@ struct DataDomain : StoreObject<KivIDataDomain, kDataDomain> {
 
 struct Project : StoreObject<KivIProject, kProject> {
   using StoreObject::StoreObject;
-  void Fill(const Row& r) override { t_.Assign({r.Text(0)}); }
+  void Fill(const Row& r) override { t_.Assign(r.Text(0)); }
   LumUnicodeString GetName() override { return Load() ? t_[0] : ""; }
   HRESULT GetDataDomains(LumListPtrIUnknown& l) override {
     return store_.Children(kDataDomain, *this, l);
@@ -176,7 +176,7 @@ struct Project : StoreObject<KivIProject, kProject> {
 template <class I, Table T>
 struct Site : StoreObject<I, T> {
   using StoreObject<I, T>::StoreObject;
-  void Fill(const Row& r) override { t_.Assign({r.Text(0)}); }
+  void Fill(const Row& r) override { t_.Assign(r.Text(0)); }
   HRESULT GetName(LumUnicodeString& v) override {
     return SetText(this->Load(), v, t_, 0);
   }
@@ -187,7 +187,7 @@ using LocalSite = Site<KivILocalSite, kLocalSite>;
 
 struct Media : StoreObject<KivIReplMedia, kMedia> {
   using StoreObject::StoreObject;
-  void Fill(const Row& r) override { t_.Assign({r.Text(0)}); }
+  void Fill(const Row& r) override { t_.Assign(r.Text(0)); }
   HRESULT GetMediaPath(LumUnicodeString& v) override {
     return SetText(Load(), v, t_, 0);
   }
@@ -197,7 +197,7 @@ struct Media : StoreObject<KivIReplMedia, kMedia> {
 struct PackageDefinition
     : StoreObject<KivIReplPackageDefinition, kPackageDefinition> {
   using StoreObject::StoreObject;
-  void Fill(const Row& r) override { t_.Assign({r.Text(0)}); }
+  void Fill(const Row& r) override { t_.Assign(r.Text(0)); }
   HRESULT GetWholeDataDomains(LumListPtrIUnknown& l) override {
     return store_.Linked(kPackageWholeDataDomain, kDataDomain, *this, l);
   }
@@ -215,7 +215,7 @@ struct Status : StoreObject<I, T> {
   void Fill(const Row& r) override {
     server_ = r.Ref(1, kDataServer, false, kVaultServer);
     serverTable_ = r.RefTable();
-    t_.Assign({r.Text(2)});
+    t_.Assign(r.Text(2));
   }
   HRESULT GetLastSuccessfulDate(LumUnicodeString& v) override {
     return SetText(this->Load(), v, t_, 0);
@@ -253,7 +253,7 @@ template <class I, Table T, Table Statuses>
 struct ReplicationSet : StoreObject<I, T> {
   using StoreObject<I, T>::StoreObject;
   void Fill(const Row& r) override {
-    t_.Assign({r.Text(0)});
+    t_.Assign(r.Text(0));
     media_ = r.Ref(1, kMedia, false);
     packageDefinition_ = r.Ref(2, kPackageDefinition, false);
     externSite_ = r.Ref(3, kExternSite, false);

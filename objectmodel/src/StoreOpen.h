@@ -8,8 +8,9 @@ struct sqlite3;
 
 namespace kiv {
 
-// The store's format version, PRAGMA user_version.
-constexpr int kFormatVersion = 1;
+// The store's format version, PRAGMA user_version: the schema's, read from
+// it by the build.
+constexpr int kFormatVersion = KIV_FORMAT_VERSION;
 
 // Opens the store file at path read-only, waiting for a writer's lock up to
 // AdminStore::busyTimeoutMs. It must be a regular file, not empty; the name

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <memory>
 #include <string_view>
 
@@ -14,7 +13,12 @@ namespace kiv {
 template <int N>
 class Texts {
  public:
-  void Assign(std::initializer_list<std::string_view> texts) {
+  // Takes exactly N texts: a table given a column, and its object a text,
+  // without N rising fails to compile.
+  template <class... Views>
+  void Assign(Views... views) {
+    static_assert(sizeof...(Views) == N, "an object's texts are N texts");
+    const std::string_view texts[] = {std::string_view(views)...};
     std::size_t total = 0;
     for (std::string_view text : texts) total += text.size() + 1;
     if (total > sizeof inline_) heap_.reset(new char[total]);
