@@ -29,6 +29,7 @@ struct RowPlan {
   std::vector<std::pair<int, const char*>> lists;  // attribute, link table
   int media = -1;                // the attribute naming a media, if any
   std::size_t mediaColumns = 0;  // of the media table, for its rows
+  const char* mediaTable = nullptr;
 };
 
 struct Plans {
@@ -92,6 +93,7 @@ const Plans& PlansOf() {
         }
         if (a.field == Field::kMedia) {
           plan.media = static_cast<int>(i);
+          plan.mediaTable = Interned(kMediaTable);
           plan.mediaColumns = KivTableColumns(kMediaTable).size();
           if (plan.mediaColumns == 0) problem("no table media");
         }
@@ -127,7 +129,7 @@ bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink) {
   if (plan.media >= 0 && line.Has(plan.media)) {
     std::vector<W::Value> media(plan.mediaColumns, W::Null());
     media[0] = value(plan.media);
-    if (!sink(Interned(kMediaTable), media, true)) return false;
+    if (!sink(plan.mediaTable, media, true)) return false;
   }
   std::vector<W::Value> row;
   row.reserve(plan.columns.size());
