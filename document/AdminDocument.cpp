@@ -335,10 +335,13 @@ bool ReadPlain(std::string_view text, Kind kind, Line& line) {
     // optional one left out.
     const std::size_t size = std::strlen(a.name);
     const bool first = line.present == 0;
-    const std::size_t from = first ? at : at + 2;  // after "\" "
-    const bool named = (first || (text.compare(at, 2, "\" ") == 0)) &&
-                       text.compare(from, size, a.name) == 0 &&
-                       text.compare(from + size, 2, "=\"") == 0;
+    // After "\" ", or "\"  " for an attribute written after two blanks.
+    const std::size_t gap = a.spaced ? 3 : 2;
+    const std::size_t from = first ? at : at + gap;
+    const bool named =
+        (first || (text.compare(at, gap, a.spaced ? "\"  " : "\" ") == 0)) &&
+        text.compare(from, size, a.name) == 0 &&
+        text.compare(from + size, 2, "=\"") == 0;
     if (!named) {
       if (a.optional) continue;
       return false;
