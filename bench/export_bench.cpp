@@ -304,7 +304,7 @@ void BM_DocumentVsExport(benchmark::State& state) {
     if (rc != 0) state.SkipWithError("the export failed");
     if (DocCheck(file, sink, sink) != 0) state.SkipWithError("check failed");
     auto t2 = std::chrono::steady_clock::now();
-    if (DocDiff(file, file, sink, sink) != 0)
+    if (DocDiff(file, file, PlanFormat::kText, "-", sink, sink) != 0)
       state.SkipWithError("diff failed");
     auto t3 = std::chrono::steady_clock::now();
     std::remove(loaded.c_str());
@@ -370,7 +370,7 @@ void BM_ApplyVsExport(benchmark::State& state) {
     const auto t0 = std::chrono::steady_clock::now();
     if (Export(have) != 0) state.SkipWithError("the export failed");
     const auto t1 = std::chrono::steady_clock::now();
-    if (DocApply(wanted, work, false, "", sink, sink) != 0)
+    if (DocApply(wanted, work, ApplyOptions(), sink, sink) != 0)
       state.SkipWithError("the apply failed");
     const auto t2 = std::chrono::steady_clock::now();
     exported += Seconds(t1 - t0);

@@ -42,6 +42,32 @@ class Visitor {
   virtual bool Stopped() const { return false; }
 };
 
+// Passes everything a walk reports on to two visitors, a first then b.
+class Both : public Visitor {
+ public:
+  Both(Visitor& a, Visitor& b) : a_(a), b_(b) {}
+  void Element(const Line& line, std::size_t n, const Place& place) override {
+    a_.Element(line, n, place);
+    b_.Element(line, n, place);
+  }
+  void Other(const Line& line, std::size_t n) override {
+    a_.Other(line, n);
+    b_.Other(line, n);
+  }
+  void Problem(std::size_t n, const std::string& what) override {
+    a_.Problem(n, what);
+    b_.Problem(n, what);
+  }
+  void Restart() override {
+    a_.Restart();
+    b_.Restart();
+  }
+
+ private:
+  Visitor& a_;
+  Visitor& b_;
+};
+
 // How a walk went.
 struct Walked {
   bool opened = false;  // false: the file could not be opened or read

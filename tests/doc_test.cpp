@@ -367,37 +367,43 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
   } cases[] = {
       {"same", ReadFile(old), 0, ""},
       {"attribute", Changed("OSType=\"\"", "OSType=\"AIX\""), 1,
-       "changed HOST x0A02 \"beta\" OSType: \"\" -> \"AIX\"\n"},
+       "changed HOST x0A02 \"beta\" OSType: \"\" -> \"AIX\"\n"
+       "0 added, 0 removed, 1 changed, 0 moved\n"},
       {"optional attribute", Changed(" Host=\"x0A01\"", ""), 1,
-       "changed DATASERVER x0B01 \"MAINDB\" Host: \"x0A01\" -> (none)\n"},
+       "changed DATASERVER x0B01 \"MAINDB\" Host: \"x0A01\" (\"alpha\") -> "
+       "(none)\n0 added, 0 removed, 1 changed, 0 moved\n"},
       {"added and removed", Changed("Oid=\"x0A02\"", "Oid=\"x0A09\""), 1,
        "removed HOST x0A02 \"beta\"\n"
-       "added HOST x0A09 \"beta\" in the document\n"},
+       "added HOST x0A09 \"beta\" in the document\n"
+       "1 added, 1 removed, 0 changed, 0 moved\n"},
       {"moved to another owner", MovedToFirstDomain(), 1,
-       "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 to x0E01\n"},
+       "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 (\"DOMTWO\") to "
+       "x0E01 (\"DOMONE\")\n0 added, 0 removed, 0 changed, 1 moved\n"},
       {"moved in its list",
        ReadFile(old).replace(ReadFile(old).find(hosts), hosts.size(),
                              hosts.substr(hosts.find('\n') + 1) +
                                  hosts.substr(0, hosts.find('\n') + 1)),
        1,
        "moved HOST x0A02 \"beta\" in the document from place 2 to place 1\n"
-       "moved HOST x0A01 \"alpha\" in the document from place 1 to place 2\n"},
+       "0 added, 0 removed, 0 changed, 1 moved\n"},
       // x0A01 and x0A0100000000000000 share their first 8 bytes, zero-padded.
       {"identifiers sharing their first 8 bytes",
        Changed("Oid=\"x0A02\"", "Oid=\"x0A0100000000000000\""), 1,
        "removed HOST x0A02 \"beta\"\n"
-       "added HOST x0A0100000000000000 \"beta\" in the document\n"},
+       "added HOST x0A0100000000000000 \"beta\" in the document\n"
+       "1 added, 1 removed, 0 changed, 0 moved\n"},
       {"two parents swapped", SwappedDomains(), 1,
        "moved DOMAIN x0E02 \"DOMTWO\" in the document from place 2 to place 1\n"
-       "moved DOMAIN x0E01 \"DOMONE\" in the document from place 1 to place "
-       "2\n"},
+       "0 added, 0 removed, 0 changed, 1 moved\n"},
       {"a child moved to the front of another parent",
        Changed("  <BUSINESSDOMAIN Oid=\"x0F01\"",
                "  <BUSINESSDOMAIN Oid=\"x0F03\" Name=\"BDTHREE\" "
                "MetaDataName=\"META3\" Editor=\"ed3\" CorvelFlag=\"N\" "
                "DataModeler=\"dm3\"/>\n  <BUSINESSDOMAIN Oid=\"x0F01\"",
                MovedOut()),
-       1, "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 to x0E01\n"},
+       1,
+       "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 (\"DOMTWO\") to "
+       "x0E01 (\"DOMONE\")\n0 added, 0 removed, 0 changed, 1 moved\n"},
       {"an identifier that changes kind",
        Changed("<HOST Oid=\"x0A02\" Name=\"beta\" OSType=\"\" "
                "OSVersion=\"\"/>\n",
@@ -405,19 +411,22 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
                Changed("<LOCALSITE",
                        "<EXTERNSITE Oid=\"x0A02\" "
                        "Name=\"beta\"/>\n<LOCALSITE")),
-       1, "changed x0A02 from a HOST to a EXTERNSITE\n"},
+       1,
+       "changed x0A02 from a HOST to a EXTERNSITE\n"
+       "0 added, 0 removed, 1 changed, 0 moved\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string file = OutputPath("diff.xml");
     WriteFile(file, c.text);
-    const Outcome o = Doc(DocDiff, old, file);
+    const Outcome o =
+        Doc(DocDiff, old, file, PlanFormat::kText, std::string("-"));
     EXPECT_EQ(o.rc, c.rc) << o.err;
     EXPECT_EQ(o.out, c.out);
   }
   const std::string cut = OutputPath("cut.xml");
   WriteFile(cut, ReadFile(old).substr(0, 300));
-  EXPECT_EQ(Doc(DocDiff, old, cut).rc, 2);
+  EXPECT_EQ(Doc(DocDiff, old, cut, PlanFormat::kText, std::string("-")).rc, 2);
 }
 
 TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {

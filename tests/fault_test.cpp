@@ -337,8 +337,8 @@ TEST(Load, EveryFaultLeavesAWholeStoreOrNone) {
   std::free(saved);
 }
 
-// One apply of wanted to a fresh copy of store, in process as the tool runs
-// it, with the fault of plan armed; the status, and what the copy exports.
+// One apply of wanted to a fresh copy of store, in process, with the fault
+// of plan armed; the status, and what the copy exports.
 struct Applied {
   int rc;
   bool hit;
@@ -357,11 +357,12 @@ Applied Apply(const std::string& store, const std::string& wanted, Plan& plan,
     err.open(OutputPath("fault-apply.err"), std::ios::out | std::ios::trunc);
     std::streambuf* savedOut = std::cout.rdbuf(&out);
     std::streambuf* savedErr = std::cerr.rdbuf(&err);
-    std::string doc = wanted, target = copy;
-    char program[] = "vantrel-doc", command[] = "apply";
-    char* argv[] = {program, command, &doc[0], &target[0], nullptr};
     plan = Plan{failAt, 0};
-    applied.rc = VantrelDocMain(4, argv);
+    // The command itself, past its command line: the parser's allocations
+    // are not the apply's.
+    applied.rc = SayingOutOfMemory([&] {
+      return DocApply(wanted, copy, ApplyOptions(), std::cout, std::cerr);
+    });
     applied.hit = failAt > 0 && plan.seen >= failAt;
     plan = Plan{};
     std::cout.rdbuf(savedOut);

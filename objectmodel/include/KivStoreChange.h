@@ -63,10 +63,14 @@ class KivStoreChange {
   };
   // Opens the store at path and takes its write lock, waiting up to 5 s for
   // a writer at work. Null on failure, with *refusal and *error (SQLite's
-  // reason; for kForeign, the names of what the schema lacks).
+  // reason; for kForeign, the names of what the schema lacks). With
+  // snapshot, the store is opened for reading only and no write lock is
+  // taken: the transaction reads the store as it was when it began, while
+  // another program writes it, and Apply and Commit fail.
   static std::unique_ptr<KivStoreChange> Begin(const std::string& path,
                                                Refusal* refusal,
-                                               std::string* error);
+                                               std::string* error,
+                                               bool snapshot = false);
   ~KivStoreChange();
   KivStoreChange(const KivStoreChange&) = delete;
   KivStoreChange& operator=(const KivStoreChange&) = delete;

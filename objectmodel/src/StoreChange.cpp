@@ -195,7 +195,8 @@ KivStoreChange::~KivStoreChange() {
 
 std::unique_ptr<KivStoreChange> KivStoreChange::Begin(const std::string& path,
                                                       Refusal* refusal,
-                                                      std::string* error) {
+                                                      std::string* error,
+                                                      bool snapshot) {
   interrupted.store(false);
   struct stat opened {};
   if (::stat(path.c_str(), &opened) != 0) {
@@ -207,9 +208,11 @@ std::unique_ptr<KivStoreChange> KivStoreChange::Begin(const std::string& path,
   std::unique_ptr<KivStoreChange> change(new KivStoreChange(nullptr, path));
   const std::string name = path[0] == '/' ? path : "./" + path;
   // The connection is used by one thread: no mutex of its own.
-  const int rc =
-      sqlite3_open_v2(name.c_str(), &change->db_,
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  const int rc = sqlite3_open_v2(
+      name.c_str(), &change->db_,
+      (snapshot ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) |
+          SQLITE_OPEN_NOMUTEX,
+      nullptr);
   sqlite3* const db = change->db_;
   change->device_ = opened.st_dev;
   change->inode_ = opened.st_ino;
@@ -221,8 +224,12 @@ std::unique_ptr<KivStoreChange> KivStoreChange::Begin(const std::string& path,
   interruptible.store(db);
   // A writer at work is waited for, a bounded time.
   sqlite3_busy_timeout(db, 5000);
-  if (sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) !=
-      SQLITE_OK) {
+  // A snapshot's read transaction begins with its first read, which holds
+  // the store's state until the end.
+  if (sqlite3_exec(db,
+                   snapshot ? "BEGIN; SELECT count(*) FROM sqlite_schema"
+                            : "BEGIN IMMEDIATE",
+                   nullptr, nullptr, nullptr) != SQLITE_OK) {
     *refusal = Refusal::kLock;
     *error = sqlite3_errmsg(db);
     if (sqlite3_errcode(db) == SQLITE_BUSY)

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <unordered_map>
 
+#include "ApplyLog.h"
 #include "Checker.h"
 #include "DocumentRows.h"
 #include "DocumentWrite.h"
@@ -24,6 +25,7 @@
 #include "Hex.h"
 #include "KivStoreChange.h"
 #include "Output.h"
+#include "Plans.h"
 #include "SdaiSession.h"
 #include "Vantrel.h"
 #include "VantrelDoc.h"
@@ -198,11 +200,17 @@ bool ReadDocumentFile(const std::string& file, std::string* bytes,
 
 }  // namespace
 
-int DocApply(const std::string& file, const std::string& store, bool dryRun,
-             const std::string& base, std::ostream& out, std::ostream& err) {
+int DocApply(const std::string& file, const std::string& store,
+             const ApplyOptions& o, std::ostream& out, std::ostream& err) {
+  ApplyLog log(o.dryRun ? std::string() : o.log, store, Shown(file));
+  // Said once, and recorded: a failure line in the log claims no change.
   const auto refused = [&](const std::string& why, int status) {
     err << "vantrel-doc: " << why << "; " << Shown(store)
         << " was not changed\n";
+    std::string error;
+    if (!log.Failed(why, &error))
+      err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
+          << "\n";
     return status;
   };
   const Interruption interruption;
@@ -227,23 +235,23 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
   if (::stat(doc.c_str(), &size) == 0)
     wants.exported.reserve(static_cast<std::size_t>(size.st_size));
   Gatherer gatherer(wants);
-  Checker checker(doc, err, &gatherer);
-  if (!checker.Run()) return refused("cannot read " + Shown(file), 2);
-  if (checker.Problems())
-    return refused(Shown(file) + " is refused by check", 1);
+  doc::PlanDocument wanted;
+  const int read = ReadForPlan(doc, wanted, err, &gatherer);
+  if (read == 2) return refused("cannot read " + Shown(file), 2);
+  if (read == 1) return refused(Shown(file) + " is refused by check", 1);
   if (!wants.error.empty())
     return refused(Shown(file) + " gives a row the store cannot take (" +
                        wants.error + ")",
                    2);
   const std::string& document = wants.exported;
   std::string baseBytes, error;
-  if (!base.empty() && !ReadDocumentFile(base, &baseBytes, &error))
-    return refused("cannot read " + Shown(base) + ": " + error, 2);
+  if (!o.base.empty() && !ReadDocumentFile(o.base, &baseBytes, &error))
+    return refused("cannot read " + Shown(o.base) + ": " + error, 2);
   if (Interruption::Caught()) return interrupted();
 
   KivStoreChange::Refusal refusal;
   const std::unique_ptr<KivStoreChange> change =
-      KivStoreChange::Begin(store, &refusal, &error);
+      KivStoreChange::Begin(store, &refusal, &error, o.dryRun);
   switch (refusal) {
     case KivStoreChange::Refusal::kNone:
       break;
@@ -252,7 +260,10 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
     case KivStoreChange::Refusal::kLock:
       return Interruption::Caught()
                  ? interrupted()
-                 : refused("cannot write " + Shown(store) + ": " + error, 2);
+                 : refused("cannot " +
+                               std::string(o.dryRun ? "read " : "write ") +
+                               Shown(store) + ": " + error,
+                           2);
     case KivStoreChange::Refusal::kReplaced:
       return refused(Shown(store) +
                          " was replaced by another file while it "
@@ -273,21 +284,64 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
     return Interruption::Caught()
                ? interrupted()
                : refused(Shown(store) + " cannot be exported", 2);
-  if (!base.empty() && !Holds(now.path, baseBytes))
-    return refused(Shown(store) + " no longer exports " + Shown(base) +
+  std::string before;
+  if (!ReadDocumentFile(now.path, &before, &error))
+    return refused("cannot read back the export of " + Shown(store), 2);
+  doc::PlanDocument current;
+  {
+    std::ostringstream unused;
+    if (ReadForPlan(now.path, current, unused) != 0)
+      return refused(Shown(store) + " exports a document check refuses", 2);
+  }
+  if (!o.base.empty() && before != baseBytes) {
+    // What changed since the base, in the plan's words, briefly.
+    doc::PlanDocument based;
+    std::ostringstream unused;
+    if (ReadForPlan(o.base, based, unused) == 0) {
+      err << "vantrel-doc: since " << Shown(o.base) << ", " << Shown(store)
+          << " changed:\n";
+      doc::WritePlanText(doc::MakePlan(based, current), err, 18);
+    }
+    return refused(Shown(store) + " no longer exports " + Shown(o.base) +
                        ": it was changed since",
                    1);
-  if (Holds(now.path, document)) {
+  }
+  const doc::Plan plan = doc::MakePlan(current, wanted);
+  if (before == document) {
+    if (o.dryRun && o.format != PlanFormat::kText)
+      return WritePlan(plan, o.format, o.output,
+                       Shown(store) + " to " + Shown(file), out, err);
     out << Shown(store) << ": nothing to change\n";
+    if (o.dryRun) return 0;
+    if (!log.Applied(before, document, plan, &error))
+      err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
+          << "\n";
     return 0;
   }
-  // The plan, as diff lists it, is what a dry run shows: reviewed before,
-  // it is not worked out again for the apply itself.
-  if (dryRun) {
-    std::ostringstream planErr;
-    DocDiff(now.path, doc, out, planErr);
-    return 1;
+  // The guards: each refusal names what it found.
+  std::string guard;
+  const std::string site = current.LocalSite(), itsSite = wanted.LocalSite();
+  if (!o.otherInstallation && !site.empty() && !itsSite.empty() &&
+      site != itsSite)
+    guard = Shown(file) + " is another installation's: its local site is " +
+            itsSite + ", the store's is " + site +
+            " (--other-installation applies it all the same)";
+  else if (o.maxRemovals >= 0 &&
+           plan.removed > static_cast<std::size_t>(o.maxRemovals))
+    guard = "the plan removes " + std::to_string(plan.removed) +
+            " objects, more than --max-removals " +
+            std::to_string(o.maxRemovals);
+  // The plan is what a dry run shows: reviewed before, it is not worked out
+  // again for the apply itself.
+  if (o.dryRun) {
+    const int written =
+        WritePlan(plan, o.format, o.output, Shown(store) + " to " + Shown(file),
+                  out, err);
+    if (!guard.empty())
+      err << "vantrel-doc: apply would refuse: " << guard << "\n";
+    return written ? written : 1;
   }
+  if (!guard.empty()) return refused(guard, 1);
 
   // A media row that the document cannot carry is kept; one whose
   // identifier the document gives to an object would be its duplicate.
@@ -321,14 +375,14 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
                              " would not export " + Shown(file) +
                              " (a fault of vantrel-doc apply)",
                          2);
-  // The line is made before the commit: nothing after it may fail.
-  std::ostringstream line;
+  // What is said is made before the commit: nothing after it may fail.
+  std::ostringstream said;
+  doc::WritePlanText(plan, said);
   const KivStoreChange::Counts& done = change->Done();
-  line << Shown(store) << ": now exports " << Shown(file) << ": " << done.added
+  said << Shown(store) << ": now exports " << Shown(file) << ": " << done.added
        << " rows added, " << done.changed << " changed, " << done.removed
-       << " removed, " << done.reordered << " lists put in order, "
+       << " removed, " << plan.reordered.size() << " lists put in order, "
        << done.relinked << " link lists rewritten\n";
-  const std::string said = line.str();
   {
     // A signal from here waits for the commit and its line: what is
     // committed is said.
@@ -342,7 +396,13 @@ int DocApply(const std::string& file, const std::string& store, bool dryRun,
                      2);
     if (!change->Commit(&error))
       return refused("cannot commit to " + Shown(store) + ": " + error, 2);
-    out << said << std::flush;
+    out << said.str() << std::flush;
+  }
+  // The record follows the commit: a line that says applied was.
+  if (!log.Applied(before, document, plan, &error)) {
+    err << "vantrel-doc: " << Shown(store) << " was changed, but "
+        << Shown(o.log) << " cannot record it: " << error << "\n";
+    return 2;
   }
   return 0;
 }

@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <ostream>
-#include <set>
 #include <sstream>
 
 #include "AdminDocument.h"
@@ -23,23 +21,16 @@ namespace {
 
 // What changed from the archive before to the new one, as "N added, N
 // removed, N changed": objects counted once whatever the number of their
-// changes.
+// changes, a move among them. "" when either cannot be read.
 std::string Changes(const std::string& before, const std::string& after) {
-  std::ostringstream out, err;
-  if (DocDiff(before, after, out, err) == 2) return std::string();
-  std::map<std::string, std::set<std::string>> objects;
-  std::istringstream lines(out.str());
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::string what, kind, id;
-    words >> what >> kind >> id;
-    // A change of kind names the identifier first.
-    objects[what == "moved" ? "changed" : what].insert(
-        what == "changed" && kind.size() > 1 && kind[0] == 'x' ? kind : id);
-  }
-  return std::to_string(objects["added"].size()) + " added, " +
-         std::to_string(objects["removed"].size()) + " removed, " +
-         std::to_string(objects["changed"].size()) + " changed";
+  doc::PlanDocument was, now;
+  std::ostringstream err;
+  int status = 0;
+  if (!ReadPlanPair(before, after, was, now, err, &status)) return "";
+  const doc::Plan plan = doc::MakePlan(was, now);
+  return std::to_string(plan.added) + " added, " +
+         std::to_string(plan.removed) + " removed, " +
+         std::to_string(plan.changedOrMoved) + " changed";
 }
 
 }  // namespace

@@ -23,30 +23,6 @@ extern const char* const kReportXsl;
 
 namespace {
 
-// Passes every element to the twin's writer and to the picture's data.
-class Both : public doc::Visitor {
- public:
-  Both(doc::Visitor& a, doc::Visitor& b) : a_(a), b_(b) {}
-  void Element(const doc::Line& line, std::size_t n,
-               const doc::Place& place) override {
-    a_.Element(line, n, place);
-    b_.Element(line, n, place);
-  }
-  void Other(const doc::Line& line, std::size_t n) override {
-    a_.Other(line, n);
-    b_.Other(line, n);
-  }
-  void Problem(std::size_t, const std::string&) override {}
-  void Restart() override {
-    a_.Restart();
-    b_.Restart();
-  }
-
- private:
-  doc::Visitor& a_;
-  doc::Visitor& b_;
-};
-
 struct FreeDoc {
   void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
 };
@@ -134,7 +110,7 @@ int DocReport(const std::string& file, const std::string& output,
     return true;
   });
   PictureData data;
-  Both both(writer, data);
+  doc::Both both(writer, data);
   Checker checker(file, err, &both);
   writer.ReportTo(&checker);
   if (!checker.Run()) return 2;

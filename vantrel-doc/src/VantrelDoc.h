@@ -5,15 +5,26 @@
 // "-" names standard input or standard output.
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <string>
+#include <vector>
+
+#include "Plans.h"
 
 // A summary when the document is whole and consistent, else one line per
 // problem, each naming FILE:LINE.
 int DocCheck(const std::string& file, std::ostream& out, std::ostream& err);
-// What differs between two documents, object by object.
+// The plan from one document to another, object by object, written to
+// output in format (1: they differ).
 int DocDiff(const std::string& oldFile, const std::string& newFile,
-            std::ostream& out, std::ostream& err);
+            PlanFormat format, const std::string& output, std::ostream& out,
+            std::ostream& err);
+// Reads and checks two documents at once into before and after; false,
+// with the exit status in *status, after saying why.
+bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
+                  doc::PlanDocument& before, doc::PlanDocument& after,
+                  std::ostream& err, int* status);
 // Creates store, which must not exist, from a document that DocCheck
 // accepts; exporting it gives the document back.
 int DocLoad(const std::string& file, const std::string& store,
@@ -36,13 +47,27 @@ int DocReport(const std::string& file, const std::string& output,
 // added, removed and changed since.
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err);
+// How apply goes.
+struct ApplyOptions {
+  bool dryRun = false;  // show the plan, from a snapshot, and write nothing
+  PlanFormat format = PlanFormat::kText;  // of a dry run's plan
+  std::string output = "-";               // where a dry run's plan goes
+  std::string base;       // refuse a store that no longer exports it
+  std::string log;        // a file to append a JSON line to, per apply
+  long maxRemovals = -1;  // refuse a plan removing more (-1: any number)
+  bool otherInstallation = false;  // take a document of another local site
+  std::vector<std::string> only;   // apply only these objects' subtrees
+};
 // Makes store export file byte for byte, writing only what differs in one
-// transaction, which it commits only once the store exports file. With
-// dryRun it prints the plan (as diff lists it) and writes nothing (0:
-// nothing would change, 1: something would). With base, a store that no
-// longer exports base is refused. A refused document or store, and any
-// failure, leave the store unchanged.
-int DocApply(const std::string& file, const std::string& store, bool dryRun,
-             const std::string& base, std::ostream& out, std::ostream& err);
+// transaction, which it commits only once the store exports file; then
+// prints the plan it carried out and a summary line. With dryRun it writes
+// the plan and nothing else (0: nothing would change, 1: something would).
+// A refused document, store or plan (status 1), and any failure (2), leave
+// the store unchanged.
+int DocApply(const std::string& file, const std::string& store,
+             const ApplyOptions& options, std::ostream& out, std::ostream& err);
+// Runs command; memory running out is said once on standard error, with
+// status 2.
+int SayingOutOfMemory(const std::function<int()>& command);
 // The command line.
 int VantrelDocMain(int argc, char* argv[]);

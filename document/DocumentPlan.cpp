@@ -1,0 +1,589 @@
+#include "DocumentPlan.h"
+
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <ostream>
+
+#include "Escape.h"
+
+namespace doc {
+
+void PlanDocument::Element(const Line& line, std::size_t, const Place& place) {
+  const int oidAt = AttributeIndex(line.kind, "Oid");
+  if (oidAt < 0) return;  // the server wrapper: not an object
+  Object object{line.kind,
+                line.present,
+                text_.size(),
+                0,
+                MakeId(line.values[oidAt], spill_),
+                place.parent.empty() ? Id{} : MakeId(place.parent, spill_)};
+  for (std::string_view value : line.values) (text_ += value) += '\n';
+  object.size = text_.size() - object.values;
+  objects_.push_back(object);
+}
+
+void PlanDocument::Finish() {
+  byOid_.clear();
+  byOid_.reserve(objects_.size());
+  for (std::size_t i = 0; i < objects_.size(); ++i)
+    byOid_.push_back(
+        {objects_[i].oid, objects_[i].kind, static_cast<std::uint32_t>(i), 0});
+  std::sort(byOid_.begin(), byOid_.end(),
+            [&](const Defined& a, const Defined& b) {
+              return Compare(a.id, spill_, b.id, spill_) < 0;
+            });
+}
+
+std::string_view PlanDocument::Value(const Object& o, std::size_t i) const {
+  const std::string_view values = Values(o);
+  std::size_t start = 0;
+  while (i--) start = values.find('\n', start) + 1;
+  return values.substr(start, values.find('\n', start) - start);
+}
+
+std::string_view PlanDocument::Name(const Object& o) const {
+  const int at = AttributeIndex(o.kind, "Name");
+  return at < 0 ? std::string_view() : Value(o, static_cast<std::size_t>(at));
+}
+
+std::size_t PlanDocument::Find(const Id& id, const Spill& spill) const {
+  const auto it = std::lower_bound(
+      byOid_.begin(), byOid_.end(), id, [&](const Defined& d, const Id& key) {
+        return Compare(d.id, spill_, key, spill) < 0;
+      });
+  return it != byOid_.end() && Compare(it->id, spill_, id, spill) == 0
+             ? it->order
+             : std::string::npos;
+}
+
+std::size_t PlanDocument::Find(std::string_view identifier) const {
+  Spill probe;
+  const Id id = MakeId(identifier, probe);
+  return Find(id, probe);
+}
+
+std::string PlanDocument::LocalSite() const {
+  for (const Object& o : objects_)
+    if (o.kind == kLocalSite) return Identifier(o.oid, spill_);
+  return std::string();
+}
+
+// The working of MakePlan: the two documents and each object's match.
+struct Planner {
+  static constexpr std::size_t kNone = std::string::npos;
+  const PlanDocument& before;
+  const PlanDocument& after;
+  std::vector<std::size_t> inAfter, inBefore;
+  // Each object's place among the siblings of its kind that both documents
+  // hold under the same parent.
+  std::vector<std::size_t> beforePlace, afterPlace;
+
+  static bool SameParent(const PlanDocument::Object& a, const Spill& sa,
+                         const PlanDocument::Object& b, const Spill& sb) {
+    return a.parent.size == b.parent.size &&
+           (a.parent.size == 0 || Compare(a.parent, sa, b.parent, sb) == 0);
+  }
+
+  // Each object's match in the other document, from one merge of the two
+  // sorted lists of identifiers.
+  void Match() {
+    inAfter.assign(before.objects_.size(), kNone);
+    inBefore.assign(after.objects_.size(), kNone);
+    for (std::size_t i = 0, j = 0;
+         i < before.byOid_.size() && j < after.byOid_.size();) {
+      const int order = Compare(before.byOid_[i].id, before.spill_,
+                                after.byOid_[j].id, after.spill_);
+      if (order == 0) {
+        inAfter[before.byOid_[i].order] = after.byOid_[j].order;
+        inBefore[after.byOid_[j].order] = before.byOid_[i].order;
+      }
+      i += order <= 0;
+      j += order >= 0;
+    }
+  }
+
+  static std::vector<std::size_t> Places(const PlanDocument& doc,
+                                         const std::vector<std::size_t>& match,
+                                         const PlanDocument& other) {
+    std::vector<std::size_t> places(doc.objects_.size(), 0);
+    std::size_t top[kKindCount] = {}, child[kKindCount] = {};
+    const PlanDocument::Object* previous = nullptr;
+    for (std::size_t i = 0; i < doc.objects_.size(); ++i) {
+      const PlanDocument::Object& o = doc.objects_[i];
+      if (!previous || !SameParent(o, doc.spill_, *previous, doc.spill_))
+        std::fill(std::begin(child), std::end(child), 0);
+      previous = &o;
+      const std::size_t j = match[i];
+      if (j == kNone || other.objects_[j].kind != o.kind ||
+          !SameParent(o, doc.spill_, other.objects_[j], other.spill_))
+        continue;
+      places[i] = o.parent.size == 0 ? top[o.kind]++ : child[o.kind]++;
+    }
+    return places;
+  }
+
+  PlanRef Ref(const PlanDocument& doc, const Id& id) const {
+    if (id.size == 0) return PlanRef();
+    const std::size_t at = doc.Find(id, doc.spill_);
+    return {
+        Identifier(id, doc.spill_),
+        at == kNone ? std::string() : std::string(doc.Name(doc.objects_[at]))};
+  }
+  PlanRef Self(const PlanDocument& doc, const PlanDocument::Object& o) const {
+    return {Identifier(o.oid, doc.spill_), std::string(doc.Name(o))};
+  }
+  // What value (of an attribute of field) names, in doc.
+  std::vector<PlanRef> Refs(const PlanDocument& doc, Field field,
+                            std::string_view value) const {
+    std::vector<PlanRef> refs;
+    if (field == Field::kRef || field == Field::kMedia) {
+      if (!value.empty()) refs.push_back({std::string(value), std::string()});
+    } else if (field == Field::kRefs) {
+      for (std::string_view id : Identifiers(value))
+        refs.push_back({std::string(id), std::string()});
+    }
+    for (PlanRef& r : refs) {
+      const std::size_t at = doc.Find(r.oid);
+      if (at != kNone) r.name = doc.Name(doc.objects_[at]);
+    }
+    return refs;
+  }
+
+  // Every present value of o in doc, as the new values of an object added
+  // (asNew) or the old ones of an object removed.
+  std::vector<PlanValue> AllValues(const PlanDocument& doc,
+                                   const PlanDocument::Object& o,
+                                   bool asNew) const {
+    std::vector<PlanValue> values;
+    const Layout& layout = LayoutOf(o.kind);
+    for (std::size_t k = 0; k < layout.attributes.size(); ++k) {
+      if (!((o.present >> k) & 1)) continue;
+      const std::string_view value = doc.Value(o, k);
+      std::vector<PlanRef> refs = Refs(doc, layout.attributes[k].field, value);
+      PlanValue v{static_cast<std::uint8_t>(k), !asNew, asNew, {}, {}, {}, {}};
+      (asNew ? v.to : v.from) = std::string(value);
+      (asNew ? v.toRefs : v.fromRefs) = std::move(refs);
+      values.push_back(std::move(v));
+    }
+    return values;
+  }
+
+  // The objects of after that are not in the longest run of its lists kept
+  // in their order: the fewest moves that reorder each list. Sets moved[i]
+  // and names each list whose order changed.
+  void Reordered(std::vector<bool>& moved, std::vector<PlanList>& lists) const {
+    // Each object both documents hold under the same parent, keyed by its
+    // list: its kind, and its parent's run (0 for the document's own).
+    struct Member {
+      std::uint64_t list;
+      std::size_t index;
+    };
+    std::vector<Member> members;
+    std::uint64_t run = 0;
+    const PlanDocument::Object* previous = nullptr;
+    for (std::size_t i = 0; i < after.objects_.size(); ++i) {
+      const PlanDocument::Object& o = after.objects_[i];
+      if (o.parent.size != 0 &&
+          (!previous || !SameParent(o, after.spill_, *previous, after.spill_)))
+        ++run;
+      previous = &o;
+      const std::size_t j = inBefore[i];
+      if (j == kNone || before.objects_[j].kind != o.kind ||
+          !SameParent(o, after.spill_, before.objects_[j], before.spill_))
+        continue;
+      members.push_back(
+          {(o.parent.size == 0 ? 0 : run) * kKindCount + o.kind, i});
+    }
+    std::stable_sort(
+        members.begin(), members.end(),
+        [](const Member& a, const Member& b) { return a.list < b.list; });
+    // A longest increasing run of the old places, by patience sorting.
+    std::vector<std::size_t> tails, previousOf;
+    for (std::size_t start = 0, end = 0; start < members.size(); start = end) {
+      for (end = start;
+           end < members.size() && members[end].list == members[start].list;
+           ++end) {
+      }
+      const auto was = [&](std::size_t m) {
+        return beforePlace[inBefore[members[m].index]];
+      };
+      bool ordered = true;
+      for (std::size_t m = start + 1; m < end && ordered; ++m)
+        ordered = was(m - 1) < was(m);
+      if (ordered) continue;
+      tails.clear();
+      previousOf.assign(end - start, kNone);
+      for (std::size_t m = start; m < end; ++m) {
+        const auto at = std::lower_bound(
+            tails.begin(), tails.end(), was(m),
+            [&](std::size_t t, std::size_t value) { return was(t) < value; });
+        if (at != tails.begin()) previousOf[m - start] = *(at - 1);
+        if (at == tails.end())
+          tails.push_back(m);
+        else
+          *at = m;
+      }
+      for (std::size_t m = start; m < end; ++m) moved[members[m].index] = true;
+      for (std::size_t m = tails.back(); m != kNone; m = previousOf[m - start])
+        moved[members[m].index] = false;
+      const PlanDocument::Object& first = after.objects_[members[start].index];
+      lists.push_back({first.kind, Ref(after, first.parent)});
+    }
+  }
+};
+
+namespace {
+
+// A change without values.
+PlanChange NewChange(PlanChange::Action action, Kind kind, Kind wasKind,
+                     PlanRef object, PlanRef parent) {
+  PlanChange c;
+  c.action = action;
+  c.kind = kind;
+  c.wasKind = wasKind;
+  c.object = std::move(object);
+  c.parent = std::move(parent);
+  return c;
+}
+
+}  // namespace
+
+Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
+  Planner planner{before, after, {}, {}, {}, {}};
+  planner.Match();
+  planner.beforePlace = Planner::Places(before, planner.inAfter, after);
+  planner.afterPlace = Planner::Places(after, planner.inBefore, before);
+
+  Plan plan;
+  std::vector<bool> reordered(after.Objects().size(), false);
+  planner.Reordered(reordered, plan.reordered);
+
+  std::vector<PlanChange> byAction[4][kKindCount];
+  const auto add = [&](PlanChange change) {
+    byAction[change.action][change.kind].push_back(std::move(change));
+  };
+  for (std::size_t i = 0; i < before.Objects().size(); ++i) {
+    if (planner.inAfter[i] != Planner::kNone) continue;
+    const auto& o = before.Objects()[i];
+    PlanChange c =
+        NewChange(PlanChange::kRemoved, o.kind, o.kind, planner.Self(before, o),
+                  planner.Ref(before, o.parent));
+    c.values = planner.AllValues(before, o, false);
+    add(std::move(c));
+    ++plan.removed;
+  }
+  for (std::size_t i = 0; i < after.Objects().size(); ++i) {
+    const auto& now = after.Objects()[i];
+    const std::size_t j = planner.inBefore[i];
+    const PlanRef self = planner.Self(after, now);
+    const PlanRef parent = planner.Ref(after, now.parent);
+    if (j == Planner::kNone) {
+      PlanChange c =
+          NewChange(PlanChange::kAdded, now.kind, now.kind, self, parent);
+      c.values = planner.AllValues(after, now, true);
+      add(std::move(c));
+      ++plan.added;
+      continue;
+    }
+    const auto& was = before.Objects()[j];
+    bool changed = false, moved = false;
+    if (was.kind != now.kind) {
+      add(NewChange(PlanChange::kChanged, now.kind, was.kind, self, parent));
+      ++plan.changed;
+      ++plan.changedOrMoved;
+      continue;
+    }
+    const std::string_view wasValues = before.Values(was),
+                           nowValues = after.Values(now);
+    if (was.present != now.present || wasValues != nowValues) {
+      PlanChange c =
+          NewChange(PlanChange::kChanged, now.kind, now.kind, self, parent);
+      const Layout& layout = LayoutOf(now.kind);
+      for (std::size_t k = 0; k < layout.attributes.size(); ++k) {
+        const bool had = (was.present >> k) & 1, has = (now.present >> k) & 1;
+        const std::string_view from = before.Value(was, k),
+                               to = after.Value(now, k);
+        if (had == has && from == to) continue;
+        const Field field = layout.attributes[k].field;
+        c.values.push_back({static_cast<std::uint8_t>(k), had, has,
+                            std::string(from), std::string(to),
+                            planner.Refs(before, field, had ? from : ""),
+                            planner.Refs(after, field, has ? to : "")});
+      }
+      add(std::move(c));
+      changed = true;
+    }
+    if (!Planner::SameParent(was, before.Long(), now, after.Long())) {
+      PlanChange c =
+          NewChange(PlanChange::kMoved, now.kind, now.kind, self, parent);
+      c.fromParent = planner.Ref(before, was.parent);
+      add(std::move(c));
+      moved = true;
+    } else if (reordered[i]) {
+      PlanChange c =
+          NewChange(PlanChange::kMoved, now.kind, now.kind, self, parent);
+      c.fromParent = parent;
+      c.fromPlace = planner.beforePlace[j] + 1;
+      c.toPlace = planner.afterPlace[i] + 1;
+      add(std::move(c));
+      moved = true;
+    }
+    plan.changed += changed;
+    plan.moved += moved;
+    plan.changedOrMoved += changed || moved;
+  }
+  for (auto& action : byAction)
+    for (auto& kind : action)
+      for (PlanChange& c : kind) plan.changes.push_back(std::move(c));
+  return plan;
+}
+
+namespace {
+
+const char* const kActions[] = {"removed", "added", "changed", "moved"};
+
+std::string Quoted(std::string_view value) {
+  return "\"" + vantrel::Escaped(value) + "\"";
+}
+
+// An identifier with the name of what it names, when it has one.
+std::string Named(const PlanRef& ref) {
+  return ref.name.empty() ? ref.oid : ref.oid + " (" + Quoted(ref.name) + ")";
+}
+
+std::string Where(const PlanRef& parent) {
+  return parent.oid.empty() ? std::string("the document") : Named(parent);
+}
+
+// The object as a line of the plan begins with it.
+std::string Object(const PlanChange& c) {
+  std::string text = std::string(LayoutOf(c.kind).name) + " " + c.object.oid;
+  if (AttributeIndex(c.kind, "Name") >= 0) text += " " + Quoted(c.object.name);
+  return text;
+}
+
+// A value of an attribute with the names of what it names.
+std::string Shown(bool present, std::string_view value,
+                  const std::vector<PlanRef>& refs) {
+  if (!present) return "(none)";
+  std::string text = Quoted(value), names;
+  bool named = false;
+  for (const PlanRef& r : refs) {
+    names +=
+        (names.empty() ? "" : ", ") + (r.name.empty() ? r.oid : Quoted(r.name));
+    named = named || !r.name.empty();
+  }
+  return named ? text + " (" + names + ")" : text;
+}
+
+// Calls line for each line of text of change c.
+template <typename F>
+void Lines(const PlanChange& c, F line) {
+  switch (c.action) {
+    case PlanChange::kRemoved:
+      return line("removed " + Object(c));
+    case PlanChange::kAdded:
+      return line("added " + Object(c) + " in " + Where(c.parent));
+    case PlanChange::kChanged:
+      if (c.wasKind != c.kind)
+        return line("changed " + c.object.oid + " from a " +
+                    LayoutOf(c.wasKind).name + " to a " +
+                    LayoutOf(c.kind).name);
+      for (const PlanValue& v : c.values)
+        line("changed " + Object(c) + " " +
+             LayoutOf(c.kind).attributes[v.attribute].name + ": " +
+             Shown(v.had, v.from, v.fromRefs) + " -> " +
+             Shown(v.has, v.to, v.toRefs));
+      return;
+    case PlanChange::kMoved:
+      if (c.fromPlace == 0)
+        return line("moved " + Object(c) + " from " + Where(c.fromParent) +
+                    " to " + Where(c.parent));
+      return line("moved " + Object(c) + " in " + Where(c.parent) +
+                  " from place " + std::to_string(c.fromPlace) + " to place " +
+                  std::to_string(c.toPlace));
+  }
+}
+
+}  // namespace
+
+std::string PlanTotals(const Plan& plan) {
+  return std::to_string(plan.added) + " added, " +
+         std::to_string(plan.removed) + " removed, " +
+         std::to_string(plan.changed) + " changed, " +
+         std::to_string(plan.moved) + " moved";
+}
+
+void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
+  if (plan.Empty()) return;
+  std::size_t shown = 0, left = 0;
+  std::string block;
+  for (const PlanChange& c : plan.changes)
+    Lines(c, [&](const std::string& line) {
+      if (shown == most) {
+        ++left;
+        return;
+      }
+      ++shown;
+      (block += line) += '\n';
+      if (block.size() >= (1 << 16)) {
+        out << block;
+        block.clear();
+      }
+    });
+  out << block;
+  if (left) out << "and " << left << " more\n";
+  out << PlanTotals(plan) << "\n";
+}
+
+std::string JsonSafe(std::string_view text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t n = vantrel::Utf8At(text, i);
+    if (n == 0) return vantrel::Escaped(text);
+    i += n;
+  }
+  return std::string(text);
+}
+
+namespace {
+
+// Writes the plan through writer, flushing its buffer to out (when given)
+// a block at a time.
+template <typename Writer>
+void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
+               std::ostream* out) {
+  const auto text = [&](std::string_view s) {
+    const std::string safe = JsonSafe(s);
+    w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
+  };
+  const auto ref = [&](const PlanRef& r) {
+    if (r.oid.empty()) return static_cast<void>(w.Null());
+    w.StartObject();
+    w.Key("oid");
+    text(r.oid);
+    w.Key("name");
+    text(r.name);
+    w.EndObject();
+  };
+  const auto refs = [&](const char* key, const std::vector<PlanRef>& list) {
+    w.Key(key);
+    w.StartArray();
+    for (const PlanRef& r : list) ref(r);
+    w.EndArray();
+  };
+  const auto flush = [&] {
+    if (!out || buffer.GetSize() < (1 << 16)) return;
+    out->write(buffer.GetString(),
+               static_cast<std::streamsize>(buffer.GetSize()));
+    buffer.Clear();
+  };
+  w.StartObject();
+  w.Key("format");
+  w.String("vantrel-doc plan 1");
+  w.Key("totals");
+  w.StartObject();
+  const std::pair<const char*, std::size_t> totals[] = {
+      {"added", plan.added},
+      {"removed", plan.removed},
+      {"changed", plan.changed},
+      {"moved", plan.moved}};
+  for (const auto& [key, count] : totals) {
+    w.Key(key);
+    w.Uint64(count);
+  }
+  w.EndObject();
+  w.Key("changes");
+  w.StartArray();
+  for (const PlanChange& c : plan.changes) {
+    w.StartObject();
+    w.Key("action");
+    w.String(kActions[c.action]);
+    w.Key("kind");
+    w.String(LayoutOf(c.kind).name);
+    if (c.wasKind != c.kind) {
+      w.Key("was_kind");
+      w.String(LayoutOf(c.wasKind).name);
+    }
+    w.Key("oid");
+    text(c.object.oid);
+    w.Key("name");
+    text(c.object.name);
+    w.Key("parent");
+    ref(c.parent);
+    if (c.action == PlanChange::kMoved) {
+      w.Key("from_parent");
+      ref(c.fromParent);
+      if (c.fromPlace) {
+        w.Key("from_place");
+        w.Uint64(c.fromPlace);
+        w.Key("to_place");
+        w.Uint64(c.toPlace);
+      }
+    }
+    if (c.action != PlanChange::kMoved && c.wasKind == c.kind) {
+      w.Key("attributes");
+      w.StartArray();
+      for (const PlanValue& v : c.values) {
+        const Attribute& a = LayoutOf(c.kind).attributes[v.attribute];
+        w.StartObject();
+        w.Key("attribute");
+        w.String(a.name);
+        w.Key("old");
+        if (v.had)
+          text(v.from);
+        else
+          w.Null();
+        w.Key("new");
+        if (v.has)
+          text(v.to);
+        else
+          w.Null();
+        if (a.field == Field::kRef || a.field == Field::kRefs ||
+            a.field == Field::kMedia) {
+          refs("old_refs", v.fromRefs);
+          refs("new_refs", v.toRefs);
+        }
+        w.EndObject();
+      }
+      w.EndArray();
+    }
+    w.EndObject();
+    flush();
+  }
+  w.EndArray();
+  w.Key("reordered");
+  w.StartArray();
+  for (const PlanList& l : plan.reordered) {
+    w.StartObject();
+    w.Key("kind");
+    w.String(LayoutOf(l.kind).name);
+    w.Key("parent");
+    ref(l.parent);
+    w.EndObject();
+  }
+  w.EndArray();
+  w.EndObject();
+}
+
+}  // namespace
+
+void WritePlanJson(const Plan& plan, std::ostream& out) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+  writer.SetIndent(' ', 2);
+  WriteJson(plan, writer, buffer, &out);
+  out.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
+  out << '\n';
+}
+
+std::string PlanJsonText(const Plan& plan) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  WriteJson(plan, writer, buffer, nullptr);
+  return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace doc

@@ -1,0 +1,289 @@
+#include "PlanPage.h"
+
+#include <map>
+#include <ostream>
+#include <set>
+#include <unordered_map>
+
+#include "DocumentPicture.h"
+
+namespace doc {
+namespace {
+
+const char* const kHeadings[] = {"Removed", "Added", "Changed", "Moved"};
+const char* const kClasses[] = {"removed", "added", "changed", "moved"};
+const char* const kFills[] = {"#f6c6c6", "#c9ecc9", "#fbe7a8", "#c9dcf7"};
+
+// Text for HTML, any byte that is not UTF-8 escaped first.
+std::string Html(std::string_view text) {
+  std::string out;
+  for (char c : JsonSafe(text)) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+// The anchor of an object's section: the first the page gives it.
+std::string Anchor(const std::string& oid) { return "o-" + oid; }
+
+class Page {
+ public:
+  Page(const Plan& plan, std::ostream& out) : plan_(plan), out_(out) {
+    for (const PlanChange& c : plan.changes)
+      anchors_.emplace(c.object.oid, Anchor(c.object.oid));
+  }
+
+  bool Write(const std::string& title, std::string* error) {
+    out_ << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n"
+            "<meta charset=\"utf-8\">\n<title>Plan: "
+         << Html(title) << "</title>\n<style>\n"
+         << kStyle
+         << "</style>\n</head>\n<body>\n<h1>Plan</h1>\n<p class=\"from\">"
+         << Html(title) << "</p>\n<p id=\"totals\">" << Html(PlanTotals(plan_))
+         << "</p>\n";
+    if (plan_.Empty()) {
+      out_ << "<p>Nothing changes.</p>\n</body>\n</html>\n";
+      return true;
+    }
+    std::string svg;
+    if (!Picture(&svg, error)) return false;
+    out_ << "<div id=\"picture\">\n" << svg << "</div>\n";
+    out_ << "<p class=\"fold\"><button type=\"button\" "
+            "onclick=\"fold(true)\">Open all</button> <button type=\"button\" "
+            "onclick=\"fold(false)\">Close all</button></p>\n";
+    const bool open = plan_.changes.size() <= 50;
+    std::size_t c = 0;
+    for (int action = 0; action < 4; ++action) {
+      if (c == plan_.changes.size() || plan_.changes[c].action != action)
+        continue;
+      out_ << "<h2 id=\"" << kClasses[action] << "\">" << kHeadings[action]
+           << "</h2>\n";
+      while (c < plan_.changes.size() && plan_.changes[c].action == action) {
+        const Kind kind = plan_.changes[c].kind;
+        out_ << "<h3 id=\"" << kClasses[action] << "-" << LayoutOf(kind).name
+             << "\">" << LayoutOf(kind).name << "</h3>\n";
+        for (; c < plan_.changes.size() && plan_.changes[c].action == action &&
+               plan_.changes[c].kind == kind;
+             ++c)
+          Section(plan_.changes[c], open);
+      }
+    }
+    if (!plan_.reordered.empty()) {
+      out_ << "<h2 id=\"reordered\">Lists in a new order</h2>\n<ul>\n";
+      for (const PlanList& l : plan_.reordered)
+        out_ << "<li>" << LayoutOf(l.kind).name << " in "
+             << (l.parent.oid.empty() ? std::string("the document")
+                                      : Ref(l.parent))
+             << "</li>\n";
+      out_ << "</ul>\n";
+    }
+    out_ << "<script>\nfunction fold(open) {\n"
+            "  for (const d of document.querySelectorAll('details'))"
+            " d.open = open;\n}\n</script>\n</body>\n</html>\n";
+    return true;
+  }
+
+ private:
+  // A reference: a link to the section of what it names, when the plan has
+  // one, with its name.
+  std::string Ref(const PlanRef& r) const {
+    std::string text = r.name.empty() ? Html(r.oid)
+                                      : Html(r.name) + " <span class=\"oid\">" +
+                                            Html(r.oid) + "</span>";
+    const auto it = anchors_.find(r.oid);
+    return it == anchors_.end()
+               ? text
+               : "<a href=\"#" + Html(it->second) + "\">" + text + "</a>";
+  }
+  std::string Value(bool present, const std::string& value,
+                    const std::vector<PlanRef>& refs) const {
+    if (!present) return "<span class=\"none\">(none)</span>";
+    if (refs.empty()) return "<code>" + Html(value) + "</code>";
+    std::string text;
+    for (const PlanRef& r : refs) text += (text.empty() ? "" : "<br>") + Ref(r);
+    return text;
+  }
+
+  void Section(const PlanChange& c, bool open) {
+    std::string id;
+    if (written_.insert(c.object.oid).second)
+      id = " id=\"" + Html(Anchor(c.object.oid)) + "\"";
+    out_ << "<details class=\"" << kClasses[c.action] << "\"" << id
+         << (open ? " open" : "") << "><summary>" << LayoutOf(c.kind).name
+         << " " << (c.object.name.empty() ? "" : Html(c.object.name) + " ")
+         << "<span class=\"oid\">" << Html(c.object.oid) << "</span>"
+         << "</summary>\n<p>";
+    const std::string where =
+        c.parent.oid.empty() ? std::string("the document") : Ref(c.parent);
+    switch (c.action) {
+      case PlanChange::kRemoved:
+        out_ << "Removed from " << where;
+        break;
+      case PlanChange::kAdded:
+        out_ << "Added in " << where;
+        break;
+      case PlanChange::kChanged:
+        out_ << "In " << where;
+        if (c.wasKind != c.kind) out_ << "; was a " << LayoutOf(c.wasKind).name;
+        break;
+      case PlanChange::kMoved:
+        if (c.fromPlace)
+          out_ << "Moved in " << where << " from place " << c.fromPlace
+               << " to place " << c.toPlace;
+        else
+          out_ << "Moved from "
+               << (c.fromParent.oid.empty() ? std::string("the document")
+                                            : Ref(c.fromParent))
+               << " to " << where;
+        break;
+    }
+    out_ << "</p>\n";
+    if (!c.values.empty()) {
+      out_ << "<table>\n<tr><th>Attribute</th><th>Old</th><th>New</th></tr>\n";
+      for (const PlanValue& v : c.values)
+        out_ << "<tr><td>" << LayoutOf(c.kind).attributes[v.attribute].name
+             << "</td><td class=\"old\">" << Value(v.had, v.from, v.fromRefs)
+             << "</td><td class=\"new\">" << Value(v.has, v.to, v.toRefs)
+             << "</td></tr>\n";
+      out_ << "</table>\n";
+    }
+    out_ << "</details>\n";
+  }
+
+  // The objects that change and those they name directly, coloured by what
+  // happens to them; past kMostPlanDrawn, the counts of each kind.
+  bool Picture(std::string* svg, std::string* error) const {
+    Graph graph;
+    graph.name = "plan";
+    std::unordered_map<std::string, std::size_t> nodeOf;
+    const auto node = [&](const PlanRef& r, const std::string& kind) {
+      const auto [it, added] = nodeOf.emplace(r.oid, graph.nodes.size());
+      if (!added) return;
+      Graph::Node n;
+      n.key = r.oid;
+      n.label = GraphLabel((r.name.empty() ? kind : r.name) + "\n" + r.oid);
+      n.tooltip = GraphLabel(kind + " " + r.oid);
+      n.style = "rounded,dashed";
+      graph.nodes.push_back(std::move(n));
+    };
+    // Changes come removals first: an object both changed and moved is
+    // coloured as changed.
+    for (const PlanChange& c : plan_.changes) {
+      const auto it = nodeOf.find(c.object.oid);
+      if (it == nodeOf.end()) {
+        node(c.object, LayoutOf(c.kind).name);
+      } else if (!graph.nodes[it->second].url.empty()) {
+        continue;  // already drawn as a change
+      }
+      Graph::Node& n = graph.nodes[nodeOf[c.object.oid]];
+      n.fill = kFills[c.action];
+      n.style.clear();
+      n.url = "#" + Anchor(c.object.oid);
+      n.tooltip = GraphLabel(std::string(kClasses[c.action]) + " " +
+                             LayoutOf(c.kind).name + " " + c.object.oid);
+    }
+    const std::size_t changed = graph.nodes.size();
+    if (changed > kMostPlanDrawn) return Overview(svg, error);
+    for (const PlanChange& c : plan_.changes) {
+      if (!c.parent.oid.empty()) {
+        node(c.parent, "");
+        graph.edges.push_back({c.parent.oid, c.object.oid, "", ""});
+      }
+      if (c.action == PlanChange::kMoved && !c.fromParent.oid.empty() &&
+          c.fromParent.oid != c.parent.oid) {
+        node(c.fromParent, "");
+        graph.edges.push_back(
+            {c.fromParent.oid, c.object.oid, "was in", "dashed"});
+      }
+      for (const PlanValue& v : c.values) {
+        const std::string name = LayoutOf(c.kind).attributes[v.attribute].name;
+        for (const PlanRef& r : v.toRefs) {
+          if (r.name.empty() && !anchors_.count(r.oid)) continue;  // a media
+          node(r, "");
+          graph.edges.push_back({c.object.oid, r.oid, name, ""});
+        }
+        for (const PlanRef& r : v.fromRefs) {
+          if (r.name.empty() && !anchors_.count(r.oid)) continue;
+          node(r, "");
+          graph.edges.push_back(
+              {c.object.oid, r.oid, name + " (old)", "dashed"});
+        }
+      }
+    }
+    if (graph.nodes.size() > 2 * kMostPlanDrawn) return Overview(svg, error);
+    return DrawSvg(graph, svg, error);
+  }
+
+  // A box per kind and what happens to how many of it.
+  bool Overview(std::string* svg, std::string* error) const {
+    std::map<Kind, std::size_t[4]> counts;
+    for (const PlanChange& c : plan_.changes) ++counts[c.kind][c.action];
+    Graph graph;
+    graph.name = "plan";
+    for (const auto& [kind, count] : counts) {
+      Graph::Node n;
+      n.key = LayoutOf(kind).name;
+      n.label = n.key;
+      for (int action = 0; action < 4; ++action)
+        if (count[action]) {
+          n.label +=
+              "\n" + std::to_string(count[action]) + " " + kClasses[action];
+          if (n.url.empty())
+            n.url = std::string("#") + kClasses[action] + "-" + n.key;
+        }
+      graph.nodes.push_back(std::move(n));
+    }
+    for (const auto& [kind, count] : counts)
+      if (LayoutOf(kind).parent != kKindCount &&
+          counts.count(LayoutOf(kind).parent))
+        graph.edges.push_back({LayoutOf(LayoutOf(kind).parent).name,
+                               LayoutOf(kind).name, "", ""});
+    return DrawSvg(graph, svg, error);
+  }
+
+  static constexpr const char* kStyle =
+      "body { font-family: sans-serif; margin: 2em; }\n"
+      "details { border: 1px solid #ccc; border-radius: 4px; margin: 0.3em 0;"
+      " padding: 0.3em 0.6em; }\n"
+      "details.removed { border-left: 6px solid #d9534f; }\n"
+      "details.added { border-left: 6px solid #5cb85c; }\n"
+      "details.changed { border-left: 6px solid #e6b800; }\n"
+      "details.moved { border-left: 6px solid #428bca; }\n"
+      "summary { cursor: pointer; font-weight: bold; }\n"
+      ".oid { color: #666; font-family: monospace; font-weight: normal; }\n"
+      "table { border-collapse: collapse; margin: 0.4em 0; }\n"
+      "th, td { border: 1px solid #ddd; padding: 0.2em 0.6em;"
+      " text-align: left; vertical-align: top; }\n"
+      "td.old { background: #fdf0f0; } td.new { background: #f0fbf0; }\n"
+      ".none { color: #999; }\n"
+      "#picture svg { max-width: 100%; height: auto; }\n";
+
+  const Plan& plan_;
+  std::ostream& out_;
+  std::unordered_map<std::string, std::string> anchors_;
+  std::set<std::string> written_;
+};
+
+}  // namespace
+
+bool WritePlanPage(const Plan& plan, const std::string& title,
+                   std::ostream& out, std::string* error) {
+  return Page(plan, out).Write(title, error);
+}
+
+}  // namespace doc

@@ -1,0 +1,132 @@
+#include "ApplyLog.h"
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <pwd.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "Files.h"
+#include "Hex.h"
+
+std::string Sha256(std::string_view bytes) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int size = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha256(), nullptr);
+  std::string hex = vantrel::Hex(
+      std::string_view(reinterpret_cast<const char*>(digest), size));
+  for (char& c : hex) c = static_cast<char>(std::tolower(c));
+  return "sha256:" + hex;
+}
+
+namespace {
+
+// The user who runs the apply: the login's name, else the user id.
+std::string User() {
+  if (const passwd* pw = ::getpwuid(::geteuid())) return pw->pw_name;
+  return std::to_string(::geteuid());
+}
+
+// Now, in UTC, as "2026-11-23T10:04:05Z".
+std::string Now() {
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  ::gmtime_r(&now, &utc);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return text;
+}
+
+// The absolute path of a store, so that the record names it wherever the
+// apply ran from.
+std::string Absolute(const std::string& path) {
+  char resolved[PATH_MAX];
+  return ::realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void Text(Writer& w, const char* key, std::string_view value) {
+  w.Key(key);
+  const std::string safe = doc::JsonSafe(value);
+  w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
+}
+
+}  // namespace
+
+ApplyLog::ApplyLog(std::string path, std::string store, std::string document)
+    : path_(std::move(path)),
+      store_(Absolute(store)),
+      document_(std::move(document)) {}
+
+bool ApplyLog::Applied(const std::string& before, const std::string& after,
+                       const doc::Plan& plan, std::string* error) {
+  if (path_.empty()) return true;
+  rapidjson::StringBuffer buffer;
+  Writer w(buffer);
+  w.StartObject();
+  Text(w, "time", Now());
+  Text(w, "user", User());
+  Text(w, "store", store_);
+  Text(w, "document", document_);
+  Text(w, "outcome", plan.Empty() ? "unchanged" : "applied");
+  Text(w, "before", Sha256(before));
+  Text(w, "after", Sha256(after));
+  w.Key("plan");
+  const std::string planText = doc::PlanJsonText(plan);
+  w.RawValue(planText.data(), planText.size(), rapidjson::kObjectType);
+  w.EndObject();
+  return Append(std::string(buffer.GetString(), buffer.GetSize()), error);
+}
+
+bool ApplyLog::Failed(const std::string& why, std::string* error) {
+  if (path_.empty()) return true;
+  rapidjson::StringBuffer buffer;
+  Writer w(buffer);
+  w.StartObject();
+  Text(w, "time", Now());
+  Text(w, "user", User());
+  Text(w, "store", store_);
+  Text(w, "document", document_);
+  Text(w, "outcome", "failed");
+  Text(w, "reason", why);
+  w.Key("changed");
+  w.Bool(false);
+  w.EndObject();
+  return Append(std::string(buffer.GetString(), buffer.GetSize()), error);
+}
+
+bool ApplyLog::Append(const std::string& line, std::string* error) {
+  const int fd =
+      ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    *error = std::strerror(errno);
+    return false;
+  }
+  // One write: lines of applies run at once never interleave.
+  const std::string whole = line + "\n";
+  ssize_t wrote;
+  do {
+    wrote = ::write(fd, whole.data(), whole.size());
+  } while (wrote < 0 && errno == EINTR);
+  bool done = wrote == static_cast<ssize_t>(whole.size()) && ::fsync(fd) == 0;
+  if (!done)
+    *error = wrote >= 0 && errno == 0 ? "a short write" : std::strerror(errno);
+  if (::close(fd) != 0 && done) {
+    done = false;
+    *error = std::strerror(errno);
+  }
+  // A log made by this line needs its directory entry on the disk too.
+  if (done && !vantrel::Sync(vantrel::DirectoryOf(path_))) {
+    done = false;
+    *error = std::strerror(errno);
+  }
+  return done;
+}
