@@ -1,5 +1,7 @@
 #include "DocumentSchemas.h"
 
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
@@ -318,6 +320,86 @@ bool FillColumns(const std::string& text, std::string* out,
     at = close + kClose.size();
   }
   out->append(text, at, std::string::npos);
+  return true;
+}
+
+bool PlanJsonSchema(const std::string& templ, std::string* out,
+                    std::string* error) {
+  rapidjson::StringBuffer kinds, byKind;
+  {
+    rapidjson::Writer<rapidjson::StringBuffer> w(kinds);
+    w.StartArray();
+    for (int k = 0; k < kKindCount; ++k)
+      if (AttributeIndex(Kind(k), "Oid") >= 0) w.String(LayoutOf(Kind(k)).name);
+    w.EndArray();
+  }
+  for (int k = 0; k < kKindCount; ++k) {
+    const Layout& layout = LayoutOf(Kind(k));
+    if (AttributeIndex(Kind(k), "Oid") < 0) continue;
+    rapidjson::Writer<rapidjson::StringBuffer> w(byKind);
+    if (byKind.GetSize()) byKind.Put(',');
+    // {"if": kind is K, "then": each attribute is one of K's}
+    w.StartObject();
+    w.Key("if");
+    w.StartObject();
+    w.Key("properties");
+    w.StartObject();
+    w.Key("kind");
+    w.StartObject();
+    w.Key("const");
+    w.String(layout.name);
+    w.EndObject();
+    w.EndObject();
+    w.EndObject();
+    w.Key("then");
+    w.StartObject();
+    w.Key("properties");
+    w.StartObject();
+    w.Key("attributes");
+    w.StartObject();
+    w.Key("items");
+    w.StartObject();
+    w.Key("properties");
+    w.StartObject();
+    w.Key("attribute");
+    w.StartObject();
+    w.Key("enum");
+    w.StartArray();
+    for (const Attribute& a : layout.attributes) w.String(a.name);
+    w.EndArray();
+    w.EndObject();
+    w.EndObject();
+    w.EndObject();
+    w.EndObject();
+    w.EndObject();
+    w.EndObject();
+    w.EndObject();
+  }
+  std::string text = templ;
+  for (const auto& [mark, with] :
+       {std::make_pair(std::string("\"@KINDS@\""), kinds.GetString()),
+        std::make_pair(std::string("\"@ATTRIBUTES_BY_KIND@\""),
+                       byKind.GetString())}) {
+    const std::size_t at = text.find(mark);
+    if (at == std::string::npos) {
+      *error = "the template has no " + mark;
+      return false;
+    }
+    text.replace(at, mark.size(), with);
+  }
+  rapidjson::Document parsed;
+  parsed.Parse(text.c_str());
+  if (parsed.HasParseError()) {
+    *error = std::string("not JSON at offset ") +
+             std::to_string(parsed.GetErrorOffset()) + ": " +
+             rapidjson::GetParseError_En(parsed.GetParseError());
+    return false;
+  }
+  rapidjson::StringBuffer buffer;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buffer);
+  w.SetIndent(' ', 2);
+  parsed.Accept(w);
+  *out = std::string(buffer.GetString(), buffer.GetSize()) + "\n";
   return true;
 }
 

@@ -1,6 +1,7 @@
 // Writes the files made from the element table at build time:
-//   vantrel-generate DIR REPORT_TEMPLATE
+//   vantrel-generate DIR REPORT_TEMPLATE PLAN_SCHEMA_TEMPLATE
 // DIR/share/KivAdmin.dtd, DIR/share/vantrel-doc.schema.json,
+// DIR/share/vantrel-plan.schema.json (the plan's, from its template),
 // DIR/share/vantrel-report.xsl (the template with its columns filled) and
 // DIR/generated/EmbeddedReport.cpp (that stylesheet, for vantrel-doc).
 #include <fstream>
@@ -24,8 +25,9 @@ bool Write(const std::string& path, const std::string& text) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::cerr << "usage: vantrel-generate DIR REPORT_TEMPLATE\n";
+  if (argc != 4) {
+    std::cerr
+        << "usage: vantrel-generate DIR REPORT_TEMPLATE PLAN_SCHEMA_TEMPLATE\n";
     return 2;
   }
   const std::string dir = argv[1];
@@ -38,7 +40,17 @@ int main(int argc, char** argv) {
               << (in ? error : "cannot be read") << "\n";
     return 1;
   }
+  std::ifstream planIn(argv[3], std::ios::binary);
+  std::ostringstream planTemplate;
+  planTemplate << planIn.rdbuf();
+  std::string plan;
+  if (!planIn || !doc::PlanJsonSchema(planTemplate.str(), &plan, &error)) {
+    std::cerr << "vantrel-generate: " << argv[3] << ": "
+              << (planIn ? error : "cannot be read") << "\n";
+    return 1;
+  }
   const bool written =
+      Write(dir + "/share/vantrel-plan.schema.json", plan) &&
       Write(dir + "/share/KivAdmin.dtd", doc::Dtd()) &&
       Write(dir + "/share/vantrel-doc.schema.json",
             doc::DocumentJsonSchema()) &&

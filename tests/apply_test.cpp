@@ -220,6 +220,8 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                             "INSERT INTO host VALUES (x'0A09', 'gamma', "
                             "'', '');"})));
   const std::string directory = OutputPath(""), missing = OutputPath("no.xml");
+  const std::string demo = OutputPath("apply-demo.xml");
+  WriteFile(demo, Exported(""));
   // A column of numbers: the name the document gives is stored as another
   // value, which only the verification before the commit can see.
   const std::string numeric = Store(
@@ -266,6 +268,20 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        2,
        "vantrel-doc: cannot read /dev/zero: not a regular file; " + store +
            " was not changed\n"},
+      {"another installation's document",
+       {"apply", demo, store},
+       store,
+       1,
+       "vantrel-doc: " + demo +
+           " is another installation's: its local site is x0901, the "
+           "store's is x1201 (--other-installation applies it all the same); " +
+           store + " was not changed\n"},
+      {"more removals than allowed",
+       {"apply", "--max-removals", "0", wanted, store},
+       store,
+       1,
+       "vantrel-doc: the plan removes 1 objects, more than --max-removals 0; " +
+           store + " was not changed\n"},
       {"a missing base",
        {"apply", "--base", missing, wanted, store},
        store,
@@ -314,6 +330,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
               c.err);
     EXPECT_TRUE(ReadFile(c.store) == bytes);
   }
+  // A stale base: what changed in the store since, in the plan's words.
+  const RunResult staleRun = Doc({"apply", "--base", stale, wanted, store});
+  EXPECT_NE(staleRun.err.find("vantrel-doc: since " + stale + ", " + store +
+                              " changed:\nchanged HOST x0A01 \"alpha\" Name: "
+                              "\"x\" -> \"alpha\"\n"),
+            std::string::npos)
+      << staleRun.err;
   // The plan of the dry run, as diff lists it.
   const RunResult plan = Doc({"apply", "--dry-run", wanted, store});
   EXPECT_EQ(plan.out,
@@ -374,6 +397,10 @@ TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
   ASSERT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
             SQLITE_OK);
+  // A dry run reads a snapshot: the writer's lock does not stop it.
+  const RunResult dry = Doc({"apply", "--dry-run", wanted, store});
+  EXPECT_EQ(dry.status, 1) << dry.err;
+  EXPECT_NE(dry.out.find("changed PROJECT"), std::string::npos) << dry.out;
   const pid_t apply = Start({"apply", wanted, store});
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   ASSERT_EQ(
@@ -421,6 +448,57 @@ TEST(Guarded, AStylesheetInstructionIsNotConfiguration) {
   EXPECT_EQ(run.out, store + ": nothing to change\n");
 }
 
+// The log: a line per apply, appended after the commit with the digests of
+// the documents before and after; a line for an apply refused, saying that
+// nothing changed.
+TEST(Logged, OneLinePerApplyAndAFailureLine) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string store = Store("apply-logged", {full});
+  const std::string wanted = OutputPath("apply-logged.xml"),
+                    log = OutputPath("apply.log"),
+                    before = OutputPath("apply-logged-before.xml");
+  std::remove(log.c_str());
+  WriteFile(before, Exported(store));
+  WriteFile(wanted, Exported(Store("apply-logged-want",
+                                   {full,
+                                    "DELETE FROM extern_site WHERE oid = "
+                                    "x'1102'; UPDATE subscription SET "
+                                    "extern_site = NULL;"})));
+  const auto digest = [](const std::string& file) {
+    return "sha256:" +
+           test_support::Run("sha256sum", {file}, {}).out.substr(0, 64);
+  };
+  EXPECT_EQ(
+      Doc({"apply", "--log", log, "--max-removals", "0", wanted, store}).status,
+      1);
+  EXPECT_EQ(Doc({"apply", "--dry-run", "--log", log, wanted, store}).status, 1);
+  EXPECT_EQ(Doc({"apply", "--log", log, wanted, store}).status, 0);
+  const std::string lines = ReadFile(log);
+  const std::size_t first = lines.find('\n');
+  ASSERT_NE(first, std::string::npos) << lines;
+  const std::string refused = lines.substr(0, first + 1),
+                    applied = lines.substr(first + 1);
+  // The dry run is not an apply: two lines.
+  ASSERT_EQ(applied.find('\n'), applied.size() - 1) << lines;
+  for (const std::string& part :
+       {std::string("\"outcome\":\"failed\""),
+        std::string("\"reason\":\"the plan removes 1 objects, more than "
+                    "--max-removals 0\""),
+        std::string("\"changed\":false"), "\"store\":\"" + store + "\""})
+    EXPECT_NE(refused.find(part), std::string::npos) << part << "\n" << refused;
+  for (const std::string& part :
+       {std::string("\"outcome\":\"applied\""),
+        "\"before\":\"" + digest(before) + "\"",
+        "\"after\":\"" + digest(wanted) + "\"",
+        std::string("\"totals\":{\"added\":0,\"removed\":1,\"changed\":1,"
+                    "\"moved\":0}"),
+        std::string("\"oid\":\"x1102\",\"name\":\"WEST\"")})
+    EXPECT_NE(applied.find(part), std::string::npos) << part << "\n" << applied;
+  // Each line is one JSON object.
+  const RunResult parsed = test_support::Run("jq", {"-e", ".time", log}, {});
+  EXPECT_EQ(parsed.status, 0) << parsed.err;
+}
+
 // A large store applied to another, killed at several moments: the store
 // exports one document or the other, never a mix.
 TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
@@ -452,16 +530,19 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
     SCOPED_TRACE(std::to_string(m.signal) + (m.afterFirstWrite ? " +" : " ") +
                  std::to_string(m.ms) + " ms");
     const std::string store = OutputPath("killed.db"),
-                      journal = store + "-journal";
+                      journal = store + "-journal",
+                      log = OutputPath("killed.log");
     Copy(original, store);
+    std::remove(log.c_str());
     std::remove(journal.c_str());
     const pid_t child = ::fork();
     if (child == 0) {
       ::freopen("/dev/null", "w", stdout);
       ::freopen("/dev/null", "w", stderr);
       ::setenv("TMPDIR", tmp.c_str(), 1);
-      ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "apply", after.c_str(),
-              store.c_str(), static_cast<char*>(nullptr));
+      ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "apply", "--log",
+              log.c_str(), after.c_str(), store.c_str(),
+              static_cast<char*>(nullptr));
       ::_exit(127);
     }
     bool writing = false;
@@ -492,6 +573,11 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
         << now.size();
     if (killedWriting && WIFSIGNALED(status) && now == ReadFile(before))
       ++midWrite;
+    // Killed before its commit, it claims nothing.
+    if (now == ReadFile(before)) {
+      EXPECT_EQ(ReadFile(log).find("\"outcome\":\"applied\""),
+                std::string::npos);
+    }
     EXPECT_TRUE(Exported(store) == now);
     EXPECT_EQ(Sql(store, "PRAGMA integrity_check"), "ok\n");
     EXPECT_TRUE(test_support::ListDirectory(tmp).empty());

@@ -173,73 +173,75 @@ RunResult Run(const std::string& program, const std::vector<std::string>& args,
 }
 
 std::string RandomStore(int seed) {
-  const std::string values =
-      "substr('&<>\"''' || char(9) || 'é日本 =\" x\"', abs(random()) % 12 + 1, "
-      "abs(random()) % 6)";
+  // A number of row i from the seed and a salt of its own, the same on
+  // every run: SQLite's random() cannot be seeded.
+  int salts = 0;
+  const auto hash = [&](const char* i = "i") {
+    return std::string("(((") + i + " * 7919 + " + std::to_string(seed) +
+           " * 104729 + " + std::to_string(++salts) +
+           " * 1299709) * 2654435761) % 4294967291)";
+  };
+  const auto values = [&] {
+    return "substr('&<>\"''' || char(9) || 'é日本 =\" x\"', " + hash() +
+           " % 12 + 1, " + hash() + " % 6)";
+  };
   const auto rows = [&](int count, const std::string& insert) {
     return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
            "WHERE i < " +
-           std::to_string(count) + ") " + insert + ";";
+           std::to_string(count) + ") " + insert + " ORDER BY " + hash() + ";";
   };
-  return "SELECT random() FROM (SELECT " + std::to_string(seed) + ");" +
-         rows(40,
+  return rows(40,
               "INSERT INTO host SELECT CAST(printf('H%03d', i) AS BLOB), 'h' "
               "|| i || " +
-                  values + ", " + values +
-                  ", NULL FROM k ORDER BY "
-                  "random()") +
+                  values() + ", " + values() + ", NULL FROM k") +
          rows(20,
               "INSERT INTO data_server SELECT CAST(printf('S%03d', i) AS "
               "BLOB), " +
-                  values + ", 'a' || " + values + ", '', " + values +
-                  ", CAST(printf('H%03d', i) AS BLOB) FROM k ORDER BY "
-                  "random()") +
+                  values() + ", 'a' || " + values() + ", '', " + values() +
+                  ", CAST(printf('H%03d', i) AS BLOB) FROM k") +
          rows(10,
               "INSERT INTO vault_server SELECT CAST(printf('V%03d', i) AS "
               "BLOB), 'v' || " +
-                  values + ", " + values + " FROM k ORDER BY random()") +
+                  values() + ", " + values() + " FROM k") +
          rows(30,
               "INSERT INTO project SELECT CAST(printf('P%03d', i) AS BLOB), "
               "'p' || i || " +
-                  values + " FROM k ORDER BY random()") +
+                  values() + " FROM k") +
          rows(30,
               "INSERT INTO project_data_server SELECT CAST(printf('P%03d', "
-              "i) AS BLOB), CAST(printf('S%03d', i % 20 + 1) AS BLOB) FROM k "
-              "ORDER BY random()") +
+              "i) AS BLOB), CAST(printf('S%03d', i % 20 + 1) AS BLOB) FROM "
+              "k") +
          rows(10,
               "INSERT INTO domain SELECT CAST(printf('D%03d', i) AS BLOB), " +
-                  values + ", i % 2 FROM k ORDER BY random()") +
+                  values() + ", i % 2 FROM k") +
          rows(30,
               "INSERT INTO business_domain SELECT CAST(printf('B%03d', i) AS "
               "BLOB), CAST(printf('D%03d', i % 10 + 1) AS BLOB), " +
-                  values + ", " + values + ", " + values + ", 'Y', " + values +
-                  " FROM k ORDER BY random()") +
-         rows(
-             60,
-             "INSERT INTO data_domain SELECT CAST(printf('A%03d', i) AS "
-             "BLOB), CAST(printf('P%03d', i % 30 + 1) AS BLOB), " +
-                 values + ", " + values + ", '', " + values +
-                 ", 'rdb', "
-                 "CAST(printf('B%03d', i % 30 + 1) AS BLOB), NULL FROM k ORDER "
-                 "BY random()") +
+                  values() + ", " + values() + ", " + values() + ", 'Y', " +
+                  values() + " FROM k") +
+         rows(60,
+              "INSERT INTO data_domain SELECT CAST(printf('A%03d', i) AS "
+              "BLOB), CAST(printf('P%03d', i % 30 + 1) AS BLOB), " +
+                  values() + ", " + values() + ", '', " + values() +
+                  ", 'rdb', CAST(printf('B%03d', i % 30 + 1) AS BLOB), NULL "
+                  "FROM k") +
          "INSERT INTO extern_site VALUES (x'E1', 'east&<'), (x'E2', "
          "'\"west\"');"
          "INSERT INTO local_site VALUES (x'E0', 'home' || char(9));"
          "INSERT INTO media VALUES (x'F1', NULL);"
          "INSERT INTO package_definition VALUES (x'C1', 'pk&');"
          "INSERT INTO package_whole_data_domain SELECT x'C1', oid FROM "
-         "data_domain ORDER BY random() LIMIT 5;" +
+         "data_domain ORDER BY " +
+         hash("rowid") + " LIMIT 5;" +
          rows(8,
               "INSERT INTO subscribing_target SELECT CAST(printf('T%03d', i) "
               "AS BLOB), " +
-                  values +
-                  ", x'F1', x'C1', x'E1' FROM k ORDER BY "
-                  "random()") +
+                  values() + ", x'F1', x'C1', x'E1' FROM k") +
          rows(16,
               "INSERT INTO capture_status SELECT CAST(printf('K%03d', i) AS "
               "BLOB), CAST(printf('T%03d', i % 8 + 1) AS BLOB), "
               "CAST(printf('S%03d', i) AS BLOB), " +
-                  values + " FROM k ORDER BY random()");
+                  values() + " FROM k");
 }
 
 std::set<std::string> Matches(const std::string& text, const char* pattern) {

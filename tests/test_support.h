@@ -30,8 +30,8 @@ void MakeStore(const std::string& path, const std::vector<std::string>& sql,
                bool loose = false);
 
 // SQL filling a store with random values holding markup, quotes, tabs and
-// non-ASCII text, its rows in random order; every call gives another (seed
-// only labels the SQL).
+// non-ASCII text, its rows in random order: the same store for the same
+// seed on every run, so that a failing seed rebuilds its case.
 std::string RandomStore(int seed);
 
 // Compares actual with the committed document data/golden. On a mismatch the

@@ -1,0 +1,108 @@
+// Tests of the plan's three views, through the built binaries.
+//
+// Plan:
+//   Views  for the test store changed in each way a plan tells (renames,
+//          a removal with the reference to it, an addition with a child,
+//          a move to another owner, a list reordered), for random stores
+//          by seed, and for a plan past the picture's limit: the JSON
+//          validates against the shipped schema, the text lists the same
+//          changes with the same totals, and the page as headless Chromium
+//          renders it has a section per changed object, links that all
+//          resolve, and the changed objects in its picture (or the counts
+//          per kind past the limit)
+#include <string>
+#include <vector>
+
+#include "binaries.h"
+#include "test_support.h"
+
+using binaries::Doc;
+using test_support::DataPath;
+using test_support::MakeStore;
+using test_support::OutputPath;
+using test_support::ReadFile;
+using test_support::RunResult;
+using test_support::WriteFile;
+
+namespace {
+
+// The document of a store made of sql, written at name.xml.
+std::string Document(const std::string& name,
+                     const std::vector<std::string>& sql) {
+  const std::string store = OutputPath(name + ".db"),
+                    doc = OutputPath(name + ".xml");
+  MakeStore(store, sql);
+  WriteFile(doc, binaries::Export(store, OutputPath("plan-export.xml")));
+  return doc;
+}
+
+// SQL of count projects named name and a number.
+std::string Projects(int count, const char* name) {
+  return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+         "WHERE i < " +
+         std::to_string(count) +
+         ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
+         name + "' || i FROM k;";
+}
+
+TEST(Views, ListTheSameChangesAndThePageRendersThem) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const struct {
+    std::string name;
+    std::vector<std::string> before, after;
+    const char* drawn;  // how the picture shows the plan
+  } cases[] = {
+      {"each way",
+       {full},
+       {full,
+        "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
+        "DELETE FROM extern_site WHERE oid = x'1102';"
+        "UPDATE subscription SET extern_site = NULL;"
+        "INSERT INTO project VALUES (x'0D09', 'NEW');"
+        "INSERT INTO data_domain VALUES (x'1009', x'0D09', 'DDNEW', '', '', "
+        "'db2', 'rdb', x'0F01', x'0B02');"
+        "UPDATE business_domain SET domain = x'0E01' WHERE oid = x'0F03';"
+        "UPDATE host SET rowid = 10 WHERE oid = x'0A01';"},
+       "drawn"},
+      {"random 1 to 2",
+       {test_support::RandomStore(1)},
+       {test_support::RandomStore(2)},
+       "drawn"},
+      {"random 3 to 4",
+       {test_support::RandomStore(3)},
+       {test_support::RandomStore(4)},
+       "drawn"},
+      {"past the picture's limit",
+       {Projects(500, "p")},
+       {Projects(500, "renamed")},
+       "counted per kind"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string before = Document("plan-before", c.before),
+                      after = Document("plan-after", c.after);
+    const std::string text = OutputPath("plan.txt"),
+                      json = OutputPath("plan.json"),
+                      page = OutputPath("plan.html");
+    for (const auto& [format, file] :
+         {std::make_pair("text", text), std::make_pair("json", json),
+          std::make_pair("html", page)}) {
+      const RunResult run =
+          Doc({"diff", "--format", format, "-o", file, before, after});
+      EXPECT_EQ(run.status, 1) << format << ": " << run.err;
+    }
+    const RunResult dom = test_support::ChromiumDom(page);
+    ASSERT_EQ(dom.status, 0) << dom.err;
+    const std::string rendered = OutputPath("plan.dom.html");
+    WriteFile(rendered, dom.out);
+    const RunResult checked = test_support::Run(
+        "/usr/bin/python3",
+        {TEST_DIR "/plan_views.py", SHARE_DIR "/vantrel-plan.schema.json", json,
+         text, rendered},
+        {});
+    EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
+    EXPECT_NE(checked.out.find(c.drawn), std::string::npos) << checked.out;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+#!/usr/bin/env python3
+"""Checks the three views of one plan against each other.
+
+Usage: plan_views.py SCHEMA JSON TEXT DOM
+  JSON  the plan as diff --format json writes it: validated against SCHEMA;
+  TEXT  the same plan as text: the same changes (action and identifier) and
+        the same totals;
+  DOM   the HTML page as headless Chromium renders it: a section for every
+        changed object, every link resolving, and, when the picture draws
+        objects one by one, a node for each changed object.
+Prints the number of changes checked, or the first difference, and exits
+non-zero on one."""
+import json
+import re
+import sys
+from html.parser import HTMLParser
+
+import jsonschema
+
+
+def fail(message):
+    print(message)
+    sys.exit(1)
+
+
+class Page(HTMLParser):
+    """The ids, the links, the sections and the picture's node titles."""
+
+    def __init__(self):
+        super().__init__()
+        self.ids, self.links, self.sections, self.nodes = set(), [], set(), set()
+        self.in_node, self.in_title = 0, False
+
+    def handle_starttag(self, tag, attrs):
+        a = dict(attrs)
+        if "id" in a:
+            self.ids.add(a["id"])
+        href = a.get("href") or a.get("xlink:href")
+        if href and href.startswith("#"):
+            self.links.append(href[1:])
+        if tag == "details" and "id" in a:
+            self.sections.add(a["id"])
+        if tag == "g" and a.get("class") == "node":
+            self.in_node = True
+        if tag == "title" and self.in_node:
+            self.in_title = True
+
+    def handle_endtag(self, tag):
+        if tag == "title":
+            self.in_title = False
+        if tag == "g":
+            self.in_node = False
+
+    def handle_data(self, data):
+        if self.in_title:
+            self.nodes.add(data.strip())
+
+
+def text_changes(text):
+    """(action, identifier) of each line of the text plan, and its totals."""
+    changes, totals = set(), None
+    for line in text.splitlines():
+        m = re.match(r"^(\d+) added, (\d+) removed, (\d+) changed, (\d+) moved$",
+                     line)
+        if m:
+            totals = dict(zip(["added", "removed", "changed", "moved"],
+                              map(int, m.groups())))
+            continue
+        words = line.split(" ")
+        # "changed x0A02 from a HOST to a EXTERNSITE" names no kind first.
+        oid = words[1] if words[1].startswith("x") else words[2]
+        changes.add((words[0], oid))
+    return changes, totals
+
+
+def main(schema, json_file, text_file, dom_file):
+    plan = json.load(open(json_file, encoding="utf-8"))
+    jsonschema.validate(plan, json.load(open(schema, encoding="utf-8")))
+    from_json = {(c["action"], c["oid"]) for c in plan["changes"]}
+    for action in ["added", "removed", "changed", "moved"]:
+        count = len({oid for a, oid in from_json if a == action})
+        if count != plan["totals"][action]:
+            fail("JSON: %d %s, totals say %d" %
+                 (count, action, plan["totals"][action]))
+    from_text, totals = text_changes(open(text_file, encoding="utf-8").read())
+    if from_json and totals != plan["totals"]:
+        fail("text totals %s, JSON %s" % (totals, plan["totals"]))
+    if from_text != from_json:
+        fail("text and JSON differ: %s" % sorted(from_text ^ from_json)[:5])
+    page = Page()
+    page.feed(open(dom_file, encoding="utf-8").read())
+    for link in page.links:
+        if link not in page.ids:
+            fail("page: link #%s resolves to nothing" % link)
+    for _, oid in from_json:
+        if "o-" + oid not in page.sections:
+            fail("page: no section for %s" % oid)
+    drawn = {oid for _, oid in from_json} & page.nodes
+    if drawn and drawn != {oid for _, oid in from_json}:
+        fail("picture: missing %s" % sorted({oid for _, oid in from_json} -
+                                             drawn)[:5])
+    print("%d changes, %s" % (len(from_json),
+                              "drawn" if drawn else "counted per kind"))
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
