@@ -499,6 +499,57 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
   EXPECT_EQ(parsed.status, 0) << parsed.err;
 }
 
+// A part promoted from one generated store to another: the project named,
+// with its data domains, replaces its old self, a new one takes its place,
+// and what else the target holds stays; a part naming what the target
+// lacks is refused, naming it.
+TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
+  const std::string target = test_support::RandomStore(5);
+  // A project renamed with a data domain gone and one renamed, a new
+  // project with two data domains naming what both stores hold.
+  const std::string part =
+      "UPDATE project SET name = 'promoted' WHERE oid = CAST('P001' AS BLOB);"
+      "DELETE FROM package_whole_data_domain WHERE data_domain = "
+      "CAST('A030' AS BLOB);"
+      "DELETE FROM data_domain WHERE oid = CAST('A030' AS BLOB);"
+      "UPDATE data_domain SET name = 'renamed' WHERE oid = CAST('A060' AS "
+      "BLOB);"
+      "INSERT INTO project VALUES (CAST('PNEW' AS BLOB), 'new');"
+      "INSERT INTO data_domain VALUES (CAST('ANEW1' AS BLOB), CAST('PNEW' AS "
+      "BLOB), 'n1', '', '', '', 'rdb', CAST('B001' AS BLOB), CAST('S001' AS "
+      "BLOB)), (CAST('ANEW2' AS BLOB), CAST('PNEW' AS BLOB), 'n2', '', '', "
+      "'', 'rdb', CAST('B002' AS BLOB), NULL);";
+  const std::string source = OutputPath("promote-source.xml");
+  WriteFile(source, Exported(Store("promote-source",
+                                   {target, part,
+                                    "UPDATE host SET name = 'not promoted';"
+                                    "INSERT INTO business_domain VALUES "
+                                    "(CAST('BNEW' AS BLOB), CAST('D001' AS "
+                                    "BLOB), 'b', '', '', 'Y', '');"
+                                    "INSERT INTO project VALUES (CAST('PX' "
+                                    "AS BLOB), 'x');"
+                                    "INSERT INTO data_domain VALUES "
+                                    "(CAST('AX' AS BLOB), CAST('PX' AS "
+                                    "BLOB), 'x', '', '', '', 'rdb', "
+                                    "CAST('BNEW' AS BLOB), NULL);"})));
+  const std::string store = Store("promote-target", {target});
+  const std::string expected =
+      Exported(Store("promote-expected", {target, part}));
+  // x50303031 is P001, x504E4557 PNEW.
+  const RunResult run =
+      Doc({"apply", "--only", "x50303031,x504E4557", source, store});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(Exported(store) == expected);
+  // PX names BNEW (x424E4557), which the target lacks.
+  const std::string bytes = ReadFile(store);
+  const RunResult refused = Doc({"apply", "--only", "x5058", source, store});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.err, "vantrel-doc: the part names objects that " + store +
+                             " lacks: x424E4557 (add them to --only); " +
+                             store + " was not changed\n");
+  EXPECT_TRUE(ReadFile(store) == bytes);
+}
+
 // A large store applied to another, killed at several moments: the store
 // exports one document or the other, never a mix.
 TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {

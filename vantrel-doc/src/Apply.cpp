@@ -19,8 +19,10 @@
 
 #include "ApplyLog.h"
 #include "Checker.h"
+#include "DocumentPart.h"
 #include "DocumentRows.h"
 #include "DocumentWrite.h"
+#include "Escape.h"
 #include "Files.h"
 #include "Hex.h"
 #include "KivStoreChange.h"
@@ -200,9 +202,15 @@ bool ReadDocumentFile(const std::string& file, std::string* bytes,
 
 }  // namespace
 
-int DocApply(const std::string& file, const std::string& store,
-             const ApplyOptions& o, std::ostream& out, std::ostream& err) {
-  ApplyLog log(o.dryRun ? std::string() : o.log, store, Shown(file));
+namespace {
+
+// Applies the document file, shown as shownFile, to store; its base, when
+// given, shown as shownBase.
+int ApplyDocument(const std::string& file, const std::string& shownFile,
+                  const std::string& store, const ApplyOptions& o,
+                  const std::string& shownBase, std::ostream& out,
+                  std::ostream& err) {
+  ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
   // Said once, and recorded: a failure line in the log claims no change.
   const auto refused = [&](const std::string& why, int status) {
     err << "vantrel-doc: " << why << "; " << Shown(store)
@@ -237,16 +245,16 @@ int DocApply(const std::string& file, const std::string& store,
   Gatherer gatherer(wants);
   doc::PlanDocument wanted;
   const int read = ReadForPlan(doc, wanted, err, &gatherer);
-  if (read == 2) return refused("cannot read " + Shown(file), 2);
-  if (read == 1) return refused(Shown(file) + " is refused by check", 1);
+  if (read == 2) return refused("cannot read " + shownFile, 2);
+  if (read == 1) return refused(shownFile + " is refused by check", 1);
   if (!wants.error.empty())
-    return refused(Shown(file) + " gives a row the store cannot take (" +
-                       wants.error + ")",
-                   2);
+    return refused(
+        shownFile + " gives a row the store cannot take (" + wants.error + ")",
+        2);
   const std::string& document = wants.exported;
   std::string baseBytes, error;
   if (!o.base.empty() && !ReadDocumentFile(o.base, &baseBytes, &error))
-    return refused("cannot read " + Shown(o.base) + ": " + error, 2);
+    return refused("cannot read " + shownBase + ": " + error, 2);
   if (Interruption::Caught()) return interrupted();
 
   KivStoreChange::Refusal refusal;
@@ -298,11 +306,11 @@ int DocApply(const std::string& file, const std::string& store,
     doc::PlanDocument based;
     std::ostringstream unused;
     if (ReadForPlan(o.base, based, unused) == 0) {
-      err << "vantrel-doc: since " << Shown(o.base) << ", " << Shown(store)
+      err << "vantrel-doc: since " << shownBase << ", " << Shown(store)
           << " changed:\n";
       doc::WritePlanText(doc::MakePlan(based, current), err, 18);
     }
-    return refused(Shown(store) + " no longer exports " + Shown(o.base) +
+    return refused(Shown(store) + " no longer exports " + shownBase +
                        ": it was changed since",
                    1);
   }
@@ -310,7 +318,7 @@ int DocApply(const std::string& file, const std::string& store,
   if (before == document) {
     if (o.dryRun && o.format != PlanFormat::kText)
       return WritePlan(plan, o.format, o.output,
-                       Shown(store) + " to " + Shown(file), out, err);
+                       Shown(store) + " to " + shownFile, out, err);
     out << Shown(store) << ": nothing to change\n";
     if (o.dryRun) return 0;
     if (!log.Applied(before, document, plan, &error))
@@ -323,7 +331,7 @@ int DocApply(const std::string& file, const std::string& store,
   const std::string site = current.LocalSite(), itsSite = wanted.LocalSite();
   if (!o.otherInstallation && !site.empty() && !itsSite.empty() &&
       site != itsSite)
-    guard = Shown(file) + " is another installation's: its local site is " +
+    guard = shownFile + " is another installation's: its local site is " +
             itsSite + ", the store's is " + site +
             " (--other-installation applies it all the same)";
   else if (o.maxRemovals >= 0 &&
@@ -334,9 +342,8 @@ int DocApply(const std::string& file, const std::string& store,
   // The plan is what a dry run shows: reviewed before, it is not worked out
   // again for the apply itself.
   if (o.dryRun) {
-    const int written =
-        WritePlan(plan, o.format, o.output, Shown(store) + " to " + Shown(file),
-                  out, err);
+    const int written = WritePlan(plan, o.format, o.output,
+                                  Shown(store) + " to " + shownFile, out, err);
     if (!guard.empty())
       err << "vantrel-doc: apply would refuse: " << guard << "\n";
     return written ? written : 1;
@@ -353,7 +360,7 @@ int DocApply(const std::string& file, const std::string& store,
   for (const std::string& oid : kept)
     return refused(
         "the store's media " + Shown("x" + vantrel::Hex(oid)) +
-            " is kept by apply, and " + Shown(file) +
+            " is kept by apply, and " + shownFile +
             " gives its identifier to a " +
             doc::LayoutOf(
                 wants.kinds[static_cast<std::size_t>(wants.content.Find(oid))])
@@ -372,14 +379,14 @@ int DocApply(const std::string& file, const std::string& store,
     return Interruption::Caught()
                ? interrupted()
                : refused("after the change " + Shown(store) +
-                             " would not export " + Shown(file) +
+                             " would not export " + shownFile +
                              " (a fault of vantrel-doc apply)",
                          2);
   // What is said is made before the commit: nothing after it may fail.
   std::ostringstream said;
   doc::WritePlanText(plan, said);
   const KivStoreChange::Counts& done = change->Done();
-  said << Shown(store) << ": now exports " << Shown(file) << ": " << done.added
+  said << Shown(store) << ": now exports " << shownFile << ": " << done.added
        << " rows added, " << done.changed << " changed, " << done.removed
        << " removed, " << plan.reordered.size() << " lists put in order, "
        << done.relinked << " link lists rewritten\n";
@@ -405,4 +412,79 @@ int DocApply(const std::string& file, const std::string& store,
     return 2;
   }
   return 0;
+}
+
+}  // namespace
+
+int DocApply(const std::string& file, const std::string& store,
+             const ApplyOptions& o, std::ostream& out, std::ostream& err) {
+  if (o.only.empty())
+    return ApplyDocument(file, Shown(file), store, o, Shown(o.base), out, err);
+  // A part: the store's export with the named objects of file in place,
+  // applied as any document, with that export as its base, so that what
+  // else the store holds is kept even when another program writes it
+  // meanwhile.
+  std::string shownFile = Shown(file) + " (only ";
+  for (std::size_t i = 0; i < o.only.size(); ++i)
+    shownFile += (i ? "," : "") + vantrel::Escaped(o.only[i]);
+  shownFile += ")";
+  const auto refused = [&](const std::string& why, int status) {
+    err << "vantrel-doc: " << why << "; " << Shown(store)
+        << " was not changed\n";
+    return status;
+  };
+  Temporary input;
+  std::string doc = file;
+  if (file == "-") {
+    if (input.fd < 0 ||
+        vantrel::CopyFile(STDIN_FILENO, input.fd, doc::kMaxDocumentBytes) !=
+            vantrel::Copied::kWhole)
+      return refused("cannot read <stdin>", 2);
+    doc = input.path;
+  }
+  {
+    doc::PlanDocument checked;
+    const int read = ReadForPlan(doc, checked, err);
+    if (read == 2) return refused("cannot read " + Shown(file), 2);
+    if (read == 1) return refused(Shown(file) + " is refused by check", 1);
+  }
+  Temporary now, part;
+  std::string error;
+  {
+    KivStoreChange::Refusal refusal;
+    const std::unique_ptr<KivStoreChange> snapshot =
+        KivStoreChange::Begin(store, &refusal, &error, true);
+    if (!snapshot)
+      return refused(
+          "cannot read " + Shown(store) + (error.empty() ? "" : ": " + error),
+          2);
+    if (now.fd < 0 || !ExportThrough(snapshot->Connection(), now.path))
+      return refused(Shown(store) + " cannot be exported", 2);
+  }
+  std::string wanted;
+  std::vector<std::string> missing;
+  if (!doc::PromotePart(now.path, doc, o.only, &wanted, &missing, &error)) {
+    if (missing.empty()) return refused(vantrel::Escaped(error), 1);
+    std::string names;
+    for (const std::string& id : missing)
+      names += (names.empty() ? "" : ",") + vantrel::Escaped(id);
+    return refused("the part names objects that " + Shown(store) +
+                       " lacks: " + names + " (add them to --only)",
+                   1);
+  }
+  if (part.fd < 0 || ::write(part.fd, wanted.data(), wanted.size()) !=
+                         static_cast<ssize_t>(wanted.size()))
+    return refused(
+        std::string("cannot make a file in memory: ") + std::strerror(errno),
+        2);
+  ApplyOptions whole = o;
+  whole.only.clear();
+  // The part keeps the store's own sites.
+  whole.otherInstallation = true;
+  std::string shownBase = Shown(o.base);
+  if (whole.base.empty()) {
+    whole.base = now.path;
+    shownBase = "its export before the part";
+  }
+  return ApplyDocument(part.path, shownFile, store, whole, shownBase, out, err);
 }
