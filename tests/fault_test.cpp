@@ -20,6 +20,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -59,11 +60,14 @@ void* FaultRealloc(void* p, int n) {
 
 // The files the program synced, by the path of their descriptor.
 std::vector<std::string> synced;
+// Recorded only while no allocation is to fail: the record's own would.
 extern "C" int fsync(int fd) {
-  char path[4096];
-  const ssize_t n = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(),
-                               path, sizeof path);
-  synced.emplace_back(path, n > 0 ? static_cast<std::size_t>(n) : 0);
+  if (cxxAllocations.failAt == 0) {
+    char link[64], path[4096];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    const ssize_t n = ::readlink(link, path, sizeof path);
+    synced.emplace_back(path, n > 0 ? static_cast<std::size_t>(n) : 0);
+  }
   return static_cast<int>(::syscall(SYS_fsync, fd));
 }
 
@@ -361,7 +365,11 @@ Applied Apply(const std::string& store, const std::string& wanted, Plan& plan,
     // The command itself, past its command line: the parser's allocations
     // are not the apply's.
     applied.rc = SayingOutOfMemory([&] {
-      return DocApply(wanted, copy, ApplyOptions(), std::cout, std::cerr);
+      // With a log: its line is made before the commit, and its writing
+      // after it allocates nothing.
+      ApplyOptions options;
+      options.log = OutputPath("fault-apply.log");
+      return DocApply(wanted, copy, options, std::cout, std::cerr);
     });
     applied.hit = failAt > 0 && plan.seen >= failAt;
     plan = Plan{};

@@ -321,7 +321,7 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                        Shown(store) + " to " + shownFile, out, err);
     out << Shown(store) << ": nothing to change\n";
     if (o.dryRun) return 0;
-    if (!log.Applied(before, document, plan, &error))
+    if (!log.Append(log.AppliedLine(before, document, plan), &error))
       err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
           << "\n";
     return 0;
@@ -390,6 +390,8 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
        << " rows added, " << done.changed << " changed, " << done.removed
        << " removed, " << plan.reordered.size() << " lists put in order, "
        << done.relinked << " link lists rewritten\n";
+  const std::string saidText = said.str();
+  const std::string logLine = log.AppliedLine(before, document, plan);
   {
     // A signal from here waits for the commit and its line: what is
     // committed is said.
@@ -403,10 +405,10 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                      2);
     if (!change->Commit(&error))
       return refused("cannot commit to " + Shown(store) + ": " + error, 2);
-    out << said.str() << std::flush;
+    out << saidText << std::flush;
   }
   // The record follows the commit: a line that says applied was.
-  if (!log.Applied(before, document, plan, &error)) {
+  if (!log.Append(logLine, &error)) {
     err << "vantrel-doc: " << Shown(store) << " was changed, but "
         << Shown(o.log) << " cannot record it: " << error << "\n";
     return 2;

@@ -63,12 +63,14 @@ void Text(Writer& w, const char* key, std::string_view value) {
 
 ApplyLog::ApplyLog(std::string path, std::string store, std::string document)
     : path_(std::move(path)),
+      directory_(path_.empty() ? "" : vantrel::DirectoryOf(path_)),
       store_(Absolute(store)),
       document_(std::move(document)) {}
 
-bool ApplyLog::Applied(const std::string& before, const std::string& after,
-                       const doc::Plan& plan, std::string* error) {
-  if (path_.empty()) return true;
+std::string ApplyLog::AppliedLine(const std::string& before,
+                                  const std::string& after,
+                                  const doc::Plan& plan) const {
+  if (path_.empty()) return std::string();
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
   w.StartObject();
@@ -83,7 +85,7 @@ bool ApplyLog::Applied(const std::string& before, const std::string& after,
   const std::string planText = doc::PlanJsonText(plan);
   w.RawValue(planText.data(), planText.size(), rapidjson::kObjectType);
   w.EndObject();
-  return Append(std::string(buffer.GetString(), buffer.GetSize()), error);
+  return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
 bool ApplyLog::Failed(const std::string& why, std::string* error) {
@@ -100,10 +102,12 @@ bool ApplyLog::Failed(const std::string& why, std::string* error) {
   w.Key("changed");
   w.Bool(false);
   w.EndObject();
-  return Append(std::string(buffer.GetString(), buffer.GetSize()), error);
+  return Append(std::string(buffer.GetString(), buffer.GetSize()) + "\n",
+                error);
 }
 
-bool ApplyLog::Append(const std::string& line, std::string* error) {
+bool ApplyLog::Append(const std::string& line, std::string* error) const {
+  if (path_.empty()) return true;
   const int fd =
       ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
@@ -111,20 +115,19 @@ bool ApplyLog::Append(const std::string& line, std::string* error) {
     return false;
   }
   // One write: lines of applies run at once never interleave.
-  const std::string whole = line + "\n";
   ssize_t wrote;
   do {
-    wrote = ::write(fd, whole.data(), whole.size());
+    errno = 0;
+    wrote = ::write(fd, line.data(), line.size());
   } while (wrote < 0 && errno == EINTR);
-  bool done = wrote == static_cast<ssize_t>(whole.size()) && ::fsync(fd) == 0;
-  if (!done)
-    *error = wrote >= 0 && errno == 0 ? "a short write" : std::strerror(errno);
+  bool done = wrote == static_cast<ssize_t>(line.size()) && ::fsync(fd) == 0;
+  if (!done) *error = errno ? std::strerror(errno) : "a short write";
   if (::close(fd) != 0 && done) {
     done = false;
     *error = std::strerror(errno);
   }
   // A log made by this line needs its directory entry on the disk too.
-  if (done && !vantrel::Sync(vantrel::DirectoryOf(path_))) {
+  if (done && !vantrel::Sync(directory_)) {
     done = false;
     *error = std::strerror(errno);
   }

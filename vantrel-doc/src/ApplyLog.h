@@ -14,17 +14,18 @@ class ApplyLog {
  public:
   // A log at path; an empty path keeps no log.
   ApplyLog(std::string path, std::string store, std::string document);
-  // Appends the line of an apply that committed, or found nothing to do
-  // (an empty plan): the digests of what the store exported before and
-  // after, and the plan. False with *error.
-  bool Applied(const std::string& before, const std::string& after,
-               const doc::Plan& plan, std::string* error);
+  // The line of an apply that commits, or finds nothing to do (an empty
+  // plan): the digests of what the store exported before and after, and
+  // the plan. Made before the commit; "" when no log is kept.
+  std::string AppliedLine(const std::string& before, const std::string& after,
+                          const doc::Plan& plan) const;
+  // Appends line, as AppliedLine made it: it allocates nothing, so that
+  // it may follow a commit. False with *error.
+  bool Append(const std::string& line, std::string* error) const;
   // Appends the line of an apply that failed or was refused, with why:
   // nothing changed. False with *error.
   bool Failed(const std::string& why, std::string* error);
 
  private:
-  // Appends line and a line break in one write, then syncs the file.
-  bool Append(const std::string& line, std::string* error);
-  std::string path_, store_, document_;
+  std::string path_, directory_, store_, document_;
 };
