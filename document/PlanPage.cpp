@@ -62,6 +62,11 @@ class Page {
     }
     std::string svg;
     if (!Picture(&svg, error)) return false;
+    out_ << "<p class=\"legend\">";
+    for (int action = 0; action < 4; ++action)
+      out_ << "<span style=\"background: " << kFills[action] << "\">"
+           << kClasses[action] << "</span> ";
+    out_ << "<span class=\"named\">named by a change</span></p>\n";
     out_ << "<div id=\"picture\">\n" << svg << "</div>\n";
     out_ << "<p class=\"fold\"><button type=\"button\" "
             "onclick=\"fold(true)\">Open all</button> <button type=\"button\" "
@@ -271,7 +276,10 @@ class Page {
       " text-align: left; vertical-align: top; }\n"
       "td.old { background: #fdf0f0; } td.new { background: #f0fbf0; }\n"
       ".none { color: #999; }\n"
-      "#picture svg { max-width: 100%; height: auto; }\n";
+      "#picture svg { max-width: 100%; height: auto; }\n"
+      ".legend span { border: 1px solid #888; border-radius: 4px;"
+      " padding: 0 0.4em; }\n"
+      ".legend span.named { border-style: dashed; }\n";
 
   const Plan& plan_;
   std::ostream& out_;

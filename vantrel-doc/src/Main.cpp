@@ -58,11 +58,12 @@ const Command kCommands[] = {
 
 // Adds --format and -o, for the commands that write a plan.
 void PlanOptions(CLI::App* command, Arguments& a) {
-  command
-      ->add_option("--format", a.format, "The plan's form: text, json or html")
+  command->add_option("--format", a.format, "The plan's form")
       ->check(CLI::IsMember({"text", "json", "html"}));
-  command->add_option("-o,--output", a.output,
-                      "Where the plan goes (- for standard output)");
+  command
+      ->add_option("-o,--output", a.output,
+                   "Where the plan goes (- for standard output)")
+      ->type_name("FILE");
 }
 
 // Builds the command line's parser, each command's values into a.
@@ -94,18 +95,24 @@ void Define(CLI::App& app, Arguments& a) {
       command->add_flag("--dry-run", o.dryRun,
                         "Shows the plan and writes nothing; needs no lock");
       PlanOptions(command, a);
-      command->add_option("--base", o.base,
-                          "Refuses a store that no longer exports BASE");
-      command->add_option("--log", o.log,
-                          "Appends a JSON line per apply to FILE");
-      command->add_option("--max-removals", o.maxRemovals,
-                          "Refuses a plan that removes more than N objects");
+      command
+          ->add_option("--base", o.base,
+                       "Refuses a store that no longer exports BASE")
+          ->type_name("BASE");
+      command
+          ->add_option("--log", o.log, "Appends a JSON line per apply to FILE")
+          ->type_name("FILE");
+      command
+          ->add_option("--max-removals", o.maxRemovals,
+                       "Refuses a plan that removes more than N objects")
+          ->type_name("N");
       command->add_flag("--other-installation", o.otherInstallation,
                         "Takes a document of another local site");
       command
           ->add_option("--only", o.only,
                        "Applies only these objects, with their children")
-          ->delimiter(',');
+          ->delimiter(',')
+          ->type_name("ID,...");
       command->add_option("DOC", a.first, "The document wanted")->required();
       command->add_option("STORE", a.second, "The store")->required();
     }
