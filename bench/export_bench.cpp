@@ -359,7 +359,15 @@ void BM_ApplyVsExport(benchmark::State& state) {
                nullptr, nullptr, nullptr);
   sqlite3_close(db);
   Export(renamed, wanted);
-  const std::string work = dir + "/applied.db";
+  const std::string work = dir + "/applied.db",
+                    before = dir + "/apply-before.xml";
+  Export(have, before);
+  // Each view of the plan from the store's document to the wanted one.
+  const std::pair<PlanFormat, const char*> views[] = {
+      {PlanFormat::kText, "Text"},
+      {PlanFormat::kJson, "Json"},
+      {PlanFormat::kHtml, "Html"}};
+  double viewed[3] = {};
   double exported = 0, applied = 0;
   std::ostringstream sink;
   for (auto _ : state) {
@@ -375,11 +383,26 @@ void BM_ApplyVsExport(benchmark::State& state) {
     const auto t2 = std::chrono::steady_clock::now();
     exported += Seconds(t1 - t0);
     applied += Seconds(t2 - t1);
+    for (int v = 0; v < 3; ++v) {
+      const auto start = std::chrono::steady_clock::now();
+      if (DocDiff(before, wanted, views[v].first, dir + "/plan.view", sink,
+                  sink) != 1)
+        state.SkipWithError("the plan failed");
+      viewed[v] += Seconds(std::chrono::steady_clock::now() - start);
+      if (views[v].first == PlanFormat::kHtml)
+        state.counters["html_MiB"] =
+            static_cast<double>(
+                std::filesystem::file_size(dir + "/plan.view")) /
+            (1 << 20);
+    }
     sink.str("");
   }
   state.counters["export_s"] =
       exported / static_cast<double>(state.iterations());
   state.counters["xApply"] = applied / exported;
+  for (int v = 0; v < 3; ++v)
+    state.counters[std::string("xPlan") + views[v].second] =
+        viewed[v] / exported;
 }
 
 BENCHMARK(BM_ApplyVsExport)->Iterations(3)->Unit(benchmark::kMillisecond);

@@ -36,6 +36,7 @@ using binaries::Doc;
 using test_support::DataPath;
 using test_support::MakeStore;
 using test_support::OutputPath;
+using test_support::Projects;
 using test_support::ReadFile;
 using test_support::RunResult;
 using test_support::WriteFile;
@@ -349,16 +350,6 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   WriteFile(base, Exported(store));
   EXPECT_EQ(Doc({"apply", "--base", base, wanted, store}).status, 0);
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
-}
-
-// SQL adding count projects, their oids "P000001"..., named name and a
-// number.
-std::string Projects(int count, const char* name) {
-  return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
-         "WHERE i < " +
-         std::to_string(count) +
-         ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
-         name + "' || i FROM k;";
 }
 
 // Runs vantrel-doc with args in a child of its own; returns its pid.

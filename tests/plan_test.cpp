@@ -20,6 +20,7 @@ using binaries::Doc;
 using test_support::DataPath;
 using test_support::MakeStore;
 using test_support::OutputPath;
+using test_support::Projects;
 using test_support::ReadFile;
 using test_support::RunResult;
 using test_support::WriteFile;
@@ -34,15 +35,6 @@ std::string Document(const std::string& name,
   MakeStore(store, sql);
   WriteFile(doc, binaries::Export(store, OutputPath("plan-export.xml")));
   return doc;
-}
-
-// SQL of count projects named name and a number.
-std::string Projects(int count, const char* name) {
-  return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
-         "WHERE i < " +
-         std::to_string(count) +
-         ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
-         name + "' || i FROM k;";
 }
 
 TEST(Views, ListTheSameChangesAndThePageRendersThem) {

@@ -172,6 +172,14 @@ RunResult Run(const std::string& program, const std::vector<std::string>& args,
   return result;
 }
 
+std::string Projects(int count, const char* name) {
+  return "WITH RECURSIVE k(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM k "
+         "WHERE i < " +
+         std::to_string(count) +
+         ") INSERT INTO project SELECT CAST(printf('P%06d', i) AS BLOB), '" +
+         name + "' || i FROM k;";
+}
+
 std::string RandomStore(int seed) {
   // A number of row i from the seed and a salt of its own, the same on
   // every run: SQLite's random() cannot be seeded.

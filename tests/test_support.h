@@ -34,6 +34,10 @@ void MakeStore(const std::string& path, const std::vector<std::string>& sql,
 // seed on every run, so that a failing seed rebuilds its case.
 std::string RandomStore(int seed);
 
+// SQL adding count projects, their oids "P000001"..., named name and a
+// number.
+std::string Projects(int count, const char* name);
+
 // Compares actual with the committed document data/golden. On a mismatch the
 // actual text is written to the output directory and the failure shows the
 // expected and actual lines side by side from the first difference.

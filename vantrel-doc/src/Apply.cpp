@@ -164,6 +164,23 @@ struct Temporary {
   std::string path;
 };
 
+// Sets *path to a file that holds the document file: file itself, or for
+// "-" a copy of standard input in input. False with *error.
+bool Readable(const std::string& file, Temporary& input, std::string* path,
+              std::string* error) {
+  *path = file;
+  if (file != "-") return true;
+  if (input.fd >= 0 &&
+      vantrel::CopyFile(STDIN_FILENO, input.fd, doc::kMaxDocumentBytes) ==
+          vantrel::Copied::kWhole) {
+    *path = input.path;
+    return true;
+  }
+  *error = std::string("cannot read <stdin>: ") +
+           (errno == EFBIG ? "larger than any document" : std::strerror(errno));
+  return false;
+}
+
 // Reads the document file whole into *bytes, as any document is read:
 // bounded, and only from a regular file. False with the reason in *error.
 bool ReadDocumentFile(const std::string& file, std::string* bytes,
@@ -227,17 +244,8 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   };
   // Standard input is read twice: for the rows, then for the plan.
   Temporary input;
-  std::string doc = file;
-  if (file == "-") {
-    if (input.fd < 0 ||
-        vantrel::CopyFile(STDIN_FILENO, input.fd, doc::kMaxDocumentBytes) !=
-            vantrel::Copied::kWhole)
-      return refused(std::string("cannot read <stdin>: ") +
-                         (errno == EFBIG ? "larger than any document"
-                                         : std::strerror(errno)),
-                     2);
-    doc = input.path;
-  }
+  std::string doc = file, error;
+  if (!Readable(file, input, &doc, &error)) return refused(error, 2);
   Wants wants;
   struct stat size {};
   if (::stat(doc.c_str(), &size) == 0)
@@ -252,7 +260,7 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
         shownFile + " gives a row the store cannot take (" + wants.error + ")",
         2);
   const std::string& document = wants.exported;
-  std::string baseBytes, error;
+  std::string baseBytes;
   if (!o.base.empty() && !ReadDocumentFile(o.base, &baseBytes, &error))
     return refused("cannot read " + shownBase + ": " + error, 2);
   if (Interruption::Caught()) return interrupted();
@@ -436,14 +444,8 @@ int DocApply(const std::string& file, const std::string& store,
     return status;
   };
   Temporary input;
-  std::string doc = file;
-  if (file == "-") {
-    if (input.fd < 0 ||
-        vantrel::CopyFile(STDIN_FILENO, input.fd, doc::kMaxDocumentBytes) !=
-            vantrel::Copied::kWhole)
-      return refused("cannot read <stdin>", 2);
-    doc = input.path;
-  }
+  std::string doc = file, error;
+  if (!Readable(file, input, &doc, &error)) return refused(error, 2);
   {
     doc::PlanDocument checked;
     const int read = ReadForPlan(doc, checked, err);
@@ -451,7 +453,6 @@ int DocApply(const std::string& file, const std::string& store,
     if (read == 1) return refused(Shown(file) + " is refused by check", 1);
   }
   Temporary now, part;
-  std::string error;
   {
     KivStoreChange::Refusal refusal;
     const std::unique_ptr<KivStoreChange> snapshot =

@@ -51,9 +51,7 @@ std::string Absolute(const std::string& path) {
   return ::realpath(path.c_str(), resolved) ? std::string(resolved) : path;
 }
 
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
-
-void Text(Writer& w, const char* key, std::string_view value) {
+void Text(ApplyLog::Writer& w, const char* key, std::string_view value) {
   w.Key(key);
   const std::string safe = doc::JsonSafe(value);
   w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
@@ -67,18 +65,24 @@ ApplyLog::ApplyLog(std::string path, std::string store, std::string document)
       store_(Absolute(store)),
       document_(std::move(document)) {}
 
+// Opens a line: when, who, to which store, from which document, and how
+// it went.
+void ApplyLog::Begin(Writer& w, const char* outcome) const {
+  w.StartObject();
+  Text(w, "time", Now());
+  Text(w, "user", User());
+  Text(w, "store", store_);
+  Text(w, "document", document_);
+  Text(w, "outcome", outcome);
+}
+
 std::string ApplyLog::AppliedLine(const std::string& before,
                                   const std::string& after,
                                   const doc::Plan& plan) const {
   if (path_.empty()) return std::string();
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  w.StartObject();
-  Text(w, "time", Now());
-  Text(w, "user", User());
-  Text(w, "store", store_);
-  Text(w, "document", document_);
-  Text(w, "outcome", plan.Empty() ? "unchanged" : "applied");
+  Begin(w, plan.Empty() ? "unchanged" : "applied");
   Text(w, "before", Sha256(before));
   Text(w, "after", Sha256(after));
   w.Key("plan");
@@ -92,12 +96,7 @@ bool ApplyLog::Failed(const std::string& why, std::string* error) {
   if (path_.empty()) return true;
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  w.StartObject();
-  Text(w, "time", Now());
-  Text(w, "user", User());
-  Text(w, "store", store_);
-  Text(w, "document", document_);
-  Text(w, "outcome", "failed");
+  Begin(w, "failed");
   Text(w, "reason", why);
   w.Key("changed");
   w.Bool(false);

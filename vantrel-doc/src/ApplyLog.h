@@ -2,6 +2,9 @@
 // written to the disk once the apply has ended.
 #pragma once
 
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
 #include <string>
 #include <string_view>
 
@@ -12,6 +15,7 @@ std::string Sha256(std::string_view bytes);
 
 class ApplyLog {
  public:
+  using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
   // A log at path; an empty path keeps no log.
   ApplyLog(std::string path, std::string store, std::string document);
   // The line of an apply that commits, or finds nothing to do (an empty
@@ -27,5 +31,6 @@ class ApplyLog {
   bool Failed(const std::string& why, std::string* error);
 
  private:
+  void Begin(Writer& w, const char* outcome) const;
   std::string path_, directory_, store_, document_;
 };
