@@ -533,8 +533,12 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
   EXPECT_TRUE(Exported(store) == expected);
   // PX names BNEW (x424E4557), which the target lacks.
   const std::string bytes = ReadFile(store);
-  const RunResult refused = Doc({"apply", "--only", "x5058", source, store});
+  const std::string log = OutputPath("promote.log");
+  std::remove(log.c_str());
+  const RunResult refused =
+      Doc({"apply", "--log", log, "--only", "x5058", source, store});
   EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(ReadFile(log).find("\"outcome\":\"failed\""), std::string::npos);
   EXPECT_EQ(refused.err, "vantrel-doc: the part names objects that " + store +
                              " lacks: x424E4557 (add them to --only); " +
                              store + " was not changed\n");

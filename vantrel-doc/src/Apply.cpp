@@ -221,22 +221,29 @@ bool ReadDocumentFile(const std::string& file, std::string* bytes,
 
 namespace {
 
+// Says once why the apply stops and that store was not changed, and
+// records it in log (named logName): a failure line claims no change.
+// Returns status.
+int Refuse(const ApplyLog& log, const std::string& logName,
+           const std::string& store, const std::string& why, int status,
+           std::ostream& err) {
+  err << "vantrel-doc: " << why << "; " << Shown(store) << " was not changed\n";
+  std::string error;
+  if (!log.Failed(why, &error))
+    err << "vantrel-doc: cannot append to " << Shown(logName) << ": " << error
+        << "\n";
+  return status;
+}
+
 // Applies the document file, shown as shownFile, to store; its base, when
 // given, shown as shownBase.
 int ApplyDocument(const std::string& file, const std::string& shownFile,
                   const std::string& store, const ApplyOptions& o,
                   const std::string& shownBase, std::ostream& out,
                   std::ostream& err) {
-  ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
-  // Said once, and recorded: a failure line in the log claims no change.
+  const ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
   const auto refused = [&](const std::string& why, int status) {
-    err << "vantrel-doc: " << why << "; " << Shown(store)
-        << " was not changed\n";
-    std::string error;
-    if (!log.Failed(why, &error))
-      err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
-          << "\n";
-    return status;
+    return Refuse(log, o.log, store, why, status, err);
   };
   const Interruption interruption;
   const auto interrupted = [&] {
@@ -438,10 +445,9 @@ int DocApply(const std::string& file, const std::string& store,
   for (std::size_t i = 0; i < o.only.size(); ++i)
     shownFile += (i ? "," : "") + vantrel::Escaped(o.only[i]);
   shownFile += ")";
+  const ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
   const auto refused = [&](const std::string& why, int status) {
-    err << "vantrel-doc: " << why << "; " << Shown(store)
-        << " was not changed\n";
-    return status;
+    return Refuse(log, o.log, store, why, status, err);
   };
   Temporary input;
   std::string doc = file, error;

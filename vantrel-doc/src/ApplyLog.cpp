@@ -51,10 +51,24 @@ std::string Absolute(const std::string& path) {
   return ::realpath(path.c_str(), resolved) ? std::string(resolved) : path;
 }
 
-void Text(ApplyLog::Writer& w, const char* key, std::string_view value) {
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void Text(Writer& w, const char* key, std::string_view value) {
   w.Key(key);
   const std::string safe = doc::JsonSafe(value);
   w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
+}
+
+// Opens a line: when, who, to which store, from which document, and how
+// it went.
+void Begin(Writer& w, const std::string& store, const std::string& document,
+           const char* outcome) {
+  w.StartObject();
+  Text(w, "time", Now());
+  Text(w, "user", User());
+  Text(w, "store", store);
+  Text(w, "document", document);
+  Text(w, "outcome", outcome);
 }
 
 }  // namespace
@@ -65,24 +79,13 @@ ApplyLog::ApplyLog(std::string path, std::string store, std::string document)
       store_(Absolute(store)),
       document_(std::move(document)) {}
 
-// Opens a line: when, who, to which store, from which document, and how
-// it went.
-void ApplyLog::Begin(Writer& w, const char* outcome) const {
-  w.StartObject();
-  Text(w, "time", Now());
-  Text(w, "user", User());
-  Text(w, "store", store_);
-  Text(w, "document", document_);
-  Text(w, "outcome", outcome);
-}
-
 std::string ApplyLog::AppliedLine(const std::string& before,
                                   const std::string& after,
                                   const doc::Plan& plan) const {
   if (path_.empty()) return std::string();
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  Begin(w, plan.Empty() ? "unchanged" : "applied");
+  Begin(w, store_, document_, plan.Empty() ? "unchanged" : "applied");
   Text(w, "before", Sha256(before));
   Text(w, "after", Sha256(after));
   w.Key("plan");
@@ -92,11 +95,11 @@ std::string ApplyLog::AppliedLine(const std::string& before,
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-bool ApplyLog::Failed(const std::string& why, std::string* error) {
+bool ApplyLog::Failed(const std::string& why, std::string* error) const {
   if (path_.empty()) return true;
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  Begin(w, "failed");
+  Begin(w, store_, document_, "failed");
   Text(w, "reason", why);
   w.Key("changed");
   w.Bool(false);

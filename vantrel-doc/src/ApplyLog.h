@@ -2,9 +2,6 @@
 // written to the disk once the apply has ended.
 #pragma once
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <string>
 #include <string_view>
 
@@ -15,7 +12,6 @@ std::string Sha256(std::string_view bytes);
 
 class ApplyLog {
  public:
-  using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
   // A log at path; an empty path keeps no log.
   ApplyLog(std::string path, std::string store, std::string document);
   // The line of an apply that commits, or finds nothing to do (an empty
@@ -28,9 +24,8 @@ class ApplyLog {
   bool Append(const std::string& line, std::string* error) const;
   // Appends the line of an apply that failed or was refused, with why:
   // nothing changed. False with *error.
-  bool Failed(const std::string& why, std::string* error);
+  bool Failed(const std::string& why, std::string* error) const;
 
  private:
-  void Begin(Writer& w, const char* outcome) const;
   std::string path_, directory_, store_, document_;
 };
