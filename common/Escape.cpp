@@ -4,10 +4,28 @@
 
 namespace vantrel {
 
-std::string Escaped(std::string_view text, std::size_t max) {
-  std::string shown;
+namespace {
+
+// Appends text to shown escaped, stopping with "..." once shown holds more
+// than limit bytes.
+void Append(std::string& shown, std::string_view text, std::size_t limit) {
   for (std::size_t i = 0; i < text.size();) {
-    if (shown.size() >= max) return shown + "...";
+    if (shown.size() >= limit) {
+      shown += "...";
+      return;
+    }
+    // A run of plain characters goes in at once.
+    std::size_t plain = i;
+    while (plain < text.size() && shown.size() + (plain - i) < limit) {
+      const auto c = static_cast<unsigned char>(text[plain]);
+      if (c < 0x20 || c >= 0x7F || c == '\'' || c == '"' || c == '\\') break;
+      ++plain;
+    }
+    if (plain > i) {
+      shown.append(text.data() + i, plain - i);
+      i = plain;
+      continue;
+    }
     const auto c = static_cast<unsigned char>(text[i]);
     const std::size_t n = c >= 0x80 ? Utf8At(text, i) : 1;
     if (n > 1) {
@@ -15,16 +33,22 @@ std::string Escaped(std::string_view text, std::size_t max) {
       i += n;
       continue;
     }
-    if (n == 1 && c >= 0x20 && c != 0x7F && c != '\'' && c != '"' &&
-        c != '\\') {
-      shown += text[i++];
-      continue;
-    }
     char digits[2];
     HexWrite(text.substr(i++, 1), digits);
     (shown += "\\x").append(digits, 2);
   }
+}
+
+}  // namespace
+
+std::string Escaped(std::string_view text, std::size_t max) {
+  std::string shown;
+  Append(shown, text, max);
   return shown;
+}
+
+void AppendEscaped(std::string& shown, std::string_view text) {
+  Append(shown, text, std::string::npos);
 }
 
 std::size_t Utf8At(std::string_view text, std::size_t i) {

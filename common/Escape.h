@@ -13,6 +13,8 @@ namespace vantrel {
 // valid UTF-8 for any message or JSON; cut after about max characters,
 // ending with "...".
 std::string Escaped(std::string_view text, std::size_t max = std::string::npos);
+// Appends Escaped(text) to shown, without a string of its own.
+void AppendEscaped(std::string& shown, std::string_view text);
 
 // The length of the UTF-8 sequence at text[i], or 0 when it is not one
 // (overlong forms, surrogates, code points past U+10FFFF, and U+FFFE and

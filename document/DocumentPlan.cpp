@@ -5,14 +5,34 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <array>
 #include <ostream>
 
 #include "Escape.h"
 
 namespace doc {
+namespace {
+
+// Where each kind's layout holds the attribute name (-1 for none), looked
+// up once.
+template <const char* kName>
+int At(Kind kind) {
+  static const auto at = [] {
+    std::array<int, kKindCount> each{};
+    for (std::size_t k = 0; k < kKindCount; ++k)
+      each[k] = AttributeIndex(static_cast<Kind>(k), kName);
+    return each;
+  }();
+  return at[kind];
+}
+constexpr char kOid[] = "Oid", kName[] = "Name";
+int OidAt(Kind kind) { return At<kOid>(kind); }
+int NameAt(Kind kind) { return At<kName>(kind); }
+
+}  // namespace
 
 void PlanDocument::Element(const Line& line, std::size_t, const Place& place) {
-  const int oidAt = AttributeIndex(line.kind, "Oid");
+  const int oidAt = OidAt(line.kind);
   if (oidAt < 0) return;  // the server wrapper: not an object
   Object object{line.kind,
                 line.present,
@@ -45,7 +65,7 @@ std::string_view PlanDocument::Value(const Object& o, std::size_t i) const {
 }
 
 std::string_view PlanDocument::Name(const Object& o) const {
-  const int at = AttributeIndex(o.kind, "Name");
+  const int at = NameAt(o.kind);
   return at < 0 ? std::string_view() : Value(o, static_cast<std::size_t>(at));
 }
 
@@ -80,6 +100,7 @@ struct Planner {
   // Each object's place among the siblings of its kind that both documents
   // hold under the same parent.
   std::vector<std::size_t> beforePlace, afterPlace;
+  std::deque<std::string>* spelled;  // the plan's
 
   static bool SameParent(const PlanDocument::Object& a, const Spill& sa,
                          const PlanDocument::Object& b, const Spill& sb) {
@@ -128,22 +149,21 @@ struct Planner {
   PlanRef Ref(const PlanDocument& doc, const Id& id) const {
     if (id.size == 0) return PlanRef();
     const std::size_t at = doc.Find(id, doc.spill_);
-    return {
-        Identifier(id, doc.spill_),
-        at == kNone ? std::string() : std::string(doc.Name(doc.objects_[at]))};
+    if (at == kNone)
+      return {spelled->emplace_back(Identifier(id, doc.spill_)), {}};
+    return Self(doc, doc.objects_[at]);
   }
-  PlanRef Self(const PlanDocument& doc, const PlanDocument::Object& o) const {
-    return {Identifier(o.oid, doc.spill_), std::string(doc.Name(o))};
+  static PlanRef Self(const PlanDocument& doc, const PlanDocument::Object& o) {
+    return {doc.Value(o, static_cast<std::size_t>(OidAt(o.kind))), doc.Name(o)};
   }
   // What value (of an attribute of field) names, in doc.
-  std::vector<PlanRef> Refs(const PlanDocument& doc, Field field,
-                            std::string_view value) const {
+  static std::vector<PlanRef> Refs(const PlanDocument& doc, Field field,
+                                   std::string_view value) {
     std::vector<PlanRef> refs;
     if (field == Field::kRef || field == Field::kMedia) {
-      if (!value.empty()) refs.push_back({std::string(value), std::string()});
+      if (!value.empty()) refs.push_back({value, {}});
     } else if (field == Field::kRefs) {
-      for (std::string_view id : Identifiers(value))
-        refs.push_back({std::string(id), std::string()});
+      for (std::string_view id : Identifiers(value)) refs.push_back({id, {}});
     }
     for (PlanRef& r : refs) {
       const std::size_t at = doc.Find(r.oid);
@@ -164,7 +184,7 @@ struct Planner {
       const std::string_view value = doc.Value(o, k);
       std::vector<PlanRef> refs = Refs(doc, layout.attributes[k].field, value);
       PlanValue v{static_cast<std::uint8_t>(k), !asNew, asNew, {}, {}, {}, {}};
-      (asNew ? v.to : v.from) = std::string(value);
+      (asNew ? v.to : v.from) = value;
       (asNew ? v.toRefs : v.fromRefs) = std::move(refs);
       values.push_back(std::move(v));
     }
@@ -244,63 +264,82 @@ PlanChange NewChange(PlanChange::Action action, Kind kind, Kind wasKind,
   c.action = action;
   c.kind = kind;
   c.wasKind = wasKind;
-  c.object = std::move(object);
-  c.parent = std::move(parent);
+  c.object = object;
+  c.parent = parent;
   return c;
 }
 
 }  // namespace
 
 Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
-  Planner planner{before, after, {}, {}, {}, {}};
+  Plan plan;
+  Planner planner{before, after, {}, {}, {}, {}, &plan.spelled};
   planner.Match();
   planner.beforePlace = Planner::Places(before, planner.inAfter, after);
   planner.afterPlace = Planner::Places(after, planner.inBefore, before);
-
-  Plan plan;
   std::vector<bool> reordered(after.Objects().size(), false);
   planner.Reordered(reordered, plan.reordered);
 
-  std::vector<PlanChange> byAction[4][kKindCount];
-  const auto add = [&](PlanChange change) {
-    byAction[change.action][change.kind].push_back(std::move(change));
-  };
-  for (std::size_t i = 0; i < before.Objects().size(); ++i) {
-    if (planner.inAfter[i] != Planner::kNone) continue;
-    const auto& o = before.Objects()[i];
-    PlanChange c =
-        NewChange(PlanChange::kRemoved, o.kind, o.kind, planner.Self(before, o),
-                  planner.Ref(before, o.parent));
-    c.values = planner.AllValues(before, o, false);
-    add(std::move(c));
-    ++plan.removed;
-  }
+  // The objects of each action and kind, in their document's order: the
+  // changes are then made once, in the order the plan lists them.
+  std::vector<std::uint32_t> byAction[4][kKindCount];
+  for (std::size_t i = 0; i < before.Objects().size(); ++i)
+    if (planner.inAfter[i] == Planner::kNone)
+      byAction[PlanChange::kRemoved][before.Objects()[i].kind].push_back(
+          static_cast<std::uint32_t>(i));
   for (std::size_t i = 0; i < after.Objects().size(); ++i) {
     const auto& now = after.Objects()[i];
+    const auto index = static_cast<std::uint32_t>(i);
     const std::size_t j = planner.inBefore[i];
-    const PlanRef self = planner.Self(after, now);
-    const PlanRef parent = planner.Ref(after, now.parent);
     if (j == Planner::kNone) {
-      PlanChange c =
-          NewChange(PlanChange::kAdded, now.kind, now.kind, self, parent);
-      c.values = planner.AllValues(after, now, true);
-      add(std::move(c));
-      ++plan.added;
+      byAction[PlanChange::kAdded][now.kind].push_back(index);
       continue;
     }
     const auto& was = before.Objects()[j];
-    bool changed = false, moved = false;
-    if (was.kind != now.kind) {
-      add(NewChange(PlanChange::kChanged, now.kind, was.kind, self, parent));
-      ++plan.changed;
-      ++plan.changedOrMoved;
-      continue;
+    const bool changed = was.kind != now.kind || was.present != now.present ||
+                         before.Values(was) != after.Values(now);
+    // A change of kind is that object's only change.
+    const bool moved =
+        was.kind == now.kind &&
+        (!Planner::SameParent(was, before.Long(), now, after.Long()) ||
+         reordered[i]);
+    if (changed) byAction[PlanChange::kChanged][now.kind].push_back(index);
+    if (moved) byAction[PlanChange::kMoved][now.kind].push_back(index);
+    plan.changed += changed;
+    plan.moved += moved;
+    plan.changedOrMoved += changed || moved;
+  }
+  for (const auto& kinds : byAction[PlanChange::kRemoved])
+    plan.removed += kinds.size();
+  for (const auto& kinds : byAction[PlanChange::kAdded])
+    plan.added += kinds.size();
+  plan.changes.reserve(plan.removed + plan.added + plan.changed + plan.moved);
+
+  for (const auto& kinds : byAction[PlanChange::kRemoved])
+    for (const std::uint32_t i : kinds) {
+      const auto& o = before.Objects()[i];
+      plan.changes.push_back(NewChange(PlanChange::kRemoved, o.kind, o.kind,
+                                       Planner::Self(before, o),
+                                       planner.Ref(before, o.parent)));
+      plan.changes.back().values = planner.AllValues(before, o, false);
     }
-    const std::string_view wasValues = before.Values(was),
-                           nowValues = after.Values(now);
-    if (was.present != now.present || wasValues != nowValues) {
-      PlanChange c =
-          NewChange(PlanChange::kChanged, now.kind, now.kind, self, parent);
+  for (const auto& kinds : byAction[PlanChange::kAdded])
+    for (const std::uint32_t i : kinds) {
+      const auto& o = after.Objects()[i];
+      plan.changes.push_back(NewChange(PlanChange::kAdded, o.kind, o.kind,
+                                       Planner::Self(after, o),
+                                       planner.Ref(after, o.parent)));
+      plan.changes.back().values = planner.AllValues(after, o, true);
+    }
+  for (const auto& kinds : byAction[PlanChange::kChanged])
+    for (const std::uint32_t i : kinds) {
+      const auto& now = after.Objects()[i];
+      const auto& was = before.Objects()[planner.inBefore[i]];
+      plan.changes.push_back(NewChange(PlanChange::kChanged, now.kind, was.kind,
+                                       Planner::Self(after, now),
+                                       planner.Ref(after, now.parent)));
+      if (was.kind != now.kind) continue;
+      PlanChange& c = plan.changes.back();
       const Layout& layout = LayoutOf(now.kind);
       for (std::size_t k = 0; k < layout.attributes.size(); ++k) {
         const bool had = (was.present >> k) & 1, has = (now.present >> k) & 1;
@@ -308,36 +347,28 @@ Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
                                to = after.Value(now, k);
         if (had == has && from == to) continue;
         const Field field = layout.attributes[k].field;
-        c.values.push_back({static_cast<std::uint8_t>(k), had, has,
-                            std::string(from), std::string(to),
-                            planner.Refs(before, field, had ? from : ""),
-                            planner.Refs(after, field, has ? to : "")});
+        c.values.push_back({static_cast<std::uint8_t>(k), had, has, from, to,
+                            Planner::Refs(before, field, had ? from : ""),
+                            Planner::Refs(after, field, has ? to : "")});
       }
-      add(std::move(c));
-      changed = true;
     }
-    if (!Planner::SameParent(was, before.Long(), now, after.Long())) {
-      PlanChange c =
-          NewChange(PlanChange::kMoved, now.kind, now.kind, self, parent);
-      c.fromParent = planner.Ref(before, was.parent);
-      add(std::move(c));
-      moved = true;
-    } else if (reordered[i]) {
-      PlanChange c =
-          NewChange(PlanChange::kMoved, now.kind, now.kind, self, parent);
-      c.fromParent = parent;
-      c.fromPlace = planner.beforePlace[j] + 1;
-      c.toPlace = planner.afterPlace[i] + 1;
-      add(std::move(c));
-      moved = true;
+  for (const auto& kinds : byAction[PlanChange::kMoved])
+    for (const std::uint32_t i : kinds) {
+      const auto& now = after.Objects()[i];
+      const std::size_t j = planner.inBefore[i];
+      const auto& was = before.Objects()[j];
+      plan.changes.push_back(NewChange(PlanChange::kMoved, now.kind, now.kind,
+                                       Planner::Self(after, now),
+                                       planner.Ref(after, now.parent)));
+      PlanChange& c = plan.changes.back();
+      if (!Planner::SameParent(was, before.Long(), now, after.Long())) {
+        c.fromParent = planner.Ref(before, was.parent);
+      } else {
+        c.fromParent = c.parent;
+        c.fromPlace = planner.beforePlace[j] + 1;
+        c.toPlace = planner.afterPlace[i] + 1;
+      }
     }
-    plan.changed += changed;
-    plan.moved += moved;
-    plan.changedOrMoved += changed || moved;
-  }
-  for (auto& action : byAction)
-    for (auto& kind : action)
-      for (PlanChange& c : kind) plan.changes.push_back(std::move(c));
   return plan;
 }
 
@@ -345,66 +376,105 @@ namespace {
 
 const char* const kActions[] = {"removed", "added", "changed", "moved"};
 
-std::string Quoted(std::string_view value) {
-  return "\"" + vantrel::Escaped(value) + "\"";
+// Each piece of a line of the plan, appended to its text.
+void Quoted(std::string& line, std::string_view value) {
+  line += '"';
+  vantrel::AppendEscaped(line, value);
+  line += '"';
 }
 
 // An identifier with the name of what it names, when it has one.
-std::string Named(const PlanRef& ref) {
-  return ref.name.empty() ? ref.oid : ref.oid + " (" + Quoted(ref.name) + ")";
+void Named(std::string& line, const PlanRef& ref) {
+  line += ref.oid;
+  if (ref.name.empty()) return;
+  line += " (";
+  Quoted(line, ref.name);
+  line += ')';
 }
 
-std::string Where(const PlanRef& parent) {
-  return parent.oid.empty() ? std::string("the document") : Named(parent);
+void Where(std::string& line, const PlanRef& parent) {
+  if (parent.oid.empty())
+    line += "the document";
+  else
+    Named(line, parent);
 }
 
-// The object as a line of the plan begins with it.
-std::string Object(const PlanChange& c) {
-  std::string text = std::string(LayoutOf(c.kind).name) + " " + c.object.oid;
-  if (AttributeIndex(c.kind, "Name") >= 0) text += " " + Quoted(c.object.name);
-  return text;
+// The object as a line of the plan begins with it, after its action.
+void Object(std::string& line, const char* action, const PlanChange& c) {
+  ((line += action) += LayoutOf(c.kind).name) += ' ';
+  line += c.object.oid;
+  if (NameAt(c.kind) < 0) return;
+  line += ' ';
+  Quoted(line, c.object.name);
 }
 
 // A value of an attribute with the names of what it names.
-std::string Shown(bool present, std::string_view value,
-                  const std::vector<PlanRef>& refs) {
-  if (!present) return "(none)";
-  std::string text = Quoted(value), names;
-  bool named = false;
-  for (const PlanRef& r : refs) {
-    names +=
-        (names.empty() ? "" : ", ") + (r.name.empty() ? r.oid : Quoted(r.name));
-    named = named || !r.name.empty();
+void Shown(std::string& line, bool present, std::string_view value,
+           const std::vector<PlanRef>& refs) {
+  if (!present) {
+    line += "(none)";
+    return;
   }
-  return named ? text + " (" + names + ")" : text;
+  Quoted(line, value);
+  const auto named =
+      std::find_if(refs.begin(), refs.end(),
+                   [](const PlanRef& r) { return !r.name.empty(); });
+  if (named == refs.end()) return;
+  line += " (";
+  for (const PlanRef& r : refs) {
+    if (&r != &refs.front()) line += ", ";
+    if (r.name.empty())
+      line += r.oid;
+    else
+      Quoted(line, r.name);
+  }
+  line += ')';
 }
 
-// Calls line for each line of text of change c.
+// Calls done(line) after each line of change c is written into line.
 template <typename F>
-void Lines(const PlanChange& c, F line) {
+void Lines(const PlanChange& c, std::string& line, F done) {
   switch (c.action) {
     case PlanChange::kRemoved:
-      return line("removed " + Object(c));
+      Object(line, "removed ", c);
+      return done(line);
     case PlanChange::kAdded:
-      return line("added " + Object(c) + " in " + Where(c.parent));
+      Object(line, "added ", c);
+      line += " in ";
+      Where(line, c.parent);
+      return done(line);
     case PlanChange::kChanged:
-      if (c.wasKind != c.kind)
-        return line("changed " + c.object.oid + " from a " +
-                    LayoutOf(c.wasKind).name + " to a " +
-                    LayoutOf(c.kind).name);
-      for (const PlanValue& v : c.values)
-        line("changed " + Object(c) + " " +
-             LayoutOf(c.kind).attributes[v.attribute].name + ": " +
-             Shown(v.had, v.from, v.fromRefs) + " -> " +
-             Shown(v.has, v.to, v.toRefs));
+      if (c.wasKind != c.kind) {
+        ((line += "changed ") += c.object.oid) += " from a ";
+        ((line += LayoutOf(c.wasKind).name) += " to a ") +=
+            LayoutOf(c.kind).name;
+        return done(line);
+      }
+      for (const PlanValue& v : c.values) {
+        Object(line, "changed ", c);
+        ((line += ' ') += LayoutOf(c.kind).attributes[v.attribute].name) +=
+            ": ";
+        Shown(line, v.had, v.from, v.fromRefs);
+        line += " -> ";
+        Shown(line, v.has, v.to, v.toRefs);
+        done(line);
+      }
       return;
     case PlanChange::kMoved:
-      if (c.fromPlace == 0)
-        return line("moved " + Object(c) + " from " + Where(c.fromParent) +
-                    " to " + Where(c.parent));
-      return line("moved " + Object(c) + " in " + Where(c.parent) +
-                  " from place " + std::to_string(c.fromPlace) + " to place " +
-                  std::to_string(c.toPlace));
+      Object(line, "moved ", c);
+      if (c.fromPlace == 0) {
+        line += " from ";
+        Where(line, c.fromParent);
+        line += " to ";
+        Where(line, c.parent);
+      } else {
+        line += " in ";
+        Where(line, c.parent);
+        ((line += " from place ") += std::to_string(c.fromPlace)) +=
+            " to place ";
+        line += std::to_string(c.toPlace);
+      }
+      return done(line);
   }
 }
 
@@ -420,32 +490,46 @@ std::string PlanTotals(const Plan& plan) {
 void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
   if (plan.Empty()) return;
   std::size_t shown = 0, left = 0;
+  // Lines are written into one block, given to out 64 KiB at a time; a
+  // line past most is taken back.
   std::string block;
-  for (const PlanChange& c : plan.changes)
-    Lines(c, [&](const std::string& line) {
+  for (const PlanChange& c : plan.changes) {
+    std::size_t start = block.size();
+    Lines(c, block, [&](std::string& text) {
       if (shown == most) {
         ++left;
+        text.resize(start);
         return;
       }
       ++shown;
-      (block += line) += '\n';
-      if (block.size() >= (1 << 16)) {
-        out << block;
-        block.clear();
+      text += '\n';
+      if (text.size() >= (1 << 16)) {
+        out.write(text.data(), static_cast<std::streamsize>(text.size()));
+        text.clear();
       }
+      start = text.size();
     });
+  }
   out << block;
   if (left) out << "and " << left << " more\n";
   out << PlanTotals(plan) << "\n";
 }
 
-std::string JsonSafe(std::string_view text) {
+bool Utf8(std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
+    if (static_cast<unsigned char>(text[i]) < 0x80) {
+      ++i;
+      continue;
+    }
     const std::size_t n = vantrel::Utf8At(text, i);
-    if (n == 0) return vantrel::Escaped(text);
+    if (n == 0) return false;
     i += n;
   }
-  return std::string(text);
+  return true;
+}
+
+std::string JsonSafe(std::string_view text) {
+  return Utf8(text) ? std::string(text) : vantrel::Escaped(text);
 }
 
 namespace {
@@ -456,7 +540,11 @@ template <typename Writer>
 void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
                std::ostream* out) {
   const auto text = [&](std::string_view s) {
-    const std::string safe = JsonSafe(s);
+    if (Utf8(s)) {
+      w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
+      return;
+    }
+    const std::string safe = vantrel::Escaped(s);
     w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
   };
   const auto ref = [&](const PlanRef& r) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -61,14 +62,14 @@ class PlanDocument : public Visitor {
 // An identifier in a plan with the name of the object it names ("" for an
 // object without a name, or none in the document).
 struct PlanRef {
-  std::string oid, name;
+  std::string_view oid, name;
 };
 
 // An attribute that changed.
 struct PlanValue {
   std::uint8_t attribute;  // its index in the layout of the object's kind
   bool had, has;
-  std::string from, to;  // as the documents write them
+  std::string_view from, to;  // as the documents write them
   // For a reference or a list of them: what the old and the new value name.
   std::vector<PlanRef> fromRefs, toRefs;
 };
@@ -95,7 +96,16 @@ struct PlanList {
   PlanRef parent;
 };
 
+// A plan views the texts of the two documents it was made from: they must
+// outlive it. Its own memory is a few words for each change.
 struct Plan {
+  Plan() = default;
+  Plan(Plan&&) = default;
+  Plan& operator=(Plan&&) = default;
+  // Not copied: a copy would view the texts its original spelled.
+  Plan(const Plan&) = delete;
+  Plan& operator=(const Plan&) = delete;
+
   // Objects added, removed, changed and moved; one both changed and moved
   // counts in both, and once in changedOrMoved.
   std::size_t added = 0, removed = 0, changed = 0, moved = 0;
@@ -105,6 +115,9 @@ struct Plan {
   std::vector<PlanChange> changes;
   std::vector<PlanList> reordered;
   bool Empty() const { return changes.empty(); }
+  // The texts neither document holds as they are shown (an identifier
+  // spelled anew); a deque, so that they stay where they are.
+  std::deque<std::string> spelled;
 };
 
 // The plan that makes before into after; both walked and finished. A list
@@ -126,5 +139,7 @@ std::string PlanJsonText(const Plan& plan);
 // A text of a document as JSON may carry it: itself when it is UTF-8, else
 // escaped as messages show it.
 std::string JsonSafe(std::string_view text);
+// Whether text is UTF-8 as Utf8At takes it.
+bool Utf8(std::string_view text);
 
 }  // namespace doc

@@ -2,8 +2,8 @@
 
 #include <map>
 #include <ostream>
-#include <set>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "DocumentPicture.h"
 
@@ -39,13 +39,12 @@ std::string Html(std::string_view text) {
 }
 
 // The anchor of an object's section: the first the page gives it.
-std::string Anchor(const std::string& oid) { return "o-" + oid; }
+std::string Anchor(std::string_view oid) { return "o-" + std::string(oid); }
 
 class Page {
  public:
   Page(const Plan& plan, std::ostream& out) : plan_(plan), out_(out) {
-    for (const PlanChange& c : plan.changes)
-      anchors_.emplace(c.object.oid, Anchor(c.object.oid));
+    for (const PlanChange& c : plan.changes) sections_.insert(c.object.oid);
   }
 
   bool Write(const std::string& title, std::string* error) {
@@ -110,12 +109,11 @@ class Page {
     std::string text = r.name.empty() ? Html(r.oid)
                                       : Html(r.name) + " <span class=\"oid\">" +
                                             Html(r.oid) + "</span>";
-    const auto it = anchors_.find(r.oid);
-    return it == anchors_.end()
-               ? text
-               : "<a href=\"#" + Html(it->second) + "\">" + text + "</a>";
+    return sections_.count(r.oid)
+               ? "<a href=\"#" + Html(Anchor(r.oid)) + "\">" + text + "</a>"
+               : text;
   }
-  std::string Value(bool present, const std::string& value,
+  std::string Value(bool present, std::string_view value,
                     const std::vector<PlanRef>& refs) const {
     if (!present) return "<span class=\"none\">(none)</span>";
     if (refs.empty()) return "<code>" + Html(value) + "</code>";
@@ -175,14 +173,15 @@ class Page {
   bool Picture(std::string* svg, std::string* error) const {
     Graph graph;
     graph.name = "plan";
-    std::unordered_map<std::string, std::size_t> nodeOf;
+    std::unordered_map<std::string_view, std::size_t> nodeOf;
     const auto node = [&](const PlanRef& r, const std::string& kind) {
       const auto [it, added] = nodeOf.emplace(r.oid, graph.nodes.size());
       if (!added) return;
       Graph::Node n;
       n.key = r.oid;
-      n.label = GraphLabel((r.name.empty() ? kind : r.name) + "\n" + r.oid);
-      n.tooltip = GraphLabel(kind + " " + r.oid);
+      n.label = GraphLabel((r.name.empty() ? kind : std::string(r.name)) +
+                           "\n" + n.key);
+      n.tooltip = GraphLabel(kind + " " + n.key);
       n.style = "rounded,dashed";
       graph.nodes.push_back(std::move(n));
     };
@@ -199,34 +198,37 @@ class Page {
       n.fill = kFills[c.action];
       n.style.clear();
       n.url = "#" + Anchor(c.object.oid);
-      n.tooltip = GraphLabel(std::string(kClasses[c.action]) + " " +
-                             LayoutOf(c.kind).name + " " + c.object.oid);
+      n.tooltip =
+          GraphLabel(std::string(kClasses[c.action]) + " " +
+                     LayoutOf(c.kind).name + " " + std::string(c.object.oid));
     }
     const std::size_t changed = graph.nodes.size();
     if (changed > kMostPlanDrawn) return Overview(svg, error);
     for (const PlanChange& c : plan_.changes) {
       if (!c.parent.oid.empty()) {
         node(c.parent, "");
-        graph.edges.push_back({c.parent.oid, c.object.oid, "", ""});
+        graph.edges.push_back(
+            {std::string(c.parent.oid), std::string(c.object.oid), "", ""});
       }
       if (c.action == PlanChange::kMoved && !c.fromParent.oid.empty() &&
           c.fromParent.oid != c.parent.oid) {
         node(c.fromParent, "");
-        graph.edges.push_back(
-            {c.fromParent.oid, c.object.oid, "was in", "dashed"});
+        graph.edges.push_back({std::string(c.fromParent.oid),
+                               std::string(c.object.oid), "was in", "dashed"});
       }
       for (const PlanValue& v : c.values) {
         const std::string name = LayoutOf(c.kind).attributes[v.attribute].name;
         for (const PlanRef& r : v.toRefs) {
-          if (r.name.empty() && !anchors_.count(r.oid)) continue;  // a media
-          node(r, "");
-          graph.edges.push_back({c.object.oid, r.oid, name, ""});
-        }
-        for (const PlanRef& r : v.fromRefs) {
-          if (r.name.empty() && !anchors_.count(r.oid)) continue;
+          if (r.name.empty() && !sections_.count(r.oid)) continue;  // a media
           node(r, "");
           graph.edges.push_back(
-              {c.object.oid, r.oid, name + " (old)", "dashed"});
+              {std::string(c.object.oid), std::string(r.oid), name, ""});
+        }
+        for (const PlanRef& r : v.fromRefs) {
+          if (r.name.empty() && !sections_.count(r.oid)) continue;
+          node(r, "");
+          graph.edges.push_back({std::string(c.object.oid), std::string(r.oid),
+                                 name + " (old)", "dashed"});
         }
       }
     }
@@ -283,8 +285,9 @@ class Page {
 
   const Plan& plan_;
   std::ostream& out_;
-  std::unordered_map<std::string, std::string> anchors_;
-  std::set<std::string> written_;
+  // The objects with a section; those whose section is written, the first
+  // holding the anchor.
+  std::unordered_set<std::string_view> sections_, written_;
 };
 
 }  // namespace
