@@ -45,6 +45,12 @@ void PlanDocument::Element(const Line& line, std::size_t, const Place& place) {
   objects_.push_back(object);
 }
 
+void PlanDocument::Reserve(std::size_t bytes) {
+  // Values are most of a document's bytes; an object takes about 100.
+  text_.reserve(bytes);
+  objects_.reserve(bytes / 100);
+}
+
 void PlanDocument::Finish() {
   byOid_.clear();
   byOid_.reserve(objects_.size());
@@ -534,33 +540,103 @@ std::string JsonSafe(std::string_view text) {
 
 namespace {
 
+using Compact = rapidjson::Writer<rapidjson::StringBuffer>;
+
+// s as a JSON string: itself when it is UTF-8, else escaped.
+void Text(Compact& w, std::string_view s) {
+  if (Utf8(s)) {
+    w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
+    return;
+  }
+  const std::string safe = vantrel::Escaped(s);
+  w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
+}
+
+void Ref(Compact& w, const PlanRef& r) {
+  if (r.oid.empty()) return static_cast<void>(w.Null());
+  w.StartObject();
+  w.Key("oid");
+  Text(w, r.oid);
+  w.Key("name");
+  Text(w, r.name);
+  w.EndObject();
+}
+
+void Refs(Compact& w, const char* key, const std::vector<PlanRef>& list) {
+  w.Key(key);
+  w.StartArray();
+  for (const PlanRef& r : list) Ref(w, r);
+  w.EndArray();
+}
+
+// Change c as one JSON object.
+void Change(Compact& w, const PlanChange& c) {
+  w.StartObject();
+  w.Key("action");
+  w.String(kActions[c.action]);
+  w.Key("kind");
+  w.String(LayoutOf(c.kind).name);
+  if (c.wasKind != c.kind) {
+    w.Key("was_kind");
+    w.String(LayoutOf(c.wasKind).name);
+  }
+  w.Key("oid");
+  Text(w, c.object.oid);
+  w.Key("name");
+  Text(w, c.object.name);
+  w.Key("parent");
+  Ref(w, c.parent);
+  if (c.action == PlanChange::kMoved) {
+    w.Key("from_parent");
+    Ref(w, c.fromParent);
+    if (c.fromPlace) {
+      w.Key("from_place");
+      w.Uint64(c.fromPlace);
+      w.Key("to_place");
+      w.Uint64(c.toPlace);
+    }
+  }
+  if (c.action != PlanChange::kMoved && c.wasKind == c.kind) {
+    w.Key("attributes");
+    w.StartArray();
+    for (const PlanValue& v : c.values) {
+      const Attribute& a = LayoutOf(c.kind).attributes[v.attribute];
+      w.StartObject();
+      w.Key("attribute");
+      w.String(a.name);
+      w.Key("old");
+      if (v.had)
+        Text(w, v.from);
+      else
+        w.Null();
+      w.Key("new");
+      if (v.has)
+        Text(w, v.to);
+      else
+        w.Null();
+      if (a.field == Field::kRef || a.field == Field::kRefs ||
+          a.field == Field::kMedia) {
+        Refs(w, "old_refs", v.fromRefs);
+        Refs(w, "new_refs", v.toRefs);
+      }
+      w.EndObject();
+    }
+    w.EndArray();
+  }
+  w.EndObject();
+}
+
 // Writes the plan through writer, flushing its buffer to out (when given)
-// a block at a time.
+// a block at a time. Each change and each list is one line of its own.
 template <typename Writer>
 void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
                std::ostream* out) {
-  const auto text = [&](std::string_view s) {
-    if (Utf8(s)) {
-      w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
-      return;
-    }
-    const std::string safe = vantrel::Escaped(s);
-    w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
-  };
-  const auto ref = [&](const PlanRef& r) {
-    if (r.oid.empty()) return static_cast<void>(w.Null());
-    w.StartObject();
-    w.Key("oid");
-    text(r.oid);
-    w.Key("name");
-    text(r.name);
-    w.EndObject();
-  };
-  const auto refs = [&](const char* key, const std::vector<PlanRef>& list) {
-    w.Key(key);
-    w.StartArray();
-    for (const PlanRef& r : list) ref(r);
-    w.EndArray();
+  rapidjson::StringBuffer one;
+  Compact compact(one);
+  const auto put = [&] {
+    w.RawValue(one.GetString(), one.GetSize(), rapidjson::kObjectType);
+    one.Clear();
+    compact.Reset(one);
   };
   const auto flush = [&] {
     if (!out || buffer.GetSize() < (1 << 16)) return;
@@ -586,71 +662,21 @@ void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
   w.Key("changes");
   w.StartArray();
   for (const PlanChange& c : plan.changes) {
-    w.StartObject();
-    w.Key("action");
-    w.String(kActions[c.action]);
-    w.Key("kind");
-    w.String(LayoutOf(c.kind).name);
-    if (c.wasKind != c.kind) {
-      w.Key("was_kind");
-      w.String(LayoutOf(c.wasKind).name);
-    }
-    w.Key("oid");
-    text(c.object.oid);
-    w.Key("name");
-    text(c.object.name);
-    w.Key("parent");
-    ref(c.parent);
-    if (c.action == PlanChange::kMoved) {
-      w.Key("from_parent");
-      ref(c.fromParent);
-      if (c.fromPlace) {
-        w.Key("from_place");
-        w.Uint64(c.fromPlace);
-        w.Key("to_place");
-        w.Uint64(c.toPlace);
-      }
-    }
-    if (c.action != PlanChange::kMoved && c.wasKind == c.kind) {
-      w.Key("attributes");
-      w.StartArray();
-      for (const PlanValue& v : c.values) {
-        const Attribute& a = LayoutOf(c.kind).attributes[v.attribute];
-        w.StartObject();
-        w.Key("attribute");
-        w.String(a.name);
-        w.Key("old");
-        if (v.had)
-          text(v.from);
-        else
-          w.Null();
-        w.Key("new");
-        if (v.has)
-          text(v.to);
-        else
-          w.Null();
-        if (a.field == Field::kRef || a.field == Field::kRefs ||
-            a.field == Field::kMedia) {
-          refs("old_refs", v.fromRefs);
-          refs("new_refs", v.toRefs);
-        }
-        w.EndObject();
-      }
-      w.EndArray();
-    }
-    w.EndObject();
+    Change(compact, c);
+    put();
     flush();
   }
   w.EndArray();
   w.Key("reordered");
   w.StartArray();
   for (const PlanList& l : plan.reordered) {
-    w.StartObject();
-    w.Key("kind");
-    w.String(LayoutOf(l.kind).name);
-    w.Key("parent");
-    ref(l.parent);
-    w.EndObject();
+    compact.StartObject();
+    compact.Key("kind");
+    compact.String(LayoutOf(l.kind).name);
+    compact.Key("parent");
+    Ref(compact, l.parent);
+    compact.EndObject();
+    put();
   }
   w.EndArray();
   w.EndObject();

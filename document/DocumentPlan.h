@@ -23,6 +23,9 @@ class PlanDocument : public Visitor {
   void Element(const Line& line, std::size_t n, const Place& place) override;
   void Problem(std::size_t, const std::string&) override {}
   void Restart() override { *this = PlanDocument(); }
+  // Makes room for the objects of a document of about bytes, so that they
+  // are not copied as they come.
+  void Reserve(std::size_t bytes);
   // Once the walk has ended: orders the identifiers for lookups.
   void Finish();
 

@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "DocumentPicture.h"
+#include "Escape.h"
 
 namespace doc {
 namespace {
@@ -14,28 +15,39 @@ const char* const kHeadings[] = {"Removed", "Added", "Changed", "Moved"};
 const char* const kClasses[] = {"removed", "added", "changed", "moved"};
 const char* const kFills[] = {"#f6c6c6", "#c9ecc9", "#fbe7a8", "#c9dcf7"};
 
-// Text for HTML, any byte that is not UTF-8 escaped first.
-std::string Html(std::string_view text) {
-  std::string out;
-  for (char c : JsonSafe(text)) {
-    switch (c) {
+// Appends text to html, escaped for HTML, any byte that is not UTF-8
+// escaped first.
+void AppendHtml(std::string& html, std::string_view text) {
+  if (!Utf8(text)) {
+    const std::string safe = vantrel::Escaped(text);
+    return AppendHtml(html, safe);
+  }
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t plain = text.find_first_of("&<>\"", i);
+    html.append(text.data() + i, std::min(plain, text.size()) - i);
+    if (plain == std::string_view::npos) return;
+    switch (text[plain]) {
       case '&':
-        out += "&amp;";
+        html += "&amp;";
         break;
       case '<':
-        out += "&lt;";
+        html += "&lt;";
         break;
       case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
+        html += "&gt;";
         break;
       default:
-        out += c;
+        html += "&quot;";
     }
+    i = plain + 1;
   }
-  return out;
+}
+
+// Text for HTML.
+std::string Html(std::string_view text) {
+  std::string html;
+  AppendHtml(html, text);
+  return html;
 }
 
 // The anchor of an object's section: the first the page gives it.
@@ -81,19 +93,27 @@ class Page {
         const Kind kind = plan_.changes[c].kind;
         out_ << "<h3 id=\"" << kClasses[action] << "-" << LayoutOf(kind).name
              << "\">" << LayoutOf(kind).name << "</h3>\n";
+        // Sections go out in blocks of 64 KiB.
+        std::string block;
         for (; c < plan_.changes.size() && plan_.changes[c].action == action &&
                plan_.changes[c].kind == kind;
-             ++c)
-          Section(plan_.changes[c], open);
+             ++c) {
+          Section(block, plan_.changes[c], open);
+          if (block.size() >= (1 << 16)) {
+            out_ << block;
+            block.clear();
+          }
+        }
+        out_ << block;
       }
     }
     if (!plan_.reordered.empty()) {
       out_ << "<h2 id=\"reordered\">Lists in a new order</h2>\n<ul>\n";
-      for (const PlanList& l : plan_.reordered)
-        out_ << "<li>" << LayoutOf(l.kind).name << " in "
-             << (l.parent.oid.empty() ? std::string("the document")
-                                      : Ref(l.parent))
-             << "</li>\n";
+      for (const PlanList& l : plan_.reordered) {
+        std::string where;
+        Where(where, l.parent);
+        out_ << "<li>" << LayoutOf(l.kind).name << " in " << where << "</li>\n";
+      }
       out_ << "</ul>\n";
     }
     out_ << "<script>\nfunction fold(open) {\n"
@@ -105,72 +125,117 @@ class Page {
  private:
   // A reference: a link to the section of what it names, when the plan has
   // one, with its name.
-  std::string Ref(const PlanRef& r) const {
-    std::string text = r.name.empty() ? Html(r.oid)
-                                      : Html(r.name) + " <span class=\"oid\">" +
-                                            Html(r.oid) + "</span>";
-    return sections_.count(r.oid)
-               ? "<a href=\"#" + Html(Anchor(r.oid)) + "\">" + text + "</a>"
-               : text;
+  void Ref(std::string& html, const PlanRef& r) const {
+    const bool linked = sections_.count(r.oid) != 0;
+    if (linked) {
+      html += "<a href=\"#o-";
+      AppendHtml(html, r.oid);
+      html += "\">";
+    }
+    if (r.name.empty()) {
+      AppendHtml(html, r.oid);
+    } else {
+      AppendHtml(html, r.name);
+      html += " <span class=\"oid\">";
+      AppendHtml(html, r.oid);
+      html += "</span>";
+    }
+    if (linked) html += "</a>";
   }
-  std::string Value(bool present, std::string_view value,
-                    const std::vector<PlanRef>& refs) const {
-    if (!present) return "<span class=\"none\">(none)</span>";
-    if (refs.empty()) return "<code>" + Html(value) + "</code>";
-    std::string text;
-    for (const PlanRef& r : refs) text += (text.empty() ? "" : "<br>") + Ref(r);
-    return text;
+  void Where(std::string& html, const PlanRef& parent) const {
+    if (parent.oid.empty())
+      html += "the document";
+    else
+      Ref(html, parent);
+  }
+  void Value(std::string& html, bool present, std::string_view value,
+             const std::vector<PlanRef>& refs) const {
+    if (!present) {
+      html += "<span class=\"none\">(none)</span>";
+      return;
+    }
+    if (refs.empty()) {
+      html += "<code>";
+      AppendHtml(html, value);
+      html += "</code>";
+      return;
+    }
+    for (const PlanRef& r : refs) {
+      if (&r != &refs.front()) html += "<br>";
+      Ref(html, r);
+    }
   }
 
-  void Section(const PlanChange& c, bool open) {
-    std::string id;
-    if (written_.insert(c.object.oid).second)
-      id = " id=\"" + Html(Anchor(c.object.oid)) + "\"";
-    out_ << "<details class=\"" << kClasses[c.action] << "\"" << id
-         << (open ? " open" : "") << "><summary>" << LayoutOf(c.kind).name
-         << " " << (c.object.name.empty() ? "" : Html(c.object.name) + " ")
-         << "<span class=\"oid\">" << Html(c.object.oid) << "</span>"
-         << "</summary>\n<p>";
-    const std::string where =
-        c.parent.oid.empty() ? std::string("the document") : Ref(c.parent);
+  // Writes the section of change c into html.
+  void Section(std::string& html, const PlanChange& c, bool open) {
+    html += "<details class=\"";
+    html += kClasses[c.action];
+    html += '"';
+    if (written_.insert(c.object.oid).second) {
+      html += " id=\"o-";
+      AppendHtml(html, c.object.oid);
+      html += '"';
+    }
+    if (open) html += " open";
+    ((html += "><summary>") += LayoutOf(c.kind).name) += ' ';
+    if (!c.object.name.empty()) {
+      AppendHtml(html, c.object.name);
+      html += ' ';
+    }
+    html += "<span class=\"oid\">";
+    AppendHtml(html, c.object.oid);
+    html += "</span></summary>\n<p>";
     switch (c.action) {
       case PlanChange::kRemoved:
-        out_ << "Removed from " << where;
+        html += "Removed from ";
+        Where(html, c.parent);
         break;
       case PlanChange::kAdded:
-        out_ << "Added in " << where;
+        html += "Added in ";
+        Where(html, c.parent);
         break;
       case PlanChange::kChanged:
-        out_ << "In " << where;
-        if (c.wasKind != c.kind) out_ << "; was a " << LayoutOf(c.wasKind).name;
+        html += "In ";
+        Where(html, c.parent);
+        if (c.wasKind != c.kind)
+          (html += "; was a ") += LayoutOf(c.wasKind).name;
         break;
       case PlanChange::kMoved:
-        if (c.fromPlace)
-          out_ << "Moved in " << where << " from place " << c.fromPlace
-               << " to place " << c.toPlace;
-        else
-          out_ << "Moved from "
-               << (c.fromParent.oid.empty() ? std::string("the document")
-                                            : Ref(c.fromParent))
-               << " to " << where;
+        if (c.fromPlace) {
+          html += "Moved in ";
+          Where(html, c.parent);
+          ((html += " from place ") += std::to_string(c.fromPlace)) +=
+              " to place ";
+          html += std::to_string(c.toPlace);
+        } else {
+          html += "Moved from ";
+          Where(html, c.fromParent);
+          html += " to ";
+          Where(html, c.parent);
+        }
         break;
     }
-    out_ << "</p>\n";
+    html += "</p>\n";
     if (!c.values.empty()) {
-      out_ << "<table>\n<tr><th>Attribute</th><th>Old</th><th>New</th></tr>\n";
-      for (const PlanValue& v : c.values)
-        out_ << "<tr><td>" << LayoutOf(c.kind).attributes[v.attribute].name
-             << "</td><td class=\"old\">" << Value(v.had, v.from, v.fromRefs)
-             << "</td><td class=\"new\">" << Value(v.has, v.to, v.toRefs)
-             << "</td></tr>\n";
-      out_ << "</table>\n";
+      html += "<table>\n<tr><th>Attribute</th><th>Old</th><th>New</th></tr>\n";
+      for (const PlanValue& v : c.values) {
+        ((html += "<tr><td>") +=
+         LayoutOf(c.kind).attributes[v.attribute].name) +=
+            "</td><td class=\"old\">";
+        Value(html, v.had, v.from, v.fromRefs);
+        html += "</td><td class=\"new\">";
+        Value(html, v.has, v.to, v.toRefs);
+        html += "</td></tr>\n";
+      }
+      html += "</table>\n";
     }
-    out_ << "</details>\n";
+    html += "</details>\n";
   }
 
   // The objects that change and those they name directly, coloured by what
   // happens to them; past kMostPlanDrawn, the counts of each kind.
   bool Picture(std::string* svg, std::string* error) const {
+    if (sections_.size() > kMostPlanDrawn) return Overview(svg, error);
     Graph graph;
     graph.name = "plan";
     std::unordered_map<std::string_view, std::size_t> nodeOf;
@@ -202,8 +267,6 @@ class Page {
           GraphLabel(std::string(kClasses[c.action]) + " " +
                      LayoutOf(c.kind).name + " " + std::string(c.object.oid));
     }
-    const std::size_t changed = graph.nodes.size();
-    if (changed > kMostPlanDrawn) return Overview(svg, error);
     for (const PlanChange& c : plan_.changes) {
       if (!c.parent.oid.empty()) {
         node(c.parent, "");

@@ -1,5 +1,7 @@
 #include "Plans.h"
 
+#include <sys/stat.h>
+
 #include <ostream>
 
 #include "Checker.h"
@@ -8,6 +10,9 @@
 
 int ReadForPlan(const std::string& file, doc::PlanDocument& doc,
                 std::ostream& err, doc::Visitor* visitor) {
+  struct stat st {};
+  if (::stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode))
+    doc.Reserve(static_cast<std::size_t>(st.st_size));
   doc::Both both(doc, *(visitor ? visitor : &doc));
   Checker checker(file, err,
                   visitor ? static_cast<doc::Visitor*>(&both) : &doc);
