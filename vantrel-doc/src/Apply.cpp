@@ -17,6 +17,7 @@
 #include <sstream>
 #include <unordered_map>
 
+#include "Alongside.h"
 #include "ApplyLog.h"
 #include "Checker.h"
 #include "DocumentPart.h"
@@ -259,7 +260,39 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
     wants.exported.reserve(static_cast<std::size_t>(size.st_size));
   Gatherer gatherer(wants);
   doc::PlanDocument wanted;
-  const int read = ReadForPlan(doc, wanted, err, &gatherer);
+  // The document is read while the store is opened and exported; what is
+  // found is then told in the order of the steps: the document first.
+  std::ostringstream readErr;
+  int read = 2;
+  Alongside reading(
+      [&] { read = ReadForPlan(doc, wanted, readErr, &gatherer); });
+  std::string baseBytes, baseError;
+  const bool baseRead =
+      o.base.empty() || ReadDocumentFile(o.base, &baseBytes, &baseError);
+  KivStoreChange::Refusal refusal;
+  std::string storeError;
+  const std::unique_ptr<KivStoreChange> change =
+      KivStoreChange::Begin(store, &refusal, &storeError, o.dryRun);
+  // The store's document, and its objects for the plan.
+  Temporary now;
+  std::string before;
+  doc::PlanDocument current;
+  enum {
+    kNotMade,
+    kNotExported,
+    kNotReadBack,
+    kRefused,
+    kRead
+  } exported = kNotMade;
+  if (change && now.fd >= 0) {
+    std::ostringstream unused;
+    exported = !ExportThrough(change->Connection(), now.path) ? kNotExported
+               : !ReadDocumentFile(now.path, &before, &error) ? kNotReadBack
+               : ReadForPlan(now.path, current, unused) != 0  ? kRefused
+                                                              : kRead;
+  }
+  reading.Wait();
+  err << readErr.str();
   if (read == 2) return refused("cannot read " + shownFile, 2);
   if (read == 1) return refused(shownFile + " is refused by check", 1);
   if (!wants.error.empty())
@@ -267,14 +300,11 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
         shownFile + " gives a row the store cannot take (" + wants.error + ")",
         2);
   const std::string& document = wants.exported;
-  std::string baseBytes;
-  if (!o.base.empty() && !ReadDocumentFile(o.base, &baseBytes, &error))
-    return refused("cannot read " + shownBase + ": " + error, 2);
+  if (!baseRead)
+    return refused("cannot read " + shownBase + ": " + baseError, 2);
   if (Interruption::Caught()) return interrupted();
 
-  KivStoreChange::Refusal refusal;
-  const std::unique_ptr<KivStoreChange> change =
-      KivStoreChange::Begin(store, &refusal, &error, o.dryRun);
+  error = storeError;
   switch (refusal) {
     case KivStoreChange::Refusal::kNone:
       break;
@@ -297,25 +327,18 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                          error + "): apply writes only a store of the schema",
                      2);
   }
-
-  Temporary now;
   if (now.fd < 0)
     return refused(
         std::string("cannot make a file in memory: ") + std::strerror(errno),
         2);
-  if (!ExportThrough(change->Connection(), now.path))
+  if (exported == kNotExported)
     return Interruption::Caught()
                ? interrupted()
                : refused(Shown(store) + " cannot be exported", 2);
-  std::string before;
-  if (!ReadDocumentFile(now.path, &before, &error))
+  if (exported == kNotReadBack)
     return refused("cannot read back the export of " + Shown(store), 2);
-  doc::PlanDocument current;
-  {
-    std::ostringstream unused;
-    if (ReadForPlan(now.path, current, unused) != 0)
-      return refused(Shown(store) + " exports a document check refuses", 2);
-  }
+  if (exported == kRefused)
+    return refused(Shown(store) + " exports a document check refuses", 2);
   if (!o.base.empty() && before != baseBytes) {
     // What changed since the base, in the plan's words, briefly.
     doc::PlanDocument based;

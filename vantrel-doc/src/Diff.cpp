@@ -1,8 +1,7 @@
-#include <new>
 #include <ostream>
 #include <sstream>
-#include <thread>
 
+#include "Alongside.h"
 #include "Checker.h"
 #include "Plans.h"
 #include "VantrelDoc.h"
@@ -12,26 +11,11 @@ bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
                   std::ostream& err, int* status) {
   // The two documents are read at once, each by a thread of its own.
   std::ostringstream beforeErr, afterErr;
-  // Memory running out in either reading goes up from here, once both have
-  // ended: an exception may not leave a thread, nor a thread be left.
-  int beforeRead = 0;
-  bool beforeOutOfMemory = false;
-  std::thread reader([&] {
-    try {
-      beforeRead = ReadForPlan(oldFile, before, beforeErr);
-    } catch (const std::bad_alloc&) {
-      beforeOutOfMemory = true;
-    }
-  });
-  int afterRead = 0;
-  try {
-    afterRead = ReadForPlan(newFile, after, afterErr);
-  } catch (...) {
-    reader.join();
-    throw;
-  }
-  reader.join();
-  if (beforeOutOfMemory) throw std::bad_alloc();
+  int beforeRead = 0, afterRead = 0;
+  Alongside reader(
+      [&] { beforeRead = ReadForPlan(oldFile, before, beforeErr); });
+  afterRead = ReadForPlan(newFile, after, afterErr);
+  reader.Wait();
   err << beforeErr.str() << afterErr.str();
   for (const auto& [read, file] : {std::make_pair(beforeRead, &oldFile),
                                    std::make_pair(afterRead, &newFile)})
