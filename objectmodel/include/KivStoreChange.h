@@ -42,8 +42,9 @@ class KivStoreContent {
   };
   std::vector<Row> rows_;
   std::unordered_map<std::string, std::size_t> byOid_;  // oid -> row
-  // Each list of objects (its table and owner's oid), in the order added.
-  std::map<std::pair<int, std::string>, std::vector<std::string>> lists_;
+  // Each list of objects (its table and owner's oid): its rows, in the
+  // order added.
+  std::map<std::pair<int, std::string>, std::vector<std::size_t>> lists_;
   // Each link list (its table and owner's oid), targets in order.
   std::map<std::pair<int, std::string>, std::vector<std::string>> links_;
   std::set<std::string> media_;

@@ -135,7 +135,7 @@ bool KivStoreContent::Add(const char* table,
     const kiv::TableShape& shape = ShapeOf(Table(t));
     const std::string owner =
         shape.owner == kiv::kTableCount ? std::string() : owned[1].bytes;
-    lists_[{t, owner}].push_back(owned[0].bytes);
+    lists_[{t, owner}].push_back(rows_.size());
     byOid_[owned[0].bytes] = rows_.size();
     rows_.push_back({t, std::move(owned)});
   }
@@ -147,26 +147,27 @@ long KivStoreContent::Find(const std::string& oid) const {
   return it == byOid_.end() ? -1 : static_cast<long>(it->second);
 }
 
-// The statements of one change, kept by their text: a statement prepared
+// The statements of one change, each prepared once: a statement prepared
 // for every row would cost more than the row.
 class KivStoreChange::Statements {
  public:
   explicit Statements(sqlite3* db) : db_(db) {}
   ~Statements() {
-    for (auto& [sql, stmt] : statements_) sqlite3_finalize(stmt);
+    for (auto& [key, stmt] : statements_) sqlite3_finalize(stmt);
   }
   Statements(const Statements&) = delete;
   Statements& operator=(const Statements&) = delete;
-  // Runs sql with values bound, then last when bindLast; the rows it
-  // changed.
-  int Run(const std::string& sql, const std::vector<W::Value>& values = {},
+  // Runs the statement known by key, made from sql() the first time, with
+  // values bound, then last when bindLast; the rows it changed.
+  template <typename Sql>
+  int Run(std::uint64_t key, Sql sql, const std::vector<W::Value>& values = {},
           std::int64_t last = 0, bool bindLast = false) {
     // An interruption between two statements stops the next one too.
     if (interrupted.load()) throw Failure{"interrupted"};
-    sqlite3_stmt*& stmt = statements_[sql];
-    if (!stmt &&
-        sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT,
-                           &stmt, nullptr) != SQLITE_OK)
+    sqlite3_stmt*& stmt = statements_[key];
+    if (!stmt && sqlite3_prepare_v3(db_, std::string(sql()).c_str(), -1,
+                                    SQLITE_PREPARE_PERSISTENT, &stmt,
+                                    nullptr) != SQLITE_OK)
       throw Failure{sqlite3_errmsg(db_)};
     for (std::size_t i = 0; i < values.size(); ++i)
       Bind(stmt, static_cast<int>(i + 1), values[i]);
@@ -179,9 +180,24 @@ class KivStoreChange::Statements {
     return sqlite3_changes(db_);
   }
 
+  // The key of statement what of table; for an update, mask has a bit for
+  // each column it sets.
+  enum What : std::uint64_t {
+    kUpdate,
+    kDelete,
+    kInsert,
+    kMedia,
+    kRenumber,
+    kUnlink,
+    kLink
+  };
+  static std::uint64_t Key(What what, int table, std::uint64_t mask = 0) {
+    return what << 56 | static_cast<std::uint64_t>(table) << 48 | mask;
+  }
+
  private:
   sqlite3* db_;
-  std::unordered_map<std::string, sqlite3_stmt*> statements_;
+  std::unordered_map<std::uint64_t, sqlite3_stmt*> statements_;
 };
 
 KivStoreChange::KivStoreChange(sqlite3* db, std::string path)
@@ -293,7 +309,8 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
     const auto& rows = content.rows_;
     std::vector<bool> present(rows.size());
     // Where each wanted row stands (its rowid) once the changes are made.
-    std::unordered_map<std::string, std::int64_t> rowids;
+    std::vector<std::int64_t> rowids(rows.size());
+    using S = Statements;
     std::int64_t next[kiv::kTableCount] = {};  // by table: past every rowid
     // Rows removed and changed first, then added: an oid that changes kind
     // leaves its table before it enters the other.
@@ -301,12 +318,16 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
       const Table table = Table(t);
       const kiv::TableShape& shape = ShapeOf(table);
       const std::string name = Quoted(shape.name);
+      // An update's statement is known by the columns it sets, a bit each.
+      if (shape.columns.size() > 48)
+        throw Failure{"table " + name + " has more columns than apply takes"};
       // A status that names no server is kept while its owner stays: the
       // document has no element for it.
       const int server = ColumnIndex(table, "server");
       Rows have(db_, "SELECT " + kiv::SelectList(table, "") + " FROM " + name);
       std::int64_t last = 0;
       std::vector<std::int64_t> gone;
+      std::vector<W::Value> values;
       while (have.Next()) {
         const std::int64_t rowid = sqlite3_column_int64(have.stmt, 0);
         last = std::max(last, rowid);
@@ -327,24 +348,36 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
           continue;
         }
         present[it->second] = true;
-        rowids[oid] = rowid;
+        rowids[it->second] = rowid;
         const auto& want = rows[it->second].values;
-        std::string set;
-        std::vector<W::Value> values;
+        std::uint64_t mask = 0;
+        values.clear();
         for (std::size_t c = 0; c < shape.columns.size(); ++c) {
           const W::Value& v = want[c + 1];
           if (Same(have.stmt, kiv::FirstColumn(table) + static_cast<int>(c), v))
             continue;
-          set += (set.empty() ? "" : ", ") + Quoted(shape.columns[c]) + " = ?";
+          mask |= std::uint64_t{1} << c;
           values.push_back(v);
         }
-        if (set.empty()) continue;
-        run.Run("UPDATE " + name + " SET " + set + " WHERE rowid = ?", values,
-                rowid, true);
+        if (mask == 0) continue;
+        run.Run(
+            S::Key(S::kUpdate, t, mask),
+            [&] {
+              std::string set;
+              for (std::size_t c = 0; c < shape.columns.size(); ++c)
+                if ((mask >> c) & 1)
+                  set += (set.empty() ? "" : ", ") + Quoted(shape.columns[c]) +
+                         " = ?";
+              return "UPDATE " + name + " SET " + set + " WHERE rowid = ?";
+            },
+            values, rowid, true);
         ++counts_.changed;
       }
       for (std::int64_t rowid : gone) {
-        run.Run("DELETE FROM " + name + " WHERE rowid = ?", {}, rowid, true);
+        run.Run(
+            S::Key(S::kDelete, t),
+            [&] { return "DELETE FROM " + name + " WHERE rowid = ?"; }, {},
+            rowid, true);
         ++counts_.removed;
       }
       next[t] = last + 1;
@@ -352,36 +385,48 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
     for (std::size_t i = 0; i < rows.size(); ++i) {
       if (present[i]) continue;
       const Table table = Table(rows[i].table);
-      std::string marks;
-      for (std::size_t c = 0; c < rows[i].values.size(); ++c)
-        marks += c ? ", ?" : "?";
-      run.Run("INSERT INTO " + Quoted(ShapeOf(table).name) + " (" +
-                  kiv::ColumnList(table) + ") VALUES (" + marks + ")",
-              rows[i].values);
-      rowids[rows[i].values[0].bytes] = sqlite3_last_insert_rowid(db_);
+      run.Run(
+          S::Key(S::kInsert, table),
+          [&] {
+            std::string marks;
+            for (std::size_t c = 0; c < rows[i].values.size(); ++c)
+              marks += c ? ", ?" : "?";
+            return "INSERT INTO " + Quoted(ShapeOf(table).name) + " (" +
+                   kiv::ColumnList(table) + ") VALUES (" + marks + ")";
+          },
+          rows[i].values);
+      rowids[i] = sqlite3_last_insert_rowid(db_);
       next[table] = sqlite3_last_insert_rowid(db_) + 1;
       ++counts_.added;
     }
     // A media named and missing: a row with its identifier alone, as load
     // makes it.
     for (const std::string& oid : content.media_)
-      counts_.added += static_cast<std::size_t>(
-          run.Run("INSERT OR IGNORE INTO " + Quoted(ShapeOf(kiv::kMedia).name) +
-                      " (oid) VALUES (?)",
-                  {OidValue(oid)}));
+      counts_.added += static_cast<std::size_t>(run.Run(
+          S::Key(S::kMedia, kiv::kMedia),
+          [] {
+            return "INSERT OR IGNORE INTO " +
+                   Quoted(ShapeOf(kiv::kMedia).name) + " (oid) VALUES (?)";
+          },
+          {OidValue(oid)}));
     // Each list in the wanted order: the rows of a list out of it take new
     // rowids, in that order, past every other.
-    for (const auto& [key, oids] : content.lists_) {
+    for (const auto& [key, list] : content.lists_) {
       bool ordered = true;
-      for (std::size_t i = 1; i < oids.size() && ordered; ++i)
-        ordered = rowids[oids[i - 1]] < rowids[oids[i]];
+      for (std::size_t i = 1; i < list.size() && ordered; ++i)
+        ordered = rowids[list[i - 1]] < rowids[list[i]];
       if (ordered) continue;
-      std::int64_t& at = next[key.first];
-      for (const std::string& oid : oids) {
-        run.Run("UPDATE " + Quoted(ShapeOf(Table(key.first)).name) +
-                    " SET rowid = ? WHERE rowid = ?",
-                {W::Integer(at)}, rowids[oid], true);
-        rowids[oid] = at++;
+      const int t = key.first;
+      std::int64_t& at = next[t];
+      for (const std::size_t row : list) {
+        run.Run(
+            S::Key(S::kRenumber, t),
+            [&] {
+              return "UPDATE " + Quoted(ShapeOf(Table(t)).name) +
+                     " SET rowid = ? WHERE rowid = ?";
+            },
+            {W::Integer(at)}, rowids[row], true);
+        rowids[row] = at++;
       }
       ++counts_.reordered;
     }
@@ -406,11 +451,16 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
         const auto& wanted = want == content.links_.end() ? none : want->second;
         const auto found = have.find(o);
         if (found != have.end() && found->second == wanted) continue;
-        run.Run("DELETE FROM " + name + " WHERE " + owner + " = ?",
-                {OidValue(o)});
+        run.Run(
+            S::Key(S::kUnlink, t),
+            [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
+            {OidValue(o)});
         for (const std::string& target : wanted)
-          run.Run("INSERT INTO " + name + " (" + kiv::ColumnList(Table(t)) +
-                      ") VALUES (?, ?)",
+          run.Run(S::Key(S::kLink, t),
+                  [&] {
+                    return "INSERT INTO " + name + " (" +
+                           kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
+                  },
                   {OidValue(o), OidValue(target)});
         ++counts_.relinked;
       }
