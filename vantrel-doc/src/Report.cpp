@@ -1,5 +1,6 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <libexslt/exslt.h>
 #include <libxslt/transform.h>
 #include <libxslt/variables.h>
 #include <libxslt/xsltInternals.h>
@@ -53,6 +54,8 @@ bool MakeReport(const std::string& twin, const std::string& shown,
   // What the libraries find is told through their results, never raw.
   doc::QuietXmlErrors();
   xsltSetGenericErrorFunc(nullptr, Silent);
+  // The strings of EXSLT: the report finds what a list names by a key.
+  exsltRegisterAll();
   // The twin is this tool's own, checked as it was made: a value of any
   // length is read.
   Doc document(xmlReadMemory(twin.data(), static_cast<int>(twin.size()),
