@@ -12,7 +12,9 @@
 //   Refused  a value XML cannot carry, on FILE:LINE with its attribute;
 //            check's line on a document that is not well-formed
 //   Report   from an ill-formed document: every link resolves, every
-//            object and the picture show in headless Chromium
+//            object and the picture show in headless Chromium; of a
+//            generated store of thousands of objects, the same, its
+//            picture's boxes linked to the sites' rows
 //   Command  --help, --version, "-" for standard input and output, exit
 //            status 2 with the system's reason, a bad command line
 //   Signals  SIGINT, SIGTERM and SIGHUP while load or xml writes its file:
@@ -29,6 +31,7 @@
 #include <thread>
 
 #include "binaries.h"
+#include "shaped_store.h"
 #include "test_support.h"
 
 using binaries::Doc;
@@ -268,6 +271,37 @@ TEST(Report, FromAnIllFormedDocumentInChromium) {
         "TTHREE", "STWO", "PKTWO", "WEST", "HOME", "2026-02-02",
         "db=main;opt=&lt;a&amp;b&gt;"})
     EXPECT_NE(shown.out.find(name), std::string::npos) << name;
+}
+
+TEST(Report, OfThousandsOfObjectsInChromium) {
+  const std::string store = OutputPath("shaped.db");
+  MakeStore(store, {ShapedStoreSql(9000, true)});
+  const std::string doc = OutputPath("shaped.xml"),
+                    report = OutputPath("shaped-report.html");
+  Export(store, doc);
+  const RunResult made = Doc({"report", doc, report});
+  ASSERT_EQ(made.status, 0) << made.err;
+
+  const RunResult shown = test_support::ChromiumDom(report);
+  ASSERT_EQ(shown.status, 0) << shown.err;
+  const std::set<std::string> anchors = Matches(shown.out, " id=\"([^\"]+)\"");
+  for (const std::string& link : Matches(shown.out, "href=\"#([^\"]+)\""))
+    EXPECT_EQ(anchors.count(link), 1u) << "unresolved link #" << link;
+  const std::set<std::string> oids =
+      Matches(ReadFile(doc), "Oid=\"(x[0-9A-F]+)\"");
+  EXPECT_GT(oids.size(), 4000u);
+  for (const std::string& oid : oids)
+    EXPECT_EQ(anchors.count(oid), 1u) << "no row for " << oid;
+  // The picture: a box per site, each linked to its row.
+  const std::size_t svg = shown.out.find("<svg");
+  ASSERT_NE(svg, std::string::npos);
+  const std::string picture =
+      shown.out.substr(svg, shown.out.find("</svg>") - svg);
+  const std::set<std::string> drawn =
+      Matches(picture, "href=\"#(x[0-9A-F]+)\"");
+  EXPECT_EQ(drawn, Matches(ReadFile(doc),
+                           "<(?:EXTERNSITE|LOCALSITE) Oid=\"(x[0-9A-F]+)\""));
+  EXPECT_NE(picture.find("100 targets, 100 subscriptions"), std::string::npos);
 }
 
 // Inputs without end or without form end at once, in bounded memory: one

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "DocumentPicture.h"
 #include "Escape.h"
@@ -105,6 +106,82 @@ void PictureData::Element(const doc::Line& line, std::size_t,
   }
 }
 
+namespace {
+
+// Past the drawing of every object: a box per site, linked to its row, with
+// the targets and subscriptions that replicate through it, and the servers
+// and package definitions they involve. False, with graph untouched, when
+// there are no sites with replication or too many sites to draw.
+bool SiteOverview(const PictureData& data, doc::Graph* graph) {
+  struct Site {
+    std::string name, group;
+    std::size_t targets = 0, subscriptions = 0;
+    std::set<std::string> servers, packages;
+  };
+  std::map<std::string, Site> sites;
+  std::map<std::string, std::string> kindOf;  // a target's or subscription's
+  for (const auto& n : data.Nodes()) {
+    if (n.group == "Extern sites" || n.group == "Local site")
+      sites[n.id] = Site{n.name, n.group, 0, 0, {}, {}};
+    else if (n.group == "Subscribing targets" || n.group == "Subscriptions")
+      kindOf[n.id] = n.group;
+  }
+  if (sites.empty() || sites.size() > kMostDrawn) return false;
+  std::map<std::string, Site*> siteOf;  // of a target or subscription
+  for (const auto& e : data.Edges()) {
+    const auto site = sites.find(e.to);
+    if (e.label != "site" || site == sites.end()) continue;
+    siteOf[e.from] = &site->second;
+    ++(kindOf[e.from] == "Subscriptions" ? site->second.subscriptions
+                                         : site->second.targets);
+  }
+  for (const auto& e : data.Edges()) {
+    const auto site = siteOf.find(e.from);
+    if (site == siteOf.end()) continue;
+    if (e.label == "captures" || e.label == "applies")
+      site->second->servers.insert(e.to);
+    else if (e.label == "package")
+      site->second->packages.insert(e.to);
+  }
+  const auto plural = [](std::size_t n, const char* one, const char* many) {
+    return std::to_string(n) + " " + (n == 1 ? one : many);
+  };
+  std::string local;
+  for (const auto& [oid, site] : sites) {
+    doc::Graph::Node v;
+    v.key = oid;
+    v.label = doc::GraphLabel(site.name.empty() ? oid : site.name);
+    if (site.targets + site.subscriptions)
+      v.label += "\n" + plural(site.servers.size(), "server", "servers") +
+                 ", " +
+                 plural(site.packages.size(), "package definition",
+                        "package definitions");
+    v.tooltip = doc::GraphLabel(site.group + " " + oid);
+    v.fill = Fill(site.group);
+    v.url = "#" + oid;
+    graph->nodes.push_back(std::move(v));
+    if (site.group == "Local site") local = oid;
+  }
+  // What replicates through each site, drawn from the local site, or as
+  // the sites' own counts when the document has none.
+  for (const auto& [oid, site] : sites) {
+    if (oid == local || site.targets + site.subscriptions == 0) continue;
+    const std::string what =
+        plural(site.targets, "target", "targets") + ", " +
+        plural(site.subscriptions, "subscription", "subscriptions");
+    if (local.empty())
+      graph
+          ->nodes[static_cast<std::size_t>(
+              std::distance(sites.begin(), sites.find(oid)))]
+          .label += "\n" + what;
+    else
+      graph->edges.push_back({local, oid, what, ""});
+  }
+  return true;
+}
+
+}  // namespace
+
 bool DrawPicture(const PictureData& data, std::string* svg,
                  std::string* error) {
   doc::Graph graph;
@@ -124,6 +201,7 @@ bool DrawPicture(const PictureData& data, std::string* svg,
       graph.edges.push_back({e.from, e.to, e.label, ""});
     return doc::DrawSvg(graph, svg, error);
   }
+  if (SiteOverview(data, &graph)) return doc::DrawSvg(graph, svg, error);
   // An overview: a box per kind with its count, a link per pair of kinds
   // with the number of links it stands for.
   std::map<std::string, std::string> groupOf;
