@@ -292,6 +292,21 @@ TEST(Report, OfThousandsOfObjectsInChromium) {
   EXPECT_GT(oids.size(), 4000u);
   for (const std::string& oid : oids)
     EXPECT_EQ(anchors.count(oid), 1u) << "no row for " << oid;
+  // A row names what refers to it from a list: a package definition for a
+  // data domain it holds whole, a project for a vault server it uses.
+  const auto row = [&](const std::string& oid) {
+    const std::size_t at = shown.out.find("<tr id=\"" + oid + "\"");
+    return at == std::string::npos
+               ? std::string()
+               : shown.out.substr(at, shown.out.find("</tr>", at) - at);
+  };
+  EXPECT_NE(row("x4130303030303031")
+                .find("PACKAGEDEFINITION <a href=\"#x4B30303030303031\""),
+            std::string::npos)
+      << row("x4130303030303031");
+  EXPECT_NE(row("x5630303030303031").find("PROJECT <a href=\"#x50"),
+            std::string::npos)
+      << row("x5630303030303031");
   // The picture: a box per site, each linked to its row.
   const std::size_t svg = shown.out.find("<svg");
   ASSERT_NE(svg, std::string::npos);
