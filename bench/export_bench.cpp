@@ -329,6 +329,43 @@ void BM_ApplyVsExport(benchmark::State& state) {
 
 BENCHMARK(BM_ApplyVsExport)->Iterations(3)->Unit(benchmark::kMillisecond);
 
+// The report of a document of about 2.7 and of about 27 thousand objects,
+// beside the well-formed copy of the larger one: ten times the objects
+// should cost about ten times the time.
+void BM_ReportScales(benchmark::State& state) {
+  const std::string dir = BENCH_DIR;
+  // About 0.56 objects a row.
+  const std::string small = dir + "/report-small.xml",
+                    large = dir + "/report-large.xml";
+  Export(Store(4850, false), small);
+  Export(Store(48500, false), large);
+  const std::string page = dir + "/report.html", twin = dir + "/twin.xml";
+  double smallS = 0, largeS = 0, xml = 0;
+  std::ostringstream sink;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    if (DocReport(small, page, sink, sink) != 0)
+      state.SkipWithError("the report failed");
+    const auto t1 = std::chrono::steady_clock::now();
+    if (DocReport(large, page, sink, sink) != 0)
+      state.SkipWithError("the report failed");
+    const auto t2 = std::chrono::steady_clock::now();
+    if (DocXml(large, twin, sink, sink) != 0) state.SkipWithError("xml failed");
+    const auto t3 = std::chrono::steady_clock::now();
+    smallS += Seconds(t1 - t0);
+    largeS += Seconds(t2 - t1);
+    xml += Seconds(t3 - t2);
+    sink.str("");
+  }
+  const double n = static_cast<double>(state.iterations());
+  state.counters["report2.7k_s"] = smallS / n;
+  state.counters["report27k_s"] = largeS / n;
+  state.counters["x27kVs2.7k"] = largeS / smallS;
+  state.counters["x27kVsXml"] = largeS / xml;
+}
+
+BENCHMARK(BM_ReportScales)->Iterations(2)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
 int main(int argc, char** argv) {
