@@ -558,8 +558,6 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason,
   return false;
 }
 
-std::size_t Reader::maxLine = std::size_t{256} << 20;
-
 Reader::Reader(int fd) : fd_(fd), buffer_(1 << 16) {}
 
 Reader::~Reader() {
@@ -591,11 +589,11 @@ bool Reader::Next(std::string_view& text) {
     end_ -= begin_;
     begin_ = 0;
     if (end_ == buffer_.size()) {
-      if (buffer_.size() >= maxLine) {
+      if (buffer_.size() >= kMaxLine) {
         tooLong_ = true;
         return false;
       }
-      buffer_.resize(std::min(2 * buffer_.size(), maxLine + 1));
+      buffer_.resize(std::min(2 * buffer_.size(), kMaxLine + 1));
     }
     const ssize_t got =
         ::read(fd_, buffer_.data() + end_, buffer_.size() - end_);

@@ -148,12 +148,12 @@ class Reader {
   bool Next(std::string_view& text);
   std::size_t LineNumber() const { return number_; }
   bool EndedWithoutNewline() const { return noNewline_; }
-  // True when reading stopped at a line longer than maxLine.
+  // True when reading stopped at a line longer than kMaxLine.
   bool TooLong() const { return tooLong_; }
   // The longest line read, far above the longest value a store holds: a
   // longer one is not a document the exporter writes (/dev/zero is one
-  // endless line). Tests lower it.
-  static std::size_t maxLine;
+  // endless line).
+  static constexpr std::size_t kMaxLine = std::size_t{256} << 20;
   // The system's reason when a read failed, or 0.
   int Error() const { return error_; }
 

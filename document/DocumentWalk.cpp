@@ -754,7 +754,7 @@ Walked Walk(const std::string& file, Visitor& visitor) {
   } else if (reader.TooLong()) {
     visitor.Problem(reader.LineNumber() + 1,
                     "a line longer than " +
-                        std::to_string(Reader::maxLine >> 20) +
+                        std::to_string(Reader::kMaxLine >> 20) +
                         " MiB: not a document the exporter writes");
   } else if (reader.Error()) {
     visitor.Problem(reader.LineNumber(),

@@ -308,22 +308,6 @@ TEST(Check, TheFirstHundredProblemsInTheirOrder) {
   EXPECT_EQ(piped.err.substr(0, 11), "<stdin>:28:");
 }
 
-// A line past the reader's limit ends the reading there: /dev/zero is one
-// endless line.
-TEST(Check, ALineLongerThanTheLimitEndsTheReading) {
-  const std::size_t limit = doc::Reader::maxLine;
-  doc::Reader::maxLine = 1 << 20;
-  const std::string file = OutputPath("long-line.xml");
-  WriteFile(file, Changed("Name=\"beta\"",
-                          "Name=\"" + std::string(2 << 20, 'b') + "\""));
-  const Outcome o = Doc(DocCheck, file);
-  doc::Reader::maxLine = limit;
-  EXPECT_EQ(o.rc, 1);
-  EXPECT_EQ(o.err, file +
-                       ":29: a line longer than 1 MiB: not a document the "
-                       "exporter writes\n");
-}
-
 // The golden document with the business domain of the second domain moved
 // to the end of the first.
 std::string MovedToFirstDomain() {

@@ -12,7 +12,6 @@
 
 namespace kiv {
 
-int AdminStore::busyTimeoutMs = 5000;
 const char AdminStore::kOutOfMemory[] = "cannot allocate memory";
 
 AdminStore::AdminStore(sqlite3* db, std::string path, bool owned)

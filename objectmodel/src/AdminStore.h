@@ -160,8 +160,10 @@ class AdminStore {
   // True once a bad row was reported.
   bool Failed() const { return failed_; }
 
-  // How long a reader waits for a writer's lock before giving up.
-  static int busyTimeoutMs;
+  // How long a reader waits for a writer's lock before giving up, in whole
+  // seconds.
+  static constexpr int kBusyTimeoutMs = 5000;
+  static_assert(kBusyTimeoutMs % 1000 == 0, "messages tell it in seconds");
   // The reason given when memory runs out.
   static const char kOutOfMemory[];
 

@@ -60,9 +60,7 @@ std::string Reason(sqlite3* db, int rc) {
     case SQLITE_BUSY:
       return "the store is locked by a process writing to it; gave up after "
              "waiting " +
-             (AdminStore::busyTimeoutMs % 1000
-                  ? std::to_string(AdminStore::busyTimeoutMs) + " ms"
-                  : std::to_string(AdminStore::busyTimeoutMs / 1000) + " s") +
+             std::to_string(AdminStore::kBusyTimeoutMs / 1000) + " s" +
              ": retry once the writer has finished";
     case SQLITE_NOTADB:
       return "the file is not a SQLite database: name a store made from the "

@@ -54,7 +54,7 @@ sqlite3* OpenStoreFile(const char* path) {
   }
   sqlite3_extended_result_codes(db, 1);
   // A writer holding its lock makes the reader wait instead of failing.
-  sqlite3_busy_timeout(db, AdminStore::busyTimeoutMs);
+  sqlite3_busy_timeout(db, AdminStore::kBusyTimeoutMs);
   return db;
 }
 

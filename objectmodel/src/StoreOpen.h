@@ -13,7 +13,7 @@ namespace kiv {
 constexpr int kFormatVersion = KIV_FORMAT_VERSION;
 
 // Opens the store file at path read-only, waiting for a writer's lock up to
-// AdminStore::busyTimeoutMs. It must be a regular file, not empty; the name
+// AdminStore::kBusyTimeoutMs. It must be a regular file, not empty; the name
 // is a path, never a URI. Throws StoreError saying why it cannot be opened.
 sqlite3* OpenStoreFile(const char* path);
 // The built-in demonstration, in a database of its own in memory. Throws
