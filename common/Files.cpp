@@ -1,10 +1,12 @@
 #include "Files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 namespace vantrel {
 
@@ -53,6 +55,30 @@ Copied CopyFile(int from, int to, std::uint64_t limit) {
 std::string TemporaryDirectory() {
   const char* dir = std::getenv("TMPDIR");
   return dir && *dir ? dir : "/tmp";
+}
+
+unsigned NewFileMode() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return 0666 & ~mask;
+}
+
+int MakePartialFile(std::string pattern, unsigned mode, const struct stat* like,
+                    std::string* path) {
+  const int fd = ::mkstemp(&pattern[0]);
+  if (fd < 0) return errno;
+  // The owner first: a new owner clears the set-id bits of the mode.
+  if (like && (like->st_uid != ::geteuid() || like->st_gid != ::getegid()))
+    (void)::fchown(fd, like->st_uid, like->st_gid);  // where it may
+  const int moded = ::fchmod(fd, static_cast<mode_t>(mode));
+  const int saved = errno;
+  ::close(fd);
+  if (moded != 0) {
+    ::unlink(pattern.c_str());
+    return saved;
+  }
+  *path = std::move(pattern);
+  return 0;
 }
 
 int AnonymousFile() {

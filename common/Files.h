@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 
+struct stat;
+
 namespace vantrel {
 
 // Writes the file or directory at path to the disk; false with errno set.
@@ -13,6 +15,16 @@ bool Sync(const std::string& path);
 // The directory of path ("." for a bare name), whose entry of path a rename
 // or a link changes.
 std::string DirectoryOf(const std::string& path);
+
+// The mode a tool gives a file it creates: 0666 less the umask.
+unsigned NewFileMode();
+// Creates a new, empty file from pattern, whose "XXXXXX" ending becomes
+// unique, with the owner and group of like when given (where the user may)
+// and then mode; sets *path to its name. 0, or the errno of the step that
+// failed, with no file left. The file that is to replace another whole,
+// once written and synced.
+int MakePartialFile(std::string pattern, unsigned mode, const struct stat* like,
+                    std::string* path);
 
 // How a copy ended.
 enum class Copied { kWhole, kReadFailed, kWriteFailed, kTooLarge };

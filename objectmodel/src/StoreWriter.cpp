@@ -35,22 +35,13 @@ std::unique_ptr<KivStoreWriter> KivStoreWriter::Create(const std::string& path,
     *error = "the file exists: a store is never written over";
     return nullptr;
   }
-  std::string partial = path + ".partial-XXXXXX";
-  const int fd = ::mkstemp(&partial[0]);
-  if (fd < 0) {
-    *error = std::string("cannot create the file: ") + std::strerror(errno);
-    return nullptr;
-  }
-  // mkstemp makes the file private; a store gets the mode of any file a
-  // tool creates, so that the accounts the umask lets in can read it.
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  const int chmodded = ::fchmod(fd, 0666 & ~mask);
-  const int saved = errno;
-  ::close(fd);
-  if (chmodded != 0) {
-    std::remove(partial.c_str());
-    *error = std::string("cannot create the file: ") + std::strerror(saved);
+  // A store gets the mode of any file a tool creates, so that the accounts
+  // the umask lets in can read it.
+  std::string partial;
+  if (const int failed =
+          vantrel::MakePartialFile(path + ".partial-XXXXXX",
+                                   vantrel::NewFileMode(), nullptr, &partial)) {
+    *error = std::string("cannot create the file: ") + std::strerror(failed);
     return nullptr;
   }
   sqlite3* db = nullptr;

@@ -132,35 +132,21 @@ bool Output::Open(const std::string& path, std::string* error, bool regularOnly,
   std::string partial =
       direct_ >= 0 ? vantrel::TemporaryDirectory() + "/vantrel-doc-XXXXXX"
                    : path_ + ".partial-XXXXXX";
-  const int fd = ::mkstemp(&partial[0]);
-  if (fd < 0) {
-    *error = Reason(errno);
+  // A replaced file keeps its owner, group and mode; a new one has the
+  // mode of any file a tool creates, a spool only its owner's.
+  const bool replacing = existed && direct_ < 0;
+  const unsigned mode = replacing      ? old.st_mode & 07777
+                        : direct_ >= 0 ? 0600
+                                       : vantrel::NewFileMode();
+  if (const int failed = vantrel::MakePartialFile(
+          partial, mode, replacing ? &old : nullptr, &partial_)) {
+    *error = Reason(failed);
     if (direct_ >= 0)
       *error = "cannot create a file in the temporary directory " +
                vantrel::Escaped(vantrel::TemporaryDirectory()) + ": " + *error;
     return false;
   }
-  partial_ = partial;
   SetPartialFile(partial_.c_str());
-  // A replaced file keeps its owner, group and mode (set in that order: a
-  // new owner clears the set-id bits); a new one has the mode of any file a
-  // tool creates.
-  bool moded;
-  if (existed && direct_ < 0) {
-    if (old.st_uid != ::geteuid() || old.st_gid != ::getegid())
-      (void)::fchown(fd, old.st_uid, old.st_gid);  // where it may
-    moded = ::fchmod(fd, old.st_mode & 07777) == 0;
-  } else {
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    moded = ::fchmod(fd, direct_ >= 0 ? 0600 : 0666 & ~mask) == 0;
-  }
-  const int saved = errno;
-  ::close(fd);
-  if (!moded) {
-    *error = Reason(saved);
-    return false;
-  }
   file_.open(partial_, std::ios::binary | std::ios::trunc);
   if (!file_) {
     *error = Reason(errno);
