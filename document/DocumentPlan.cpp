@@ -321,22 +321,20 @@ Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
     plan.added += kinds.size();
   plan.changes.reserve(plan.removed + plan.added + plan.changed + plan.moved);
 
-  for (const auto& kinds : byAction[PlanChange::kRemoved])
-    for (const std::uint32_t i : kinds) {
-      const auto& o = before.Objects()[i];
-      plan.changes.push_back(NewChange(PlanChange::kRemoved, o.kind, o.kind,
-                                       Planner::Self(before, o),
-                                       planner.Ref(before, o.parent)));
-      plan.changes.back().values = planner.AllValues(before, o, false);
-    }
-  for (const auto& kinds : byAction[PlanChange::kAdded])
-    for (const std::uint32_t i : kinds) {
-      const auto& o = after.Objects()[i];
-      plan.changes.push_back(NewChange(PlanChange::kAdded, o.kind, o.kind,
-                                       Planner::Self(after, o),
-                                       planner.Ref(after, o.parent)));
-      plan.changes.back().values = planner.AllValues(after, o, true);
-    }
+  // An object removed or added, with every value it had or has.
+  const auto whole = [&](PlanChange::Action action, const PlanDocument& doc) {
+    for (const auto& kinds : byAction[action])
+      for (const std::uint32_t i : kinds) {
+        const auto& o = doc.Objects()[i];
+        plan.changes.push_back(NewChange(action, o.kind, o.kind,
+                                         Planner::Self(doc, o),
+                                         planner.Ref(doc, o.parent)));
+        plan.changes.back().values =
+            planner.AllValues(doc, o, action == PlanChange::kAdded);
+      }
+  };
+  whole(PlanChange::kRemoved, before);
+  whole(PlanChange::kAdded, after);
   for (const auto& kinds : byAction[PlanChange::kChanged])
     for (const std::uint32_t i : kinds) {
       const auto& now = after.Objects()[i];

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "Checker.h"
+#include "Copy.h"
 #include "Escape.h"
 #include "Output.h"
 #include "VantrelDoc.h"

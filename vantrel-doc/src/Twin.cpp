@@ -1,6 +1,7 @@
 #include <ostream>
 
 #include "Checker.h"
+#include "Copy.h"
 #include "Output.h"
 #include "TwinWriter.h"
 #include "VantrelDoc.h"

@@ -6,7 +6,7 @@
 #include <ostream>
 #include <string>
 
-#include "Checker.h"
+#include "Copy.h"
 #include "DocumentWrite.h"
 
 class TwinWriter : public ReportingWriter {
