@@ -154,6 +154,7 @@ bool Holds(const std::string& path, std::string_view bytes) {
 struct Temporary {
   Temporary() {
     fd = ::memfd_create("vantrel-apply", MFD_CLOEXEC);
+    error = fd < 0 ? errno : 0;
     path = fd < 0 ? std::string() : "/proc/self/fd/" + std::to_string(fd);
   }
   ~Temporary() {
@@ -162,6 +163,7 @@ struct Temporary {
   Temporary(const Temporary&) = delete;
   Temporary& operator=(const Temporary&) = delete;
   int fd = -1;
+  int error = 0;  // why there is no file
   std::string path;
 };
 
@@ -327,10 +329,11 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                          error + "): apply writes only a store of the schema",
                      2);
   }
+  // The reason is the one of its making: errno has moved on since.
   if (now.fd < 0)
-    return refused(
-        std::string("cannot make a file in memory: ") + std::strerror(errno),
-        2);
+    return refused(std::string("cannot make a file in memory: ") +
+                       std::strerror(now.error),
+                   2);
   if (exported == kNotExported)
     return Interruption::Caught()
                ? interrupted()
