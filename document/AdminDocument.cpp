@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -482,6 +483,26 @@ int AttributeIndex(Kind kind, std::string_view name) {
   }
   return -1;
 }
+
+namespace {
+
+// Where each kind's layout holds attribute name, looked up once.
+template <const char* kName>
+int CachedIndex(Kind kind) {
+  static const auto at = [] {
+    std::array<int, kKindCount> each{};
+    for (std::size_t k = 0; k < kKindCount; ++k)
+      each[k] = AttributeIndex(static_cast<Kind>(k), kName);
+    return each;
+  }();
+  return at[kind];
+}
+constexpr char kOidName[] = "Oid", kNameName[] = "Name";
+
+}  // namespace
+
+int OidIndex(Kind kind) { return CachedIndex<kOidName>(kind); }
+int NameIndex(Kind kind) { return CachedIndex<kNameName>(kind); }
 
 bool ValidValue(Field field, std::string_view value) {
   const bool identifier = field == O || field == R || field == M;

@@ -115,6 +115,10 @@ bool ReadLine(std::string_view text, Line& line, std::string* reason,
 // The index of the attribute named name in the layout of kind (its leading
 // blank, if any, left out), or -1.
 int AttributeIndex(Kind kind, std::string_view name);
+// AttributeIndex of a kind's Oid and of its Name, looked up once: for the
+// loops that ask it of every element.
+int OidIndex(Kind kind);
+int NameIndex(Kind kind);
 
 // True when value suits field as the exporter writes it: an identifier
 // with its "x" and upper-case hexadecimal, a list of them each followed by a

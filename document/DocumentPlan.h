@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -126,23 +125,5 @@ struct Plan {
 // The plan that makes before into after; both walked and finished. A list
 // reordered is told by the fewest moves that order it.
 Plan MakePlan(const PlanDocument& before, const PlanDocument& after);
-
-// The plan as lines of text, then its totals; nothing for an empty plan.
-// With at most lines of changes shown, the rest are counted in one line.
-void WritePlanText(const Plan& plan, std::ostream& out,
-                   std::size_t most = static_cast<std::size_t>(-1));
-// "3 added, 1 removed, 4 changed, 1 moved".
-std::string PlanTotals(const Plan& plan);
-// The plan as one JSON object, as the plan's JSON Schema describes it.
-void WritePlanJson(const Plan& plan, std::ostream& out);
-// Writes the plan's JSON object, on one line, into a line of the apply
-// log: the caller gives the keys around it.
-std::string PlanJsonText(const Plan& plan);
-
-// A text of a document as JSON may carry it: itself when it is UTF-8, else
-// escaped as messages show it.
-std::string JsonSafe(std::string_view text);
-// Whether text is UTF-8 as Utf8At takes it.
-bool Utf8(std::string_view text);
 
 }  // namespace doc

@@ -7,6 +7,7 @@
 
 #include "DocumentPicture.h"
 #include "Escape.h"
+#include "PlanViews.h"
 
 namespace doc {
 namespace {

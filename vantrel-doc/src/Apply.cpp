@@ -28,6 +28,7 @@
 #include "Hex.h"
 #include "KivStoreChange.h"
 #include "Output.h"
+#include "PlanViews.h"
 #include "Plans.h"
 #include "SdaiSession.h"
 #include "Vantrel.h"

@@ -15,6 +15,7 @@
 
 #include "Files.h"
 #include "Hex.h"
+#include "PlanViews.h"
 
 std::string Sha256(std::string_view bytes) {
   unsigned char digest[EVP_MAX_MD_SIZE];

@@ -7,6 +7,7 @@
 #include "Checker.h"
 #include "Output.h"
 #include "PlanPage.h"
+#include "PlanViews.h"
 
 int ReadForPlan(const std::string& file, doc::PlanDocument& doc,
                 std::ostream& err, doc::Visitor* visitor) {

@@ -1,6 +1,6 @@
+#include <libexslt/exslt.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
-#include <libexslt/exslt.h>
 #include <libxslt/transform.h>
 #include <libxslt/variables.h>
 #include <libxslt/xsltInternals.h>

@@ -1,0 +1,336 @@
+#include "PlanViews.h"
+
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <ostream>
+
+#include "Escape.h"
+
+namespace doc {
+
+namespace {
+
+const char* const kActions[] = {"removed", "added", "changed", "moved"};
+
+// Each piece of a line of the plan, appended to its text.
+void Quoted(std::string& line, std::string_view value) {
+  line += '"';
+  vantrel::AppendEscaped(line, value);
+  line += '"';
+}
+
+// An identifier with the name of what it names, when it has one.
+void Named(std::string& line, const PlanRef& ref) {
+  line += ref.oid;
+  if (ref.name.empty()) return;
+  line += " (";
+  Quoted(line, ref.name);
+  line += ')';
+}
+
+void Where(std::string& line, const PlanRef& parent) {
+  if (parent.oid.empty())
+    line += "the document";
+  else
+    Named(line, parent);
+}
+
+// The object as a line of the plan begins with it, after its action.
+void Object(std::string& line, const char* action, const PlanChange& c) {
+  ((line += action) += LayoutOf(c.kind).name) += ' ';
+  line += c.object.oid;
+  if (NameIndex(c.kind) < 0) return;
+  line += ' ';
+  Quoted(line, c.object.name);
+}
+
+// A value of an attribute with the names of what it names.
+void Shown(std::string& line, bool present, std::string_view value,
+           const std::vector<PlanRef>& refs) {
+  if (!present) {
+    line += "(none)";
+    return;
+  }
+  Quoted(line, value);
+  const auto named =
+      std::find_if(refs.begin(), refs.end(),
+                   [](const PlanRef& r) { return !r.name.empty(); });
+  if (named == refs.end()) return;
+  line += " (";
+  for (const PlanRef& r : refs) {
+    if (&r != &refs.front()) line += ", ";
+    if (r.name.empty())
+      line += r.oid;
+    else
+      Quoted(line, r.name);
+  }
+  line += ')';
+}
+
+// Calls done(line) after each line of change c is written into line.
+template <typename F>
+void Lines(const PlanChange& c, std::string& line, F done) {
+  switch (c.action) {
+    case PlanChange::kRemoved:
+      Object(line, "removed ", c);
+      return done(line);
+    case PlanChange::kAdded:
+      Object(line, "added ", c);
+      line += " in ";
+      Where(line, c.parent);
+      return done(line);
+    case PlanChange::kChanged:
+      if (c.wasKind != c.kind) {
+        ((line += "changed ") += c.object.oid) += " from a ";
+        ((line += LayoutOf(c.wasKind).name) += " to a ") +=
+            LayoutOf(c.kind).name;
+        return done(line);
+      }
+      for (const PlanValue& v : c.values) {
+        Object(line, "changed ", c);
+        ((line += ' ') += LayoutOf(c.kind).attributes[v.attribute].name) +=
+            ": ";
+        Shown(line, v.had, v.from, v.fromRefs);
+        line += " -> ";
+        Shown(line, v.has, v.to, v.toRefs);
+        done(line);
+      }
+      return;
+    case PlanChange::kMoved:
+      Object(line, "moved ", c);
+      if (c.fromPlace == 0) {
+        line += " from ";
+        Where(line, c.fromParent);
+        line += " to ";
+        Where(line, c.parent);
+      } else {
+        line += " in ";
+        Where(line, c.parent);
+        ((line += " from place ") += std::to_string(c.fromPlace)) +=
+            " to place ";
+        line += std::to_string(c.toPlace);
+      }
+      return done(line);
+  }
+}
+
+}  // namespace
+
+std::string PlanTotals(const Plan& plan) {
+  return std::to_string(plan.added) + " added, " +
+         std::to_string(plan.removed) + " removed, " +
+         std::to_string(plan.changed) + " changed, " +
+         std::to_string(plan.moved) + " moved";
+}
+
+void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
+  if (plan.Empty()) return;
+  std::size_t shown = 0, left = 0;
+  // Lines are written into one block, given to out 64 KiB at a time; a
+  // line past most is taken back.
+  std::string block;
+  for (const PlanChange& c : plan.changes) {
+    std::size_t start = block.size();
+    Lines(c, block, [&](std::string& text) {
+      if (shown == most) {
+        ++left;
+        text.resize(start);
+        return;
+      }
+      ++shown;
+      text += '\n';
+      if (text.size() >= (1 << 16)) {
+        out.write(text.data(), static_cast<std::streamsize>(text.size()));
+        text.clear();
+      }
+      start = text.size();
+    });
+  }
+  out << block;
+  if (left) out << "and " << left << " more\n";
+  out << PlanTotals(plan) << "\n";
+}
+
+bool Utf8(std::string_view text) {
+  for (std::size_t i = 0; i < text.size();) {
+    if (static_cast<unsigned char>(text[i]) < 0x80) {
+      ++i;
+      continue;
+    }
+    const std::size_t n = vantrel::Utf8At(text, i);
+    if (n == 0) return false;
+    i += n;
+  }
+  return true;
+}
+
+std::string JsonSafe(std::string_view text) {
+  return Utf8(text) ? std::string(text) : vantrel::Escaped(text);
+}
+
+namespace {
+
+using Compact = rapidjson::Writer<rapidjson::StringBuffer>;
+
+// s as a JSON string: itself when it is UTF-8, else escaped.
+void Text(Compact& w, std::string_view s) {
+  if (Utf8(s)) {
+    w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
+    return;
+  }
+  const std::string safe = vantrel::Escaped(s);
+  w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
+}
+
+void Ref(Compact& w, const PlanRef& r) {
+  if (r.oid.empty()) return static_cast<void>(w.Null());
+  w.StartObject();
+  w.Key("oid");
+  Text(w, r.oid);
+  w.Key("name");
+  Text(w, r.name);
+  w.EndObject();
+}
+
+void Refs(Compact& w, const char* key, const std::vector<PlanRef>& list) {
+  w.Key(key);
+  w.StartArray();
+  for (const PlanRef& r : list) Ref(w, r);
+  w.EndArray();
+}
+
+// Change c as one JSON object.
+void Change(Compact& w, const PlanChange& c) {
+  w.StartObject();
+  w.Key("action");
+  w.String(kActions[c.action]);
+  w.Key("kind");
+  w.String(LayoutOf(c.kind).name);
+  if (c.wasKind != c.kind) {
+    w.Key("was_kind");
+    w.String(LayoutOf(c.wasKind).name);
+  }
+  w.Key("oid");
+  Text(w, c.object.oid);
+  w.Key("name");
+  Text(w, c.object.name);
+  w.Key("parent");
+  Ref(w, c.parent);
+  if (c.action == PlanChange::kMoved) {
+    w.Key("from_parent");
+    Ref(w, c.fromParent);
+    if (c.fromPlace) {
+      w.Key("from_place");
+      w.Uint64(c.fromPlace);
+      w.Key("to_place");
+      w.Uint64(c.toPlace);
+    }
+  }
+  if (c.action != PlanChange::kMoved && c.wasKind == c.kind) {
+    w.Key("attributes");
+    w.StartArray();
+    for (const PlanValue& v : c.values) {
+      const Attribute& a = LayoutOf(c.kind).attributes[v.attribute];
+      w.StartObject();
+      w.Key("attribute");
+      w.String(a.name);
+      w.Key("old");
+      if (v.had)
+        Text(w, v.from);
+      else
+        w.Null();
+      w.Key("new");
+      if (v.has)
+        Text(w, v.to);
+      else
+        w.Null();
+      if (a.field == Field::kRef || a.field == Field::kRefs ||
+          a.field == Field::kMedia) {
+        Refs(w, "old_refs", v.fromRefs);
+        Refs(w, "new_refs", v.toRefs);
+      }
+      w.EndObject();
+    }
+    w.EndArray();
+  }
+  w.EndObject();
+}
+
+// Writes the plan through writer, flushing its buffer to out (when given)
+// a block at a time. Each change and each list is one line of its own.
+template <typename Writer>
+void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
+               std::ostream* out) {
+  rapidjson::StringBuffer one;
+  Compact compact(one);
+  const auto put = [&] {
+    w.RawValue(one.GetString(), one.GetSize(), rapidjson::kObjectType);
+    one.Clear();
+    compact.Reset(one);
+  };
+  const auto flush = [&] {
+    if (!out || buffer.GetSize() < (1 << 16)) return;
+    out->write(buffer.GetString(),
+               static_cast<std::streamsize>(buffer.GetSize()));
+    buffer.Clear();
+  };
+  w.StartObject();
+  w.Key("format");
+  w.String("vantrel-doc plan 1");
+  w.Key("totals");
+  w.StartObject();
+  const std::pair<const char*, std::size_t> totals[] = {
+      {"added", plan.added},
+      {"removed", plan.removed},
+      {"changed", plan.changed},
+      {"moved", plan.moved}};
+  for (const auto& [key, count] : totals) {
+    w.Key(key);
+    w.Uint64(count);
+  }
+  w.EndObject();
+  w.Key("changes");
+  w.StartArray();
+  for (const PlanChange& c : plan.changes) {
+    Change(compact, c);
+    put();
+    flush();
+  }
+  w.EndArray();
+  w.Key("reordered");
+  w.StartArray();
+  for (const PlanList& l : plan.reordered) {
+    compact.StartObject();
+    compact.Key("kind");
+    compact.String(LayoutOf(l.kind).name);
+    compact.Key("parent");
+    Ref(compact, l.parent);
+    compact.EndObject();
+    put();
+  }
+  w.EndArray();
+  w.EndObject();
+}
+
+}  // namespace
+
+void WritePlanJson(const Plan& plan, std::ostream& out) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+  writer.SetIndent(' ', 2);
+  WriteJson(plan, writer, buffer, &out);
+  out.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
+  out << '\n';
+}
+
+std::string PlanJsonText(const Plan& plan) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  WriteJson(plan, writer, buffer, nullptr);
+  return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace doc
