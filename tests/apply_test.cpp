@@ -338,6 +338,12 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                               "\"x\" -> \"alpha\"\n"),
             std::string::npos)
       << staleRun.err;
+  // A refused document's problems come first, on their lines, and before
+  // anything of a store: one that does not exist is not named.
+  const RunResult refused =
+      Doc({"apply", cut, OutputPath("apply-no-such-store.db")});
+  EXPECT_EQ(refused.err.rfind(cut + ":", 0), 0u) << refused.err;
+  EXPECT_EQ(refused.err.find("cannot open"), std::string::npos) << refused.err;
   // The plan of the dry run, as diff lists it.
   const RunResult plan = Doc({"apply", "--dry-run", wanted, store});
   EXPECT_EQ(plan.out,
