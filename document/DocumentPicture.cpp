@@ -56,14 +56,41 @@ bool DrawSvg(const Graph& graph, std::string* svg, std::string* error) {
   defaults(AGEDGE, "style", "solid");
   defaults(AGEDGE, "fontname", "sans-serif");
   defaults(AGEDGE, "fontsize", "10");
+  defaults(AGEDGE, "ltail", "");
+  if (!graph.clusters.empty()) {
+    defaults(AGRAPH, "compound", "true");
+    defaults(AGRAPH, "label", "");
+    defaults(AGRAPH, "labeljust", "l");
+    defaults(AGRAPH, "style", "rounded,filled");
+    defaults(AGRAPH, "fillcolor", "white");
+    defaults(AGRAPH, "URL", "");
+    defaults(AGRAPH, "tooltip", "");
+  }
   const auto set = [](void* object, const char* name,
                       const std::string& value) {
     agset(object, const_cast<char*>(name), const_cast<char*>(value.c_str()));
   };
+  // Graphviz draws a subgraph as a frame only when its name starts so.
+  std::unordered_map<std::string, std::pair<Agraph_t*, std::string>> clusters;
+  for (const Graph::Cluster& c : graph.clusters) {
+    std::string name = "cluster_" + std::to_string(clusters.size());
+    Agraph_t* sub = agsubg(g, const_cast<char*>(name.c_str()), 1);
+    set(sub, "label", c.label);
+    set(sub, "tooltip", c.tooltip);
+    set(sub, "fillcolor", c.fill);
+    if (!c.url.empty()) set(sub, "URL", c.url);
+    clusters[c.key] = {sub, std::move(name)};
+  }
   std::unordered_map<std::string, Agnode_t*> nodes;
+  std::unordered_map<Agnode_t*, const std::string*> frameOf;
   for (const Graph::Node& n : graph.nodes) {
     Agnode_t* v = agnode(g, const_cast<char*>(n.key.c_str()), 1);
     nodes[n.key] = v;
+    const auto frame = clusters.find(n.cluster);
+    if (frame != clusters.end()) {
+      agsubnode(frame->second.first, v, 1);
+      frameOf[v] = &frame->second.second;
+    }
     set(v, "label", n.label);
     set(v, "tooltip", n.tooltip);
     set(v, "fillcolor", n.fill);
@@ -76,6 +103,9 @@ bool DrawSvg(const Graph& graph, std::string* svg, std::string* error) {
     Agedge_t* edge = agedge(g, from->second, to->second, nullptr, 1);
     set(edge, "label", e.label);
     if (!e.style.empty()) set(edge, "style", e.style);
+    const auto frame = frameOf.find(from->second);
+    if (e.fromCluster && frame != frameOf.end())
+      set(edge, "ltail", *frame->second);
   }
   char* rendered = nullptr;
   unsigned int size = 0;

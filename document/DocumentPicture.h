@@ -14,16 +14,27 @@ struct Graph {
     std::string key;  // how edges name it
     std::string label, tooltip;
     std::string fill = "white";
-    std::string url;    // where a click leads; "" for nowhere
-    std::string style;  // Graphviz's style; "" for rounded and filled
+    std::string url;      // where a click leads; "" for nowhere
+    std::string style;    // Graphviz's style; "" for rounded and filled
+    std::string cluster;  // the key of the frame drawn around it, or ""
   };
   struct Edge {
     std::string from, to;  // node keys; an edge to an unknown key is dropped
     std::string label;
-    std::string style;  // Graphviz's style: "dashed", or "" for solid
+    std::string style;         // Graphviz's style: "dashed", or "" for solid
+    bool fromCluster = false;  // starts at the border of from's frame
+  };
+  // A frame around the nodes that name it, with its label at the top; a
+  // frame that no node names is not drawn.
+  struct Cluster {
+    std::string key;
+    std::string label, tooltip;
+    std::string fill = "white";
+    std::string url;
   };
   std::vector<Node> nodes;
   std::vector<Edge> edges;
+  std::vector<Cluster> clusters;
 };
 
 // Text for a Graphviz label: its escapes (\N, \G, \n...) are not the

@@ -180,6 +180,82 @@ bool SiteOverview(const PictureData& data, doc::Graph* graph) {
   return true;
 }
 
+// Each object a box linked to its row. The targets and subscriptions of a
+// site are framed together under the site's name, their media written in
+// their boxes, a frame's links to one package definition drawn as one, and
+// the links between the same two boxes as one with their labels joined.
+void DrawEach(const PictureData& data, doc::Graph* graph) {
+  std::map<std::string, const PictureData::Node*> byId;
+  for (const auto& n : data.Nodes()) byId[n.id] = &n;
+  const auto groupOf = [&](const std::string& id) {
+    const auto it = byId.find(id);
+    return it == byId.end() ? std::string() : it->second->group;
+  };
+  std::map<std::string, std::string> siteOf, mediaOf;
+  for (const auto& e : data.Edges()) {
+    const std::string to = groupOf(e.to);
+    if (e.label == "site" && (to == "Extern sites" || to == "Local site"))
+      siteOf[e.from] = e.to;
+    else if (e.label == "media")
+      mediaOf[e.from] = e.to;
+  }
+  std::set<std::string> framed;
+  for (const auto& [member, site] : siteOf) {
+    if (!framed.insert(site).second) continue;
+    const PictureData::Node& n = *byId[site];
+    graph->clusters.push_back(
+        {site, doc::GraphLabel(n.name.empty() ? site : n.name + "  " + site),
+         doc::GraphLabel(n.group + " " + site), Fill(n.group), "#" + site});
+  }
+  for (const auto& n : data.Nodes()) {
+    if (n.group == "Media" || framed.count(n.id)) continue;
+    doc::Graph::Node v;
+    v.key = n.id;
+    v.label = doc::GraphLabel(n.name.empty() ? n.group + "\n" + n.id
+                                             : n.name + "\n" + n.id);
+    const auto media = mediaOf.find(n.id);
+    if (media != mediaOf.end())
+      v.label += "\n" + doc::GraphLabel("media " + media->second);
+    v.tooltip = doc::GraphLabel(n.group + " " + n.id);
+    v.fill = Fill(n.group);
+    if (n.linked) v.url = "#" + n.id;
+    const auto site = siteOf.find(n.id);
+    if (site != siteOf.end()) v.cluster = site->second;
+    graph->nodes.push_back(std::move(v));
+  }
+  // The labels of the links between two boxes, or from a frame to a box,
+  // in the order first drawn.
+  std::vector<std::pair<std::string, std::string>> order;
+  std::map<std::pair<std::string, std::string>, std::vector<std::string>>
+      labels;
+  std::map<std::pair<std::string, std::string>, std::string> firstMember;
+  std::map<std::pair<std::string, std::string>, std::size_t> members;
+  for (const auto& e : data.Edges()) {
+    if (e.label == "media" || (e.label == "site" && siteOf.count(e.from)))
+      continue;
+    const auto site = siteOf.find(e.from);
+    if (e.label == "package" && site != siteOf.end()) {
+      const auto key = std::make_pair(site->second, e.to);
+      if (members[key]++ == 0) firstMember[key] = e.from;
+      continue;
+    }
+    auto& joined = labels[{e.from, e.to}];
+    if (joined.empty()) order.emplace_back(e.from, e.to);
+    if (std::find(joined.begin(), joined.end(), e.label) == joined.end())
+      joined.push_back(e.label);
+  }
+  for (const auto& key : order) {
+    std::string label;
+    for (const auto& l : labels[key]) label += (label.empty() ? "" : ", ") + l;
+    graph->edges.push_back({key.first, key.second, label, ""});
+  }
+  for (const auto& [key, count] : members)
+    graph->edges.push_back(
+        {firstMember[key], key.second,
+         count == 1 ? "package" : "package (" + std::to_string(count) + ")", "",
+         true});
+}
+
 }  // namespace
 
 bool DrawPicture(const PictureData& data, std::string* svg,
@@ -187,18 +263,7 @@ bool DrawPicture(const PictureData& data, std::string* svg,
   doc::Graph graph;
   graph.name = "administration";
   if (data.Nodes().size() <= kMostDrawn) {
-    for (const auto& n : data.Nodes()) {
-      doc::Graph::Node v;
-      v.key = n.id;
-      v.label = doc::GraphLabel(n.name.empty() ? n.group + "\n" + n.id
-                                               : n.name + "\n" + n.id);
-      v.tooltip = doc::GraphLabel(n.group + " " + n.id);
-      v.fill = Fill(n.group);
-      if (n.linked) v.url = "#" + n.id;
-      graph.nodes.push_back(std::move(v));
-    }
-    for (const auto& e : data.Edges())
-      graph.edges.push_back({e.from, e.to, e.label, ""});
+    DrawEach(data, &graph);
     return doc::DrawSvg(graph, svg, error);
   }
   if (SiteOverview(data, &graph)) return doc::DrawSvg(graph, svg, error);
