@@ -317,6 +317,18 @@ TEST(Report, OfThousandsOfObjectsInChromium) {
   EXPECT_EQ(drawn, Matches(ReadFile(doc),
                            "<(?:EXTERNSITE|LOCALSITE) Oid=\"(x[0-9A-F]+)\""));
   EXPECT_NE(picture.find("100 targets, 100 subscriptions"), std::string::npos);
+  // A table too long to scroll through is folded, and a link to one of its
+  // rows opens it.
+  EXPECT_NE(shown.out.find("<details>"), std::string::npos);
+  EXPECT_EQ(shown.out.find("<details open"), std::string::npos);
+  const RunResult followed =
+      test_support::ChromiumDom(report + "#x4130303030303031");
+  ASSERT_EQ(followed.status, 0) << followed.err;
+  const std::size_t open = followed.out.find("<details open"),
+                    target = followed.out.find("<tr id=\"x4130303030303031\"");
+  ASSERT_NE(open, std::string::npos);
+  EXPECT_LT(open, target);
+  EXPECT_LT(target, followed.out.find("</details>", open));
 }
 
 // Inputs without end or without form end at once, in bounded memory: one
