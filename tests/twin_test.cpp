@@ -111,6 +111,39 @@ TEST(Twin, ReadsExactlyAndLoadsBackToTheSameBytes) {
   }
 }
 
+// A stylesheet's path in a twin, where XML leaves its references as
+// written, reads as the path the exporter was given.
+TEST(Twin, StylesheetPathsWithTheirReferencesResolved) {
+  const std::string twin = OutputPath("stylesheet-demo.twin.xml");
+  Export("", OutputPath("stylesheet-demo.xml"));
+  ASSERT_EQ(Doc({"xml", OutputPath("stylesheet-demo.xml"), twin}).status, 0);
+  const std::string text = ReadFile(twin);
+  const std::size_t second = text.find('\n') + 1;
+  const struct {
+    const char* href;
+    const char* path;  // as JSON writes it
+  } cases[] = {
+      {"a&amp;b&lt;c&gt;&quot;&apos;.xsl", "a&b<c>\\\"'.xsl"},
+      {"&#38;&#x26;&#X26;", "&&&#X26;"},
+      {"caf&#233;&#x1F600;", "caf\xC3\xA9\xF0\x9F\x98\x80"},
+      {"a&b&amp;c;&d", "a&b&c;&d"},
+      {"&unknown;&#;&#x;&# 9;&#9x;", "&unknown;&#;&#x;&# 9;&#9x;"},
+      {"&#0;&#xD800;&#xFFFE;&#x110000;", "&#0;&#xD800;&#xFFFE;&#x110000;"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.href);
+    const std::string file = OutputPath("stylesheet.twin.xml");
+    WriteFile(file, text.substr(0, second) +
+                        "<?xml-stylesheet type=\"text/xsl\" href=\"" + c.href +
+                        "\" ?>\n" + text.substr(second));
+    const RunResult json = Doc({"json", file, "-"});
+    ASSERT_EQ(json.status, 0) << json.err;
+    EXPECT_NE(json.out.find(std::string("\"stylesheet\":\"") + c.path + "\""),
+              std::string::npos)
+        << json.out.substr(0, 200);
+  }
+}
+
 TEST(Refused, ValuesXmlCannotCarryAndDocumentsItCannotRead) {
   const std::string doc = ReadFile(DataPath("full.xml"));
   // The same changes in the well-formed twin, read as XML.
