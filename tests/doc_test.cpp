@@ -15,6 +15,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 
@@ -103,12 +104,34 @@ std::string Changed(const std::string& find, const std::string& replace,
   return text.replace(at, find.size(), replace);
 }
 
+// The summary counts the elements of each kind that has an identifier, in
+// the order kinds first come, as a reader of the file would count them.
 TEST(Check, AWholeDocumentIsSummed) {
+  const std::string text = ReadFile(DataPath("full.xml"));
+  std::vector<std::pair<std::string, int>> kinds;
+  const std::regex element("\n *<([A-Z]+) [^\n]*Oid=");
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), element);
+       it != std::sregex_iterator(); ++it) {
+    auto kind = std::find_if(kinds.begin(), kinds.end(), [&](const auto& k) {
+      return k.first == (*it)[1];
+    });
+    if (kind == kinds.end()) kind = kinds.insert(kinds.end(), {(*it)[1], 0});
+    ++kind->second;
+  }
+  int total = 0;
+  std::string counts;
+  for (const auto& [kind, count] : kinds) {
+    total += count;
+    counts += "  " + kind + " " + std::to_string(count) + "\n";
+  }
   const Outcome o = Doc(DocCheck, DataPath("full.xml"));
   EXPECT_EQ(o.rc, 0) << o.err;
-  EXPECT_EQ(o.out.substr(0, o.out.find('\n')),
-            DataPath("full.xml") + ": a whole document of 33 objects");
-  EXPECT_NE(o.out.find("\n  DATASERVERCAPTURESTATUS 2\n"), std::string::npos);
+  EXPECT_EQ(o.out, DataPath("full.xml") + ": a whole document of " +
+                       std::to_string(total) + " objects\n" + counts +
+                       DataPath("full.xml") +
+                       ":4: PROJECT Name holds '&': the document is not "
+                       "well-formed XML; vantrel-doc xml writes a well-formed "
+                       "copy\n");
 }
 
 TEST(Check, EachProblemOnItsLine) {
