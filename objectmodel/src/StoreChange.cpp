@@ -85,9 +85,11 @@ struct Rows {
       throw Failure{sqlite3_errmsg(sqlite3_db_handle(stmt))};
     return rc == SQLITE_ROW;
   }
-  std::string Blob(int col) {
+  std::string Blob(int col) { return std::string(View(col)); }
+  // The bytes of a BLOB column, valid until the next step.
+  std::string_view View(int col) {
     const void* p = sqlite3_column_blob(stmt, col);
-    return std::string(
+    return std::string_view(
         static_cast<const char*>(p ? p : ""),
         static_cast<std::size_t>(sqlite3_column_bytes(stmt, col)));
   }
@@ -430,32 +432,47 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
       }
       ++counts_.reordered;
     }
-    // Each link list as wanted: rewritten where it differs.
+    // Each link list as wanted: rewritten where it differs. The store's
+    // lists are read in their owners' order (their index's), beside the
+    // wanted ones, which the content holds in the same order; the lists to
+    // rewrite are gathered before any is, since a table is not written
+    // while it is read.
+    const std::vector<std::string> none;
     for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t) {
       const kiv::TableShape& shape = ShapeOf(Table(t));
       const std::string name = Quoted(shape.name);
       const std::string owner = Quoted(shape.columns[0]);
-      std::map<std::string, std::vector<std::string>> have;
+      auto want = content.links_.lower_bound({t, std::string()});
+      const auto wantEnd = content.links_.lower_bound({t + 1, std::string()});
+      std::vector<std::pair<std::string, const std::vector<std::string>*>>
+          differ;
       {
         Rows links(db_, "SELECT " + owner + ", " + Quoted(shape.columns[1]) +
-                            " FROM " + name + " ORDER BY rowid");
-        while (links.Next()) have[links.Blob(0)].push_back(links.Blob(1));
+                            " FROM " + name + " ORDER BY " + owner + ", rowid");
+        bool more = links.Next();
+        while (more || want != wantEnd) {
+          // The lowest owner of either side.
+          const bool stored =
+              more && (want == wantEnd || links.View(0) <= want->first.second);
+          const std::string o =
+              stored ? std::string(links.View(0)) : want->first.second;
+          const std::vector<std::string>* wanted = &none;
+          if (want != wantEnd && want->first.second == o)
+            wanted = &(want++)->second;
+          bool same = true;
+          std::size_t at = 0;
+          for (; more && links.View(0) == o; ++at, more = links.Next())
+            same =
+                same && at < wanted->size() && links.View(1) == (*wanted)[at];
+          if (!same || at != wanted->size()) differ.emplace_back(o, wanted);
+        }
       }
-      std::set<std::string> owners;
-      for (const auto& [o, targets] : have) owners.insert(o);
-      for (const auto& [key, targets] : content.links_)
-        if (key.first == t) owners.insert(key.second);
-      for (const std::string& o : owners) {
-        const auto want = content.links_.find({t, o});
-        const std::vector<std::string> none;
-        const auto& wanted = want == content.links_.end() ? none : want->second;
-        const auto found = have.find(o);
-        if (found != have.end() && found->second == wanted) continue;
+      for (const auto& [o, wanted] : differ) {
         run.Run(
             S::Key(S::kUnlink, t),
             [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
             {OidValue(o)});
-        for (const std::string& target : wanted)
+        for (const std::string& target : *wanted)
           run.Run(S::Key(S::kLink, t),
                   [&] {
                     return "INSERT INTO " + name + " (" +
