@@ -356,18 +356,6 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                        ": it was changed since",
                    1);
   }
-  const doc::Plan plan = doc::MakePlan(current, wanted);
-  if (before == document) {
-    if (o.dryRun && o.format != PlanFormat::kText)
-      return WritePlan(plan, o.format, o.output,
-                       Shown(store) + " to " + shownFile, out, err);
-    out << Shown(store) << ": nothing to change\n";
-    if (o.dryRun) return 0;
-    if (!log.Append(log.AppliedLine(before, document, plan), &error))
-      err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
-          << "\n";
-    return 0;
-  }
   // The guards: each refusal names what it found.
   std::string guard;
   const std::string site = current.LocalSite(), itsSite = wanted.LocalSite();
@@ -376,14 +364,30 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
     guard = shownFile + " is another installation's: its local site is " +
             itsSite + ", the store's is " + site +
             " (--other-installation applies it all the same)";
-  else if (o.maxRemovals >= 0 &&
-           plan.removed > static_cast<std::size_t>(o.maxRemovals))
-    guard = "the plan removes " + std::to_string(plan.removed) +
-            " objects, more than --max-removals " +
-            std::to_string(o.maxRemovals);
-  // The plan is what a dry run shows: reviewed before, it is not worked out
-  // again for the apply itself.
-  if (o.dryRun) {
+  const auto removalGuard = [&](const doc::Plan& plan) {
+    return o.maxRemovals >= 0 &&
+                   plan.removed > static_cast<std::size_t>(o.maxRemovals)
+               ? "the plan removes " + std::to_string(plan.removed) +
+                     " objects, more than --max-removals " +
+                     std::to_string(o.maxRemovals)
+               : std::string();
+  };
+  if (before == document || o.dryRun) {
+    const doc::Plan plan = doc::MakePlan(current, wanted);
+    if (before == document) {
+      if (o.dryRun && o.format != PlanFormat::kText)
+        return WritePlan(plan, o.format, o.output,
+                         Shown(store) + " to " + shownFile, out, err);
+      out << Shown(store) << ": nothing to change\n";
+      if (o.dryRun) return 0;
+      if (!log.Append(log.AppliedLine(before, document, plan), &error))
+        err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
+            << "\n";
+      return 0;
+    }
+    // The plan is what a dry run shows: reviewed before, it is not worked
+    // out again for the apply itself.
+    if (guard.empty()) guard = removalGuard(plan);
     const int written = WritePlan(plan, o.format, o.output,
                                   Shown(store) + " to " + shownFile, out, err);
     if (!guard.empty())
@@ -392,13 +396,39 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   }
   if (!guard.empty()) return refused(guard, 1);
 
+  // The plan is worked out, and what it says made, while the store is
+  // changed and checked on a thread of its own: the change is in the
+  // transaction until the commit, and a plan that removes too much is
+  // refused before it. Each refusal is told in the order of the steps.
+  doc::Plan plan;
+  std::string saidPlan, logLine;
+  Alongside planning([&] {
+    plan = doc::MakePlan(current, wanted);
+    std::ostringstream said;
+    doc::WritePlanText(plan, said);
+    saidPlan = said.str();
+    logLine = log.AppliedLine(before, document, plan);
+  });
   // A media row that the document cannot carry is kept; one whose
   // identifier the document gives to an object would be its duplicate.
   std::vector<std::string> kept;
-  if (!change->KeptMedia(wants.content, &kept, &error))
+  std::string keptError, writeError;
+  const bool keptRead = change->KeptMedia(wants.content, &kept, &keptError);
+  const bool written =
+      keptRead && kept.empty() && change->Apply(wants.content, &writeError);
+  // The store must export the document before it is committed: anything
+  // else is a fault of apply's own, never written.
+  Temporary after;
+  const bool verified = written && after.fd >= 0 &&
+                        ExportThrough(change->Connection(), after.path) &&
+                        Holds(after.path, document);
+  planning.Wait();
+  guard = removalGuard(plan);
+  if (!guard.empty()) return refused(guard, 1);
+  if (!keptRead)
     return Interruption::Caught()
                ? interrupted()
-               : refused("cannot read " + Shown(store) + ": " + error, 2);
+               : refused("cannot read " + Shown(store) + ": " + keptError, 2);
   for (const std::string& oid : kept)
     return refused(
         "the store's media " + Shown("x" + vantrel::Hex(oid)) +
@@ -409,15 +439,11 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                 .name +
             ": remove the media row or change the document",
         1);
-  if (!change->Apply(wants.content, &error))
+  if (!written)
     return Interruption::Caught()
                ? interrupted()
-               : refused("cannot write " + Shown(store) + ": " + error, 2);
-  // The store must export the document before it is committed: anything
-  // else is a fault of apply's own, never written.
-  Temporary after;
-  if (after.fd < 0 || !ExportThrough(change->Connection(), after.path) ||
-      !Holds(after.path, document))
+               : refused("cannot write " + Shown(store) + ": " + writeError, 2);
+  if (!verified)
     return Interruption::Caught()
                ? interrupted()
                : refused("after the change " + Shown(store) +
@@ -425,15 +451,13 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                              " (a fault of vantrel-doc apply)",
                          2);
   // What is said is made before the commit: nothing after it may fail.
-  std::ostringstream said;
-  doc::WritePlanText(plan, said);
+  std::ostringstream counted;
   const KivStoreChange::Counts& done = change->Done();
-  said << Shown(store) << ": now exports " << shownFile << ": " << done.added
-       << " rows added, " << done.changed << " changed, " << done.removed
-       << " removed, " << plan.reordered.size() << " lists put in order, "
-       << done.relinked << " link lists rewritten\n";
-  const std::string saidText = said.str();
-  const std::string logLine = log.AppliedLine(before, document, plan);
+  counted << Shown(store) << ": now exports " << shownFile << ": " << done.added
+          << " rows added, " << done.changed << " changed, " << done.removed
+          << " removed, " << plan.reordered.size() << " lists put in order, "
+          << done.relinked << " link lists rewritten\n";
+  const std::string saidText = std::move(saidPlan) + counted.str();
   {
     // A signal from here waits for the commit and its line: what is
     // committed is said.
