@@ -291,9 +291,68 @@ std::string DocumentJsonSchema() {
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
+namespace {
+
+// The attributes of kind that a report shows, Name first, then the others
+// in the element's order.
+std::vector<const Attribute*> Shown(Kind kind) {
+  std::vector<const Attribute*> shown;
+  const auto& attributes = LayoutOf(kind).attributes;
+  for (const Attribute& a : attributes)
+    if (std::strcmp(a.name, "Name") == 0) shown.push_back(&a);
+  for (const Attribute& a : attributes)
+    if (std::strcmp(a.name, "Name") != 0) shown.push_back(&a);
+  return shown;
+}
+
+// A template per element that has attributes, in mode "cells": a row's
+// cells, one per attribute shown. Identifiers are set apart, references
+// link to what they name. Written out per element, a row costs the
+// stylesheet no search among its attributes.
+std::string CellTemplates() {
+  std::string out;
+  for (int k = 0; k < kKindCount; ++k) {
+    const Kind kind = Kind(k);
+    if (LayoutOf(kind).attributes.empty()) continue;
+    out += std::string("  <xsl:template match=\"") + LayoutOf(kind).name +
+           "\" mode=\"cells\">\n";
+    for (const Attribute* a : Shown(kind)) {
+      const std::string value = std::string("@") + a->name;
+      switch (a->field) {
+        case Field::kOid:
+        case Field::kMedia:
+          out += "    <td class=\"oid\"><xsl:value-of select=\"" + value +
+                 "\"/></td>\n";
+          break;
+        case Field::kRef:
+        case Field::kRefs:
+          out +=
+              "    <td><xsl:call-template name=\"links\"><xsl:with-param "
+              "name=\"oids\" select=\"normalize-space(" +
+              value + ")\"/></xsl:call-template></td>\n";
+          break;
+        case Field::kText:
+        case Field::kFlag:
+          out += "    <td><xsl:value-of select=\"" + value + "\"/></td>\n";
+          break;
+      }
+    }
+    out += "  </xsl:template>\n";
+  }
+  return out;
+}
+
+}  // namespace
+
 bool FillColumns(const std::string& text, std::string* out,
                  std::string* error) {
-  static const std::string kOpen = "@COLUMNS(", kClose = ")@";
+  static const std::string kOpen = "@COLUMNS(", kClose = ")@",
+                           kCells = "@CELLS@";
+  if (text.find(kCells) != std::string::npos) {
+    std::string filled = text;
+    filled.replace(filled.find(kCells), kCells.size(), CellTemplates());
+    return FillColumns(filled, out, error);
+  }
   out->clear();
   std::size_t at = 0;
   for (;;) {
@@ -313,10 +372,8 @@ bool FillColumns(const std::string& text, std::string* out,
       *error = name + " is no element";
       return false;
     }
-    const auto& attributes = LayoutOf(Kind(kind)).attributes;
-    if (AttributeIndex(Kind(kind), "Name") >= 0) *out += "Name ";
-    for (const Attribute& a : attributes)
-      if (std::strcmp(a.name, "Name") != 0) *out += std::string(a.name) + " ";
+    for (const Attribute* a : Shown(Kind(kind)))
+      *out += std::string(a->name) + " ";
     at = close + kClose.size();
   }
   out->append(text, at, std::string::npos);

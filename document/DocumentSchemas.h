@@ -23,8 +23,9 @@ bool PlanJsonSchema(const std::string& templ, std::string* out,
 
 // Sets *out to text with each "@COLUMNS(KIND)@" replaced by the attributes
 // of element KIND that a report shows, Name first, then the others in the
-// element's order, each followed by a blank. False with *error for a KIND
-// that is no element.
+// element's order, each followed by a blank, and "@CELLS@" by a template
+// per element, in mode "cells", that writes a row's cell for each of those
+// attributes. False with *error for a KIND that is no element.
 bool FillColumns(const std::string& text, std::string* out, std::string* error);
 
 }  // namespace doc
