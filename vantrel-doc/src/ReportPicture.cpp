@@ -262,7 +262,12 @@ bool DrawPicture(const PictureData& data, std::string* svg,
                  std::string* error) {
   doc::Graph graph;
   graph.name = "administration";
-  if (data.Nodes().size() <= kMostDrawn) {
+  // A media is written in the boxes that name it, not drawn: it is no
+  // object of the count.
+  const auto objects = std::count_if(
+      data.Nodes().begin(), data.Nodes().end(),
+      [](const PictureData::Node& n) { return n.group != "Media"; });
+  if (static_cast<std::size_t>(objects) <= kMostDrawn) {
     DrawEach(data, &graph);
     return doc::DrawSvg(graph, svg, error);
   }
