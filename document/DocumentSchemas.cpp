@@ -295,7 +295,7 @@ namespace {
 
 // The attributes of kind that a report shows, Name first, then the others
 // in the element's order.
-std::vector<const Attribute*> Shown(Kind kind) {
+std::vector<const Attribute*> ReportedAttributes(Kind kind) {
   std::vector<const Attribute*> shown;
   const auto& attributes = LayoutOf(kind).attributes;
   for (const Attribute& a : attributes)
@@ -316,7 +316,7 @@ std::string CellTemplates() {
     if (LayoutOf(kind).attributes.empty()) continue;
     out += std::string("  <xsl:template match=\"") + LayoutOf(kind).name +
            "\" mode=\"cells\">\n";
-    for (const Attribute* a : Shown(kind)) {
+    for (const Attribute* a : ReportedAttributes(kind)) {
       const std::string value = std::string("@") + a->name;
       switch (a->field) {
         case Field::kOid:
@@ -372,7 +372,7 @@ bool FillColumns(const std::string& text, std::string* out,
       *error = name + " is no element";
       return false;
     }
-    for (const Attribute* a : Shown(Kind(kind)))
+    for (const Attribute* a : ReportedAttributes(Kind(kind)))
       *out += std::string(a->name) + " ";
     at = close + kClose.size();
   }

@@ -228,15 +228,18 @@ void DrawEach(const PictureData& data, doc::Graph* graph) {
   std::vector<std::pair<std::string, std::string>> order;
   std::map<std::pair<std::string, std::string>, std::vector<std::string>>
       labels;
-  std::map<std::pair<std::string, std::string>, std::string> firstMember;
-  std::map<std::pair<std::string, std::string>, std::size_t> members;
+  // A frame's links to one package definition: the first member, drawn
+  // from, and how many.
+  std::map<std::pair<std::string, std::string>,
+           std::pair<std::string, std::size_t>>
+      members;
   for (const auto& e : data.Edges()) {
     if (e.label == "media" || (e.label == "site" && siteOf.count(e.from)))
       continue;
     const auto site = siteOf.find(e.from);
     if (e.label == "package" && site != siteOf.end()) {
-      const auto key = std::make_pair(site->second, e.to);
-      if (members[key]++ == 0) firstMember[key] = e.from;
+      auto& member = members[{site->second, e.to}];
+      if (member.second++ == 0) member.first = e.from;
       continue;
     }
     auto& joined = labels[{e.from, e.to}];
@@ -249,11 +252,13 @@ void DrawEach(const PictureData& data, doc::Graph* graph) {
     for (const auto& l : labels[key]) label += (label.empty() ? "" : ", ") + l;
     graph->edges.push_back({key.first, key.second, label, ""});
   }
-  for (const auto& [key, count] : members)
+  for (const auto& [key, member] : members) {
+    const std::size_t count = member.second;
     graph->edges.push_back(
-        {firstMember[key], key.second,
+        {member.first, key.second,
          count == 1 ? "package" : "package (" + std::to_string(count) + ")", "",
          true});
+  }
 }
 
 }  // namespace
