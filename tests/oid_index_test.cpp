@@ -4,7 +4,8 @@
 //   OidIndex  every oid of a table is found and nothing else, whatever the
 //             order of the asks: short and long oids, prefixes shared past
 //             8 bytes, trailing zero bytes, more entries than one sample
-//             block, searches near the last hit, a few back and far away
+//             block, searches near the last hit, a few back and far away;
+//             rows out of their oids' order found by rowid
 //   Pool      blocks aligned and distinct, a block given back is the next
 //             taken, chunks grow as the pool fills
 #include <gtest/gtest.h>
@@ -116,15 +117,40 @@ TEST(OidIndex, FindsEntriesAFewStepsFromTheLastHit) {
     }
 }
 
-TEST(OidIndex, TellsWhetherRowsAreInTheOrderOfTheirOids) {
-  OidIndex ordered, shuffled;
-  ordered.Add("\x01", 1);
-  ordered.Add("\x02", 2);
-  shuffled.Add("\x01", 2);
-  shuffled.Add("\x02", 1);
-  EXPECT_TRUE(ordered.InRowOrder());
-  EXPECT_FALSE(shuffled.InRowOrder());
-  EXPECT_EQ(ordered.Position(ordered.Entries()[1]), 1u);
+// Rows out of their oids' order are mapped by rowid, unless their rowids
+// are too sparse to map; rows in order need no map.
+TEST(OidIndex, MapsRowidsOfRowsOutOfTheirOidsOrder) {
+  struct Case {
+    const char* name;
+    std::vector<std::int64_t> rowids;  // of the oids 1, 2, 3, ... in turn
+    bool inRowOrder;
+    bool mapped;
+  };
+  const Case cases[] = {
+      {"in order", {1, 2, 5}, true, false},
+      {"shuffled", {3, 1, 2}, false, true},
+      {"shuffled, with gaps and rowid 0", {9, 0, 4, 7}, false, true},
+      {"too sparse to map", {1000, 1}, false, false},
+      {"a negative rowid", {2, -1}, false, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    OidIndex index;
+    for (std::size_t i = 0; i < c.rowids.size(); ++i)
+      index.Add(std::string(1, static_cast<char>(i + 1)), c.rowids[i]);
+    index.Finish();
+    EXPECT_EQ(index.InRowOrder(), c.inRowOrder);
+    std::set<std::int64_t> rowids(c.rowids.begin(), c.rowids.end());
+    for (std::int64_t rowid = -2; rowid < 12; ++rowid) {
+      const OidEntry* entry = index.AtRowid(rowid);
+      if (!c.mapped || !rowids.count(rowid)) {
+        EXPECT_EQ(entry, nullptr) << "rowid " << rowid;
+        continue;
+      }
+      ASSERT_NE(entry, nullptr) << "rowid " << rowid;
+      EXPECT_EQ(entry->rowid, rowid);
+    }
+  }
 }
 
 TEST(Pool, BlocksAreAlignedDistinctAndReusedOnceGivenBack) {

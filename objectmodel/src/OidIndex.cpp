@@ -52,6 +52,21 @@ void OidIndex::Add(std::string_view oid, std::int64_t rowid) {
   entries_.push_back(entry);
 }
 
+void OidIndex::Finish() {
+  if (inRowOrder_ || entries_.empty()) return;
+  std::int64_t highest = 0;
+  for (const OidEntry& e : entries_) {
+    if (e.rowid < 0) return;
+    highest = std::max(highest, e.rowid);
+  }
+  // Four bytes a row at most twice over: sparser rowids keep the search.
+  if (static_cast<std::uint64_t>(highest) >= 2 * entries_.size() + 64) return;
+  byRowid_.assign(static_cast<std::size_t>(highest) + 1, kNoEntry);
+  for (std::size_t i = 0; i < entries_.size(); ++i)
+    byRowid_[static_cast<std::size_t>(entries_[i].rowid)] =
+        static_cast<std::uint32_t>(i);
+}
+
 int OidIndex::Compare(const OidEntry& a, std::string_view b) const {
   return kiv::Compare(*this, a, Probe{b, Prefix(b)});
 }

@@ -41,6 +41,17 @@ class OidIndex {
   }
   // Adds an oid; entries must come in sorted order.
   void Add(std::string_view oid, std::int64_t rowid);
+  // Called once every oid is added: when the rows are out of the order of
+  // their oids, maps their rowids to their entries, so that a row read in
+  // any order finds its own entry without a search.
+  void Finish();
+  // The entry of the row rowid, or null when there is none or the rowids
+  // are unmapped (in row order, or too sparse for a map).
+  const OidEntry* AtRowid(std::int64_t rowid) const {
+    const auto at = static_cast<std::uint64_t>(rowid);
+    if (at >= byRowid_.size() || byRowid_[at] == kNoEntry) return nullptr;
+    return &entries_[byRowid_[at]];
+  }
   // The entry of oid, or null. Searches near the last hit first, so that
   // references in the order of their rows cost little search.
   const OidEntry* Find(std::string_view oid) const;
@@ -68,6 +79,8 @@ class OidIndex {
   LargeVector<OidEntry> entries_;
   std::vector<std::uint64_t> samples_;
   std::string arena_;
+  static constexpr std::uint32_t kNoEntry = ~std::uint32_t{0};
+  std::vector<std::uint32_t> byRowid_;  // entry positions by rowid
   bool inRowOrder_ = true;
   mutable std::size_t last_ = 0;
 };

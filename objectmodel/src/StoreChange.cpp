@@ -31,7 +31,7 @@ bool Same(sqlite3_stmt* stmt, int col, const W::Value& v) {
   const auto bytes = [&] {
     const void* p = type == SQLITE_BLOB ? sqlite3_column_blob(stmt, col)
                                         : sqlite3_column_text(stmt, col);
-    return std::string(
+    return std::string_view(
         static_cast<const char*>(p ? p : ""),
         static_cast<std::size_t>(sqlite3_column_bytes(stmt, col)));
   };
@@ -242,6 +242,10 @@ std::unique_ptr<KivStoreChange> KivStoreChange::Begin(const std::string& path,
   interruptible.store(db);
   // A writer at work is waited for, a bounded time.
   sqlite3_busy_timeout(db, 5000);
+  // The change and the exports that bracket it read and write most pages of
+  // a large store: a cache to hold them spares reading them again, and
+  // writing them out to make room before the commit.
+  sqlite3_exec(db, "PRAGMA cache_size = -65536", nullptr, nullptr, nullptr);
   // A snapshot's read transaction begins with its first read, which holds
   // the store's state until the end.
   if (sqlite3_exec(db,

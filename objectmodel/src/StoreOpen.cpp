@@ -274,6 +274,7 @@ void AdminStore::IndexOids(Table table) {
     }
     index.Add(oid, rowid);
   }
+  index.Finish();
 }
 
 // Oids are unique across the store: merges the sorted indexes of all the

@@ -42,8 +42,12 @@ std::string_view BlobAt(sqlite3_stmt* stmt, int col) {
 // is a damaged store, refused rather than trusted.
 const OidEntry& Row::Oid() const {
   const std::string_view oid = BlobAt(stmt_, 1);
-  const OidEntry* entry =
-      oid.empty() ? nullptr : store_.Index(table_).Find(oid);
+  const OidIndex& index = store_.Index(table_);
+  // Rows out of their oids' order find their entry by rowid: a search for
+  // each would cost a walk through memory far from the last.
+  if (const OidEntry* own = index.AtRowid(Rowid()))
+    if (own->rowid == Rowid() && index.Bytes(*own) == oid) return *own;
+  const OidEntry* entry = oid.empty() ? nullptr : index.Find(oid);
   if (!entry || entry->rowid != Rowid())
     throw StoreError("table " + std::string(ShapeOf(table_).name) + ", row " +
                      std::to_string(Rowid()) +
@@ -98,7 +102,7 @@ int Row::Flag(int column) const {
 }
 
 const OidEntry* Row::Ref(int column, Table table, bool mandatory,
-                         Table alternative) const {
+                         Table alternative, const OidEntry* likely) const {
   sqlite3_value* value = ValueAt(stmt_, Index(column));
   // The kinds of row the column may name, as a refusal says them.
   const auto kinds = [&] {
@@ -123,6 +127,7 @@ const OidEntry* Row::Ref(int column, Table table, bool mandatory,
   const std::string_view oid(static_cast<const char*>(blob),
                              static_cast<std::size_t>(size));
   refTable_ = table;
+  if (likely && store_.Index(table).Bytes(*likely) == oid) return likely;
   if (const OidEntry* entry = store_.Index(table).Find(oid)) return entry;
   refTable_ = alternative;
   if (alternative != kTableCount)
@@ -202,8 +207,12 @@ void AdminStore::ReadChildren(Table child, const StoreObjectBase& owner) {
     }
     // The owner is checked here, as every row of the table passes: a row
     // whose owner is missing would be left out of the document unsaid.
+    // The owner that asks is tried first: in a store whose rows are out of
+    // order, a search for each row's owner would be far from the last.
     const Row row(*this, stmt, child);
-    const OidEntry* of = row.Ref(0, shape.owner, true);
+    const OidEntry* of =
+        row.Ref(0, shape.owner, true, kTableCount,
+                owner.TableOf() == shape.owner ? &owner.Entry() : nullptr);
     if (of->rowid < cursor.streamOwner)
       row.Refuse(0,
                  "comes after the rows of a later owner, out of the order of "

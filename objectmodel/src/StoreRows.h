@@ -33,9 +33,11 @@ class Row {
   // The integer 0 or 1.
   int Flag(int column) const;
   // A reference to a row of table, or of alternative when it is not
-  // kTableCount: its index entry, or null for NULL when optional.
+  // kTableCount: its index entry, or null for NULL when optional. likely,
+  // an entry of table, is compared before any search.
   const OidEntry* Ref(int column, Table table, bool mandatory,
-                      Table alternative = kTableCount) const;
+                      Table alternative = kTableCount,
+                      const OidEntry* likely = nullptr) const;
   // The table of the object that Ref last found.
   Table RefTable() const { return refTable_; }
   // Throws the refusal of column, saying what is wrong.
