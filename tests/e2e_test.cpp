@@ -286,6 +286,21 @@ Maker Full(const std::string& sql) {
   };
 }
 
+// The store of full.sql and sql, with the one run of bytes `from` in its
+// file made `to`: a damage that SQLite's own writes never make.
+Maker Patched(const std::string& sql, const std::string& from,
+              const std::string& to) {
+  return [=](const std::string& path) {
+    MakeStore(path, {ReadFile(DataPath("full.sql")), sql});
+    std::string bytes = ReadFile(path);
+    const std::size_t at = bytes.find(from);
+    ASSERT_NE(at, std::string::npos);
+    ASSERT_EQ(bytes.find(from, at + 1), std::string::npos);
+    bytes.replace(at, from.size(), to);
+    test_support::WriteFile(path, bytes);
+  };
+}
+
 // Leaves the store of full.sql at path with the journal of a write that
 // never finished: a copy of both files taken in the middle of it.
 void WithHotJournal(const std::string& path) {
@@ -510,6 +525,14 @@ TEST(BadStore, RefusedWithOneLineNamingWhatIsWrongAndLeftUnchanged) {
        "table business_domain, row 1 (oid x0F01), column domain: x0E01 comes "
        "after the rows of a later owner, out of the order of the column's "
        "index: the store is damaged (see PRAGMA integrity_check)"},
+      // The row's own oid in the table differs from the one its oid index
+      // holds, in a table whose rows are out of their oids' order.
+      {"a row oid not the one of its index",
+       Patched("INSERT INTO project VALUES (x'01', 'RowOidMark');",
+               std::string("\x01RowOidMark"), std::string("\x02RowOidMark")),
+       "table project, row 4, column oid: x02 is not the oid that the table's "
+       "index holds for the row: the store is damaged (see PRAGMA "
+       "integrity_check)"},
       {"a carriage return alone in a text",
        Loose("UPDATE host SET os_type = 'a' || char(13) || 'b' WHERE oid = "
              "x'0A02';"),
