@@ -31,8 +31,11 @@ struct LargeAllocator {
     void* p = std::aligned_alloc(kHugePage, rounded);
     if (!p) throw std::bad_alloc();
 #ifdef MADV_HUGEPAGE
-    // Only advice: without huge pages the array works the same.
-    ::madvise(p, rounded, MADV_HUGEPAGE);
+    // Only advice: without huge pages the array works the same. The huge
+    // pages that the array fills are offered, not the last one it only
+    // starts: a huge page there would be resident whole, and the peak
+    // memory would then depend on whether the kernel had one to give.
+    ::madvise(p, bytes / kHugePage * kHugePage, MADV_HUGEPAGE);
 #endif
     return static_cast<T*>(p);
   }
