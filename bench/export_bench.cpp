@@ -224,18 +224,21 @@ void BM_DocumentVsExport(benchmark::State& state) {
     const int rc = Export(path, file);
     auto t1 = std::chrono::steady_clock::now();
     if (rc != 0) state.SkipWithError("the export failed");
-    if (DocCheck(file, sink, sink) != 0) state.SkipWithError("check failed");
+    if (vdoc::DocCheck(file, sink, sink) != 0)
+      state.SkipWithError("check failed");
     auto t2 = std::chrono::steady_clock::now();
-    if (DocDiff(file, file, PlanFormat::kText, "-", sink, sink) != 0)
+    if (vdoc::DocDiff(file, file, vdoc::PlanFormat::kText, "-", sink, sink) !=
+        0)
       state.SkipWithError("diff failed");
     auto t3 = std::chrono::steady_clock::now();
     std::remove(loaded.c_str());
-    if (DocLoad(file, loaded, sink, sink) != 0)
+    if (vdoc::DocLoad(file, loaded, sink, sink) != 0)
       state.SkipWithError("load failed");
     auto t4 = std::chrono::steady_clock::now();
-    if (DocXml(file, twin, sink, sink) != 0) state.SkipWithError("xml failed");
+    if (vdoc::DocXml(file, twin, sink, sink) != 0)
+      state.SkipWithError("xml failed");
     auto t5 = std::chrono::steady_clock::now();
-    if (DocJson(file, json, sink, sink) != 0)
+    if (vdoc::DocJson(file, json, sink, sink) != 0)
       state.SkipWithError("json failed");
     auto t6 = std::chrono::steady_clock::now();
     xml += Seconds(t5 - t4);
@@ -285,10 +288,10 @@ void BM_ApplyVsExport(benchmark::State& state) {
                     before = dir + "/apply-before.xml";
   Export(have, before);
   // Each view of the plan from the store's document to the wanted one.
-  const std::pair<PlanFormat, const char*> views[] = {
-      {PlanFormat::kText, "Text"},
-      {PlanFormat::kJson, "Json"},
-      {PlanFormat::kHtml, "Html"}};
+  const std::pair<vdoc::PlanFormat, const char*> views[] = {
+      {vdoc::PlanFormat::kText, "Text"},
+      {vdoc::PlanFormat::kJson, "Json"},
+      {vdoc::PlanFormat::kHtml, "Html"}};
   double viewed[3] = {};
   double exported = 0, applied = 0;
   std::ostringstream sink;
@@ -300,18 +303,18 @@ void BM_ApplyVsExport(benchmark::State& state) {
     const auto t0 = std::chrono::steady_clock::now();
     if (Export(have) != 0) state.SkipWithError("the export failed");
     const auto t1 = std::chrono::steady_clock::now();
-    if (DocApply(wanted, work, ApplyOptions(), sink, sink) != 0)
+    if (vdoc::DocApply(wanted, work, vdoc::ApplyOptions(), sink, sink) != 0)
       state.SkipWithError("the apply failed");
     const auto t2 = std::chrono::steady_clock::now();
     exported += Seconds(t1 - t0);
     applied += Seconds(t2 - t1);
     for (int v = 0; v < 3; ++v) {
       const auto start = std::chrono::steady_clock::now();
-      if (DocDiff(before, wanted, views[v].first, dir + "/plan.view", sink,
-                  sink) != 1)
+      if (vdoc::DocDiff(before, wanted, views[v].first, dir + "/plan.view",
+                        sink, sink) != 1)
         state.SkipWithError("the plan failed");
       viewed[v] += Seconds(std::chrono::steady_clock::now() - start);
-      if (views[v].first == PlanFormat::kHtml)
+      if (views[v].first == vdoc::PlanFormat::kHtml)
         state.counters["html_MiB"] =
             static_cast<double>(
                 std::filesystem::file_size(dir + "/plan.view")) /
@@ -344,13 +347,14 @@ void BM_ReportScales(benchmark::State& state) {
   std::ostringstream sink;
   for (auto _ : state) {
     const auto t0 = std::chrono::steady_clock::now();
-    if (DocReport(small, page, sink, sink) != 0)
+    if (vdoc::DocReport(small, page, sink, sink) != 0)
       state.SkipWithError("the report failed");
     const auto t1 = std::chrono::steady_clock::now();
-    if (DocReport(large, page, sink, sink) != 0)
+    if (vdoc::DocReport(large, page, sink, sink) != 0)
       state.SkipWithError("the report failed");
     const auto t2 = std::chrono::steady_clock::now();
-    if (DocXml(large, twin, sink, sink) != 0) state.SkipWithError("xml failed");
+    if (vdoc::DocXml(large, twin, sink, sink) != 0)
+      state.SkipWithError("xml failed");
     const auto t3 = std::chrono::steady_clock::now();
     smallS += Seconds(t1 - t0);
     largeS += Seconds(t2 - t1);
@@ -374,8 +378,8 @@ int main(int argc, char** argv) {
   if (argc == 6 && std::string(argv[1]) == "--doc-once") {
     std::ostringstream sink;
     const int rc = std::string(argv[2]) == "xml"
-                       ? DocXml(argv[3], argv[4], sink, sink)
-                       : DocJson(argv[3], argv[4], sink, sink);
+                       ? vdoc::DocXml(argv[3], argv[4], sink, sink)
+                       : vdoc::DocJson(argv[3], argv[4], sink, sink);
     // The high-water mark of this process, in KiB.
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);)

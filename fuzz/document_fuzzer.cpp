@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
     start = end + 1;
   }
   std::ostringstream out, err;
-  const int rc = DocCheck(WriteInput(data, size, ".xml"), out, err);
+  const int rc = vdoc::DocCheck(WriteInput(data, size, ".xml"), out, err);
   if (rc != 0 && rc != 1) std::abort();
   return 0;
 }

@@ -90,7 +90,7 @@ TEST(RoundTrip, ExportLoadExportGivesTheSameBytes) {
     const std::string first = Export(store, file);
     const std::string loaded = OutputPath("rt-loaded.db");
     std::remove(loaded.c_str());
-    const Outcome load = Doc(DocLoad, file, loaded);
+    const Outcome load = Doc(vdoc::DocLoad, file, loaded);
     ASSERT_EQ(load.rc, 0) << load.err;
     EXPECT_EQ(Export(loaded, OutputPath("rt-again.xml")), first);
   }
@@ -124,7 +124,7 @@ TEST(Check, AWholeDocumentIsSummed) {
     total += count;
     counts += "  " + kind + " " + std::to_string(count) + "\n";
   }
-  const Outcome o = Doc(DocCheck, DataPath("full.xml"));
+  const Outcome o = Doc(vdoc::DocCheck, DataPath("full.xml"));
   EXPECT_EQ(o.rc, 0) << o.err;
   EXPECT_EQ(o.out, DataPath("full.xml") + ": a whole document of " +
                        std::to_string(total) + " objects\n" + counts +
@@ -285,7 +285,7 @@ TEST(Check, EachProblemOnItsLine) {
     SCOPED_TRACE(c.name);
     const std::string file = OutputPath("check.xml");
     WriteFile(file, c.text);
-    const Outcome o = Doc(DocCheck, file);
+    const Outcome o = Doc(vdoc::DocCheck, file);
     EXPECT_EQ(o.rc, 1);
     EXPECT_EQ(o.out, "");
     EXPECT_NE(o.err.find(file + ":" + c.problem + "\n"), std::string::npos)
@@ -305,7 +305,7 @@ TEST(Check, TheFirstHundredProblemsInTheirOrder) {
   text.insert(text.find("<HOST"), junk);
   const std::string file = OutputPath("hundred.xml");
   WriteFile(file, text);
-  const Outcome o = Doc(DocCheck, file);
+  const Outcome o = Doc(vdoc::DocCheck, file);
   EXPECT_EQ(o.rc, 1);
   std::istringstream lines(o.err);
   std::string line, last;
@@ -428,20 +428,23 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
     SCOPED_TRACE(c.name);
     const std::string file = OutputPath("diff.xml");
     WriteFile(file, c.text);
-    const Outcome o =
-        Doc(DocDiff, old, file, PlanFormat::kText, std::string("-"));
+    const Outcome o = Doc(vdoc::DocDiff, old, file, vdoc::PlanFormat::kText,
+                          std::string("-"));
     EXPECT_EQ(o.rc, c.rc) << o.err;
     EXPECT_EQ(o.out, c.out);
   }
   const std::string cut = OutputPath("cut.xml");
   WriteFile(cut, ReadFile(old).substr(0, 300));
-  EXPECT_EQ(Doc(DocDiff, old, cut, PlanFormat::kText, std::string("-")).rc, 2);
+  EXPECT_EQ(
+      Doc(vdoc::DocDiff, old, cut, vdoc::PlanFormat::kText, std::string("-"))
+          .rc,
+      2);
 }
 
 TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {
   const std::string store = OutputPath("existing.db");
   WriteFile(store, "precious");
-  Outcome o = Doc(DocLoad, DataPath("full.xml"), store);
+  Outcome o = Doc(vdoc::DocLoad, DataPath("full.xml"), store);
   EXPECT_EQ(o.rc, 2);
   EXPECT_EQ(o.err, "vantrel-doc: cannot create the store " + store +
                        ": the file exists: a store is never written over\n");
@@ -450,7 +453,7 @@ TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {
   const std::string cut = OutputPath("cut.xml"), fresh = OutputPath("fresh.db");
   WriteFile(cut, ReadFile(DataPath("full.xml")).substr(0, 300));
   std::remove(fresh.c_str());
-  o = Doc(DocLoad, cut, fresh);
+  o = Doc(vdoc::DocLoad, cut, fresh);
   EXPECT_EQ(o.rc, 1);
   const std::string refusal =
       "vantrel-doc: " + cut + " is refused by check: nothing was loaded\n";
@@ -469,7 +472,7 @@ TEST(Load, CreatesTheStoreWithTheUsualMode) {
     const std::string store = OutputPath("mode.db");
     std::remove(store.c_str());
     const mode_t saved = ::umask(mask);
-    const Outcome o = Doc(DocLoad, DataPath("full.xml"), store);
+    const Outcome o = Doc(vdoc::DocLoad, DataPath("full.xml"), store);
     ::umask(saved);
     ASSERT_EQ(o.rc, 0) << o.err;
     struct stat st {};
@@ -517,7 +520,7 @@ TEST(Load, AStoreIsLinkedWholeWithItsIndexes) {
 
   const std::string store = OutputPath("indexed.db");
   std::remove(store.c_str());
-  ASSERT_EQ(Doc(DocLoad, DataPath("full.xml"), store).rc, 0);
+  ASSERT_EQ(Doc(vdoc::DocLoad, DataPath("full.xml"), store).rc, 0);
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open_v2(store.c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
             SQLITE_OK);

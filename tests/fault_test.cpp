@@ -289,7 +289,7 @@ std::pair<int, std::string> DocMain(std::vector<std::string> args) {
     argv.push_back(program);
     for (std::string& a : args) argv.push_back(&a[0]);
     argv.push_back(nullptr);
-    rc = VantrelDocMain(static_cast<int>(argv.size() - 1), argv.data());
+    rc = vdoc::VantrelDocMain(static_cast<int>(argv.size() - 1), argv.data());
     std::cout.rdbuf(savedOut);
     std::cerr.rdbuf(savedErr);
   }
@@ -375,12 +375,12 @@ Applied Apply(const std::string& store, const std::string& wanted, Plan& plan,
     plan.Arm(failAt);
     // The command itself, past its command line: the parser's allocations
     // are not the apply's.
-    applied.rc = SayingOutOfMemory([&] {
+    applied.rc = vdoc::SayingOutOfMemory([&] {
       // With a log: its line is made before the commit, and its writing
       // after it allocates nothing.
-      ApplyOptions options;
+      vdoc::ApplyOptions options;
       options.log = OutputPath("fault-apply.log");
-      return DocApply(wanted, copy, options, std::cout, std::cerr);
+      return vdoc::DocApply(wanted, copy, options, std::cout, std::cerr);
     });
     applied.hit = failAt > 0 && plan.seen >= failAt;
     plan.Arm(0);

@@ -27,10 +27,10 @@ std::string PictureOf(const std::string& body) {
       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<!DOCTYPE AdminObjects "
       "SYSTEM \"KivAdmin.dtd\" >\n<AdminObjects>\n" +
           body + "</AdminObjects>\n");
-  PictureData data;
+  vdoc::PictureData data;
   doc::Walk(file, data);
   std::string svg, error;
-  EXPECT_TRUE(DrawPicture(data, &svg, &error)) << error;
+  EXPECT_TRUE(vdoc::DrawPicture(data, &svg, &error)) << error;
   return svg;
 }
 
@@ -87,9 +87,9 @@ TEST(Picture, EachObjectUpToTheLimitThenEachKind) {
     std::string holds, lacks;
   } cases[] = {
       {"a name holding a Graphviz escape", 2, "a\\N", ">a\\N1<", ">ax0001<"},
-      {"at the limit, each object", kMostDrawn, "h", "href=\"#x0001\"",
+      {"at the limit, each object", vdoc::kMostDrawn, "h", "href=\"#x0001\"",
        "#kind-hosts"},
-      {"past it, each kind", kMostDrawn + 1, "h", "href=\"#kind-hosts\"",
+      {"past it, each kind", vdoc::kMostDrawn + 1, "h", "href=\"#kind-hosts\"",
        "href=\"#x0001\""},
   };
   for (const auto& c : cases) {
@@ -118,10 +118,10 @@ TEST(Picture, ReplicationFramedUpToTheLimitThenPerSite) {
         {">captures<", 2},
         {"href=\"#xC002\"", 1}}},
       {"at the limit, media not counted",
-       kMostDrawn - 4,
+       vdoc::kMostDrawn - 4,
        {{"class=\"cluster\"", 1}, {"href=\"#xC038\"", 1}}},
       {"past the limit, the sites",
-       kMostDrawn,
+       vdoc::kMostDrawn,
        {{"href=\"#x0801\"", 1},
         {"href=\"#x0802\"", 1},
         {"href=\"#xC002\"", 0},

@@ -34,6 +34,8 @@
 #include "Vantrel.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 namespace {
 
 using W = KivStoreWriter;
@@ -228,14 +230,15 @@ namespace {
 // Says once why the apply stops and that store was not changed, and
 // records it in log (named logName): a failure line claims no change.
 // Returns status.
-int Refuse(const ApplyLog& log, const std::string& logName,
+int Refuse(const doc::ApplyLog& log, const std::string& logName,
            const std::string& store, const std::string& why, int status,
            std::ostream& err) {
-  err << "vantrel-doc: " << why << "; " << Shown(store) << " was not changed\n";
+  err << "vantrel-doc: " << why << "; " << doc::Shown(store)
+      << " was not changed\n";
   std::string error;
   if (!log.Failed(why, &error))
-    err << "vantrel-doc: cannot append to " << Shown(logName) << ": " << error
-        << "\n";
+    err << "vantrel-doc: cannot append to " << doc::Shown(logName) << ": "
+        << error << "\n";
   return status;
 }
 
@@ -245,7 +248,7 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
                   const std::string& store, const ApplyOptions& o,
                   const std::string& shownBase, std::ostream& out,
                   std::ostream& err) {
-  const ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
+  const doc::ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
   const auto refused = [&](const std::string& why, int status) {
     return Refuse(log, o.log, store, why, status, err);
   };
@@ -268,7 +271,7 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   std::ostringstream readErr;
   int read = 2;
   Alongside reading(
-      [&] { read = ReadForPlan(doc, wanted, readErr, &gatherer); });
+      [&] { read = doc::ReadForPlan(doc, wanted, readErr, &gatherer); });
   std::string baseBytes, baseError;
   const bool baseRead =
       o.base.empty() || ReadDocumentFile(o.base, &baseBytes, &baseError);
@@ -289,10 +292,10 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   } exported = kNotMade;
   if (change && now.fd >= 0) {
     std::ostringstream unused;
-    exported = !ExportThrough(change->Connection(), now.path) ? kNotExported
-               : !ReadDocumentFile(now.path, &before, &error) ? kNotReadBack
-               : ReadForPlan(now.path, current, unused) != 0  ? kRefused
-                                                              : kRead;
+    exported = !ExportThrough(change->Connection(), now.path)     ? kNotExported
+               : !ReadDocumentFile(now.path, &before, &error)     ? kNotReadBack
+               : doc::ReadForPlan(now.path, current, unused) != 0 ? kRefused
+                                                                  : kRead;
   }
   reading.Wait();
   err << readErr.str();
@@ -312,22 +315,23 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
     case KivStoreChange::Refusal::kNone:
       break;
     case KivStoreChange::Refusal::kOpen:
-      return refused("cannot open " + Shown(store) + ": " + error, 2);
+      return refused("cannot open " + doc::Shown(store) + ": " + error, 2);
     case KivStoreChange::Refusal::kLock:
       return Interruption::Caught()
                  ? interrupted()
                  : refused("cannot " +
                                std::string(o.dryRun ? "read " : "write ") +
-                               Shown(store) + ": " + error,
+                               doc::Shown(store) + ": " + error,
                            2);
     case KivStoreChange::Refusal::kReplaced:
-      return refused(Shown(store) +
+      return refused(doc::Shown(store) +
                          " was replaced by another file while it "
                          "was opened",
                      2);
     case KivStoreChange::Refusal::kForeign:
-      return refused(Shown(store) + " holds what its schema does not define (" +
-                         error + "): apply writes only a store of the schema",
+      return refused(doc::Shown(store) +
+                         " holds what its schema does not define (" + error +
+                         "): apply writes only a store of the schema",
                      2);
   }
   // The reason is the one of its making: errno has moved on since.
@@ -338,21 +342,21 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   if (exported == kNotExported)
     return Interruption::Caught()
                ? interrupted()
-               : refused(Shown(store) + " cannot be exported", 2);
+               : refused(doc::Shown(store) + " cannot be exported", 2);
   if (exported == kNotReadBack)
-    return refused("cannot read back the export of " + Shown(store), 2);
+    return refused("cannot read back the export of " + doc::Shown(store), 2);
   if (exported == kRefused)
-    return refused(Shown(store) + " exports a document check refuses", 2);
+    return refused(doc::Shown(store) + " exports a document check refuses", 2);
   if (!o.base.empty() && before != baseBytes) {
     // What changed since the base, in the plan's words, briefly.
     doc::PlanDocument based;
     std::ostringstream unused;
-    if (ReadForPlan(o.base, based, unused) == 0) {
-      err << "vantrel-doc: since " << shownBase << ", " << Shown(store)
+    if (doc::ReadForPlan(o.base, based, unused) == 0) {
+      err << "vantrel-doc: since " << shownBase << ", " << doc::Shown(store)
           << " changed:\n";
       doc::WritePlanText(doc::MakePlan(based, current), err, 18);
     }
-    return refused(Shown(store) + " no longer exports " + shownBase +
+    return refused(doc::Shown(store) + " no longer exports " + shownBase +
                        ": it was changed since",
                    1);
   }
@@ -377,19 +381,20 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
     if (before == document) {
       if (o.dryRun && o.format != PlanFormat::kText)
         return WritePlan(plan, o.format, o.output,
-                         Shown(store) + " to " + shownFile, out, err);
-      out << Shown(store) << ": nothing to change\n";
+                         doc::Shown(store) + " to " + shownFile, out, err);
+      out << doc::Shown(store) << ": nothing to change\n";
       if (o.dryRun) return 0;
       if (!log.Append(log.AppliedLine(before, document, plan), &error))
-        err << "vantrel-doc: cannot append to " << Shown(o.log) << ": " << error
-            << "\n";
+        err << "vantrel-doc: cannot append to " << doc::Shown(o.log) << ": "
+            << error << "\n";
       return 0;
     }
     // The plan is what a dry run shows: reviewed before, it is not worked
     // out again for the apply itself.
     if (guard.empty()) guard = removalGuard(plan);
-    const int written = WritePlan(plan, o.format, o.output,
-                                  Shown(store) + " to " + shownFile, out, err);
+    const int written =
+        WritePlan(plan, o.format, o.output,
+                  doc::Shown(store) + " to " + shownFile, out, err);
     if (!guard.empty())
       err << "vantrel-doc: apply would refuse: " << guard << "\n";
     return written ? written : 1;
@@ -428,10 +433,11 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   if (!keptRead)
     return Interruption::Caught()
                ? interrupted()
-               : refused("cannot read " + Shown(store) + ": " + keptError, 2);
+               : refused("cannot read " + doc::Shown(store) + ": " + keptError,
+                         2);
   for (const std::string& oid : kept)
     return refused(
-        "the store's media " + Shown("x" + vantrel::Hex(oid)) +
+        "the store's media " + doc::Shown("x" + vantrel::Hex(oid)) +
             " is kept by apply, and " + shownFile +
             " gives its identifier to a " +
             doc::LayoutOf(
@@ -442,41 +448,44 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
   if (!written)
     return Interruption::Caught()
                ? interrupted()
-               : refused("cannot write " + Shown(store) + ": " + writeError, 2);
+               : refused(
+                     "cannot write " + doc::Shown(store) + ": " + writeError,
+                     2);
   if (!verified)
     return Interruption::Caught()
                ? interrupted()
-               : refused("after the change " + Shown(store) +
+               : refused("after the change " + doc::Shown(store) +
                              " would not export " + shownFile +
                              " (a fault of vantrel-doc apply)",
                          2);
   // What is said is made before the commit: nothing after it may fail.
   std::ostringstream counted;
   const KivStoreChange::Counts& done = change->Done();
-  counted << Shown(store) << ": now exports " << shownFile << ": " << done.added
-          << " rows added, " << done.changed << " changed, " << done.removed
-          << " removed, " << plan.reordered.size() << " lists put in order, "
-          << done.relinked << " link lists rewritten\n";
+  counted << doc::Shown(store) << ": now exports " << shownFile << ": "
+          << done.added << " rows added, " << done.changed << " changed, "
+          << done.removed << " removed, " << plan.reordered.size()
+          << " lists put in order, " << done.relinked
+          << " link lists rewritten\n";
   const std::string saidText = std::move(saidPlan) + counted.str();
   {
     // A signal from here waits for the commit and its line: what is
     // committed is said.
-    const HeldSignals held;
+    const vantrel::HeldSignals held;
     if (Interruption::Caught()) return interrupted();
     if (change->Replaced())
-      return refused(Shown(store) +
+      return refused(doc::Shown(store) +
                          " was replaced by another file during the apply: "
                          "the change went to a file that no longer has the "
                          "name",
                      2);
     if (!change->Commit(&error))
-      return refused("cannot commit to " + Shown(store) + ": " + error, 2);
+      return refused("cannot commit to " + doc::Shown(store) + ": " + error, 2);
     out << saidText << std::flush;
   }
   // The record follows the commit: a line that says applied was.
   if (!log.Append(logLine, &error)) {
-    err << "vantrel-doc: " << Shown(store) << " was changed, but "
-        << Shown(o.log) << " cannot record it: " << error << "\n";
+    err << "vantrel-doc: " << doc::Shown(store) << " was changed, but "
+        << doc::Shown(o.log) << " cannot record it: " << error << "\n";
     return 2;
   }
   return 0;
@@ -487,16 +496,17 @@ int ApplyDocument(const std::string& file, const std::string& shownFile,
 int DocApply(const std::string& file, const std::string& store,
              const ApplyOptions& o, std::ostream& out, std::ostream& err) {
   if (o.only.empty())
-    return ApplyDocument(file, Shown(file), store, o, Shown(o.base), out, err);
+    return ApplyDocument(file, doc::Shown(file), store, o, doc::Shown(o.base),
+                         out, err);
   // A part: the store's export with the named objects of file in place,
   // applied as any document, with that export as its base, so that what
   // else the store holds is kept even when another program writes it
   // meanwhile.
-  std::string shownFile = Shown(file) + " (only ";
+  std::string shownFile = doc::Shown(file) + " (only ";
   for (std::size_t i = 0; i < o.only.size(); ++i)
     shownFile += (i ? "," : "") + vantrel::Escaped(o.only[i]);
   shownFile += ")";
-  const ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
+  const doc::ApplyLog log(o.dryRun ? std::string() : o.log, store, shownFile);
   const auto refused = [&](const std::string& why, int status) {
     return Refuse(log, o.log, store, why, status, err);
   };
@@ -505,9 +515,9 @@ int DocApply(const std::string& file, const std::string& store,
   if (!Readable(file, input, &doc, &error)) return refused(error, 2);
   {
     doc::PlanDocument checked;
-    const int read = ReadForPlan(doc, checked, err);
-    if (read == 2) return refused("cannot read " + Shown(file), 2);
-    if (read == 1) return refused(Shown(file) + " is refused by check", 1);
+    const int read = doc::ReadForPlan(doc, checked, err);
+    if (read == 2) return refused("cannot read " + doc::Shown(file), 2);
+    if (read == 1) return refused(doc::Shown(file) + " is refused by check", 1);
   }
   Temporary now, part;
   {
@@ -515,11 +525,11 @@ int DocApply(const std::string& file, const std::string& store,
     const std::unique_ptr<KivStoreChange> snapshot =
         KivStoreChange::Begin(store, &refusal, &error, true);
     if (!snapshot)
-      return refused(
-          "cannot read " + Shown(store) + (error.empty() ? "" : ": " + error),
-          2);
+      return refused("cannot read " + doc::Shown(store) +
+                         (error.empty() ? "" : ": " + error),
+                     2);
     if (now.fd < 0 || !ExportThrough(snapshot->Connection(), now.path))
-      return refused(Shown(store) + " cannot be exported", 2);
+      return refused(doc::Shown(store) + " cannot be exported", 2);
   }
   std::string wanted;
   std::vector<std::string> missing;
@@ -528,7 +538,7 @@ int DocApply(const std::string& file, const std::string& store,
     std::string names;
     for (const std::string& id : missing)
       names += (names.empty() ? "" : ",") + vantrel::Escaped(id);
-    return refused("the part names objects that " + Shown(store) +
+    return refused("the part names objects that " + doc::Shown(store) +
                        " lacks: " + names + " (add them to --only)",
                    1);
   }
@@ -541,10 +551,12 @@ int DocApply(const std::string& file, const std::string& store,
   whole.only.clear();
   // The part keeps the store's own sites.
   whole.otherInstallation = true;
-  std::string shownBase = Shown(o.base);
+  std::string shownBase = doc::Shown(o.base);
   if (whole.base.empty()) {
     whole.base = now.path;
     shownBase = "its export before the part";
   }
   return ApplyDocument(part.path, shownFile, store, whole, shownBase, out, err);
 }
+
+}  // namespace vdoc

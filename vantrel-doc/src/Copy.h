@@ -9,15 +9,17 @@
 
 #include "Checker.h"
 
+namespace vdoc {
+
 // A visitor that writes what it is given and tells the checker of the walk
 // what it cannot write, as a problem of its line.
 class ReportingWriter : public doc::Visitor {
  public:
-  void ReportTo(Checker* checker) { checker_ = checker; }
+  void ReportTo(doc::Checker* checker) { checker_ = checker; }
   void Problem(std::size_t, const std::string&) override {}
 
  protected:
-  Checker* checker_ = nullptr;
+  doc::Checker* checker_ = nullptr;
 };
 
 class Output;
@@ -37,3 +39,5 @@ int CopyDocument(
     const std::string& file, const std::string& output,
     const std::function<std::unique_ptr<ReportingWriter>(Output&)>& make,
     const CopyWords& words, std::ostream& out, std::ostream& err);
+
+}  // namespace vdoc

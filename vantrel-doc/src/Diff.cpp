@@ -6,6 +6,8 @@
 #include "Plans.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
                   doc::PlanDocument& before, doc::PlanDocument& after,
                   std::ostream& err, int* status) {
@@ -13,14 +15,14 @@ bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
   std::ostringstream beforeErr, afterErr;
   int beforeRead = 0, afterRead = 0;
   Alongside reader(
-      [&] { beforeRead = ReadForPlan(oldFile, before, beforeErr); });
-  afterRead = ReadForPlan(newFile, after, afterErr);
+      [&] { beforeRead = doc::ReadForPlan(oldFile, before, beforeErr); });
+  afterRead = doc::ReadForPlan(newFile, after, afterErr);
   reader.Wait();
   err << beforeErr.str() << afterErr.str();
   for (const auto& [read, file] : {std::make_pair(beforeRead, &oldFile),
                                    std::make_pair(afterRead, &newFile)})
     if (read == 1)
-      err << "vantrel-doc: " << Shown(*file) << " is refused by check\n";
+      err << "vantrel-doc: " << doc::Shown(*file) << " is refused by check\n";
   *status = beforeRead || afterRead ? 2 : 0;
   return *status == 0;
 }
@@ -34,9 +36,11 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
   if (!ReadPlanPair(oldFile, newFile, before, after, err, &status))
     return status;
   const doc::Plan plan = doc::MakePlan(before, after);
-  if (const int written =
-          WritePlan(plan, format, output,
-                    Shown(oldFile) + " to " + Shown(newFile), out, err))
+  if (const int written = WritePlan(
+          plan, format, output,
+          doc::Shown(oldFile) + " to " + doc::Shown(newFile), out, err))
     return written;
   return plan.Empty() ? 0 : 1;
 }
+
+}  // namespace vdoc

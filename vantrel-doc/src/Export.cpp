@@ -17,6 +17,8 @@
 #include "Vantrel.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 namespace {
 
 // What changed from the archive before to the new one, as "N added, N
@@ -38,8 +40,8 @@ std::string Changes(const std::string& before, const std::string& after) {
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err) {
   const auto failed = [&](const std::string& why) {
-    err << "vantrel-doc: cannot export " << Shown(store) << " to "
-        << Shown(file) << ": " << why << "; " << Shown(file)
+    err << "vantrel-doc: cannot export " << doc::Shown(store) << " to "
+        << doc::Shown(file) << ": " << why << "; " << doc::Shown(file)
         << " is as it was\n";
     return 2;
   };
@@ -73,7 +75,7 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
   if (document.fail()) return failed(std::strerror(errno ? errno : EIO));
 
   std::ostringstream problems;
-  Checker checker(archive.PartialPath(), problems);
+  doc::Checker checker(archive.PartialPath(), problems);
   if (!checker.Run() || checker.Problems()) {
     err << problems.str();
     return failed("the new document is not whole");
@@ -86,10 +88,12 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
   std::size_t total = 0;
   for (int k = 0; k < doc::kKindCount; ++k)
     if (k != doc::kServer) total += checker.Counts()[k];
-  out << Shown(file) << ": " << total << " objects exported from "
-      << Shown(store)
+  out << doc::Shown(file) << ": " << total << " objects exported from "
+      << doc::Shown(store)
       << (changes.empty() ? std::string()
                           : "; since the last archive: " + changes)
       << "\n";
   return 0;
 }
+
+}  // namespace vdoc

@@ -8,6 +8,8 @@
 #include "Output.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 namespace {
 
 // RapidJSON's output stream: characters gathered in a buffer and written to
@@ -146,3 +148,5 @@ int DocJson(const std::string& file, const std::string& output,
       },
       {"the configuration of ", " as JSON", "no JSON was written"}, out, err);
 }
+
+}  // namespace vdoc

@@ -6,6 +6,8 @@
 #include "Output.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 namespace {
 
 // Adds the rows of every element to a new store as the document is walked.
@@ -14,7 +16,7 @@ class Loader : public doc::Visitor {
   explicit Loader(const std::string& store) : store_(store) {}
   bool Start(std::string* error) {
     writer_.reset();  // removes the partial file of a reading given up
-    const HeldSignals held;
+    const vantrel::HeldSignals held;
     writer_ = KivStoreWriter::Create(store_, error);
     if (writer_) SetPartialFile(writer_->PartialPath().c_str());
     return writer_ != nullptr;
@@ -49,24 +51,26 @@ int DocLoad(const std::string& file, const std::string& store,
   std::string error;
   Loader loader(store);
   if (!loader.Start(&error)) {
-    err << "vantrel-doc: cannot create the store " << Shown(store) << ": "
+    err << "vantrel-doc: cannot create the store " << doc::Shown(store) << ": "
         << error << "\n";
     return 2;
   }
   // Rows are added as the document is checked, in one pass; a document
   // with a problem leaves no store behind.
-  Checker checker(file, err, &loader);
+  doc::Checker checker(file, err, &loader);
   if (!checker.Run()) return 2;
   if (checker.Problems()) {
-    err << "vantrel-doc: " << Shown(file)
+    err << "vantrel-doc: " << doc::Shown(file)
         << " is refused by check: nothing was loaded\n";
     return 1;
   }
   if (!loader.Commit(&error)) {
-    err << "vantrel-doc: cannot load " << Shown(file) << " into "
-        << Shown(store) << ": " << error << "\n";
+    err << "vantrel-doc: cannot load " << doc::Shown(file) << " into "
+        << doc::Shown(store) << ": " << error << "\n";
     return 2;
   }
-  out << Shown(store) << ": loaded from " << Shown(file) << "\n";
+  out << doc::Shown(store) << ": loaded from " << doc::Shown(file) << "\n";
   return 0;
 }
+
+}  // namespace vdoc

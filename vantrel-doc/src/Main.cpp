@@ -9,6 +9,8 @@
 #include "Output.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 namespace {
 
 const char kUsage[] =
@@ -216,3 +218,5 @@ int VantrelDocMain(int argc, char* argv[]) {
   return SayingOutOfMemory(
       [&] { return CommandLine(std::vector<std::string>(argv, argv + argc)); });
 }
+
+}  // namespace vdoc

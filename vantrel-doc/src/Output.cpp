@@ -16,11 +16,11 @@
 #include "Escape.h"
 #include "Files.h"
 
+namespace vdoc {
+
 namespace {
 
 std::atomic<const char*> partialFile{nullptr};
-
-constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
 
 void OnSignal(int signal) {
   // Only what is safe in a signal handler: unlink, then the default action.
@@ -51,20 +51,12 @@ std::string Followed(std::string path) {
 
 void SetPartialFile(const char* path) { partialFile.store(path); }
 
-HeldSignals::HeldSignals() {
-  sigset_t held;
-  sigemptyset(&held);
-  for (int signal : kSignals) sigaddset(&held, signal);
-  ::sigprocmask(SIG_BLOCK, &held, &saved_);
-}
-
-HeldSignals::~HeldSignals() { ::sigprocmask(SIG_SETMASK, &saved_, nullptr); }
-
 void RemovePartialFilesOnSignals() {
   struct sigaction action {};
   action.sa_handler = OnSignal;
   sigemptyset(&action.sa_mask);
-  for (int signal : kSignals) ::sigaction(signal, &action, nullptr);
+  for (int signal : vantrel::kHeldSignals)
+    ::sigaction(signal, &action, nullptr);
 }
 
 Output::~Output() {
@@ -128,7 +120,7 @@ bool Output::Open(const std::string& path, std::string* error, bool regularOnly,
     }
   }
 
-  const HeldSignals held;
+  const vantrel::HeldSignals held;
   std::string partial =
       direct_ >= 0 ? vantrel::TemporaryDirectory() + "/vantrel-doc-XXXXXX"
                    : path_ + ".partial-XXXXXX";
@@ -211,3 +203,5 @@ bool Output::CommitSpool(std::string* error) {
   std::remove(partial_.c_str());
   return true;
 }
+
+}  // namespace vdoc

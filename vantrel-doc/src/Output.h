@@ -20,6 +20,10 @@
 #include <string>
 #include <string_view>
 
+#include "Signals.h"
+
+namespace vdoc {
+
 class Output {
  public:
   // What may be replaced: the first bytes of an existing regular file
@@ -55,23 +59,11 @@ class Output {
   int direct_ = -1;  // the target written into through a spool, or -1
 };
 
-// Holds the signals that remove partial files while it lives: a partial
-// file is made and registered in one step, so that a signal never finds it
-// unknown.
-class HeldSignals {
- public:
-  HeldSignals();
-  ~HeldSignals();
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
-
- private:
-  sigset_t saved_;
-};
-
 // The partial file being written now, which a signal removes (null for
 // none). Set by Output and by load for its store.
 void SetPartialFile(const char* path);
 // Removes the partial file at SIGINT, SIGTERM, SIGHUP, SIGPIPE and SIGXFSZ
 // (a file-size limit), then ends by the signal.
 void RemovePartialFilesOnSignals();
+
+}  // namespace vdoc

@@ -9,19 +9,7 @@
 #include "PlanPage.h"
 #include "PlanViews.h"
 
-int ReadForPlan(const std::string& file, doc::PlanDocument& doc,
-                std::ostream& err, doc::Visitor* visitor) {
-  struct stat st {};
-  if (::stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode))
-    doc.Reserve(static_cast<std::size_t>(st.st_size));
-  doc::Both both(doc, *(visitor ? visitor : &doc));
-  Checker checker(file, err,
-                  visitor ? static_cast<doc::Visitor*>(&both) : &doc);
-  if (!checker.Run()) return 2;
-  if (checker.Problems()) return 1;
-  doc.Finish();
-  return 0;
-}
+namespace vdoc {
 
 namespace {
 
@@ -61,7 +49,9 @@ int WritePlan(const doc::Plan& plan, PlanFormat format,
     if (whole && file.fail()) error = "the write failed";
     if (whole && !file.fail() && written.Commit(&error)) return 0;
   }
-  err << "vantrel-doc: cannot write " << ShownOutput(output) << ": " << error
-      << "\n";
+  err << "vantrel-doc: cannot write " << doc::ShownOutput(output) << ": "
+      << error << "\n";
   return 2;
 }
+
+}  // namespace vdoc

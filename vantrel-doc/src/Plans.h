@@ -6,16 +6,14 @@
 
 #include "DocumentPlan.h"
 
-enum class PlanFormat { kText, kJson, kHtml };
+namespace vdoc {
 
-// Reads and checks file into doc, through visitor too when given; 0, or
-// the exit status of the failure after reporting its problems: 1 for a
-// document check refuses, 2 for one that cannot be read.
-int ReadForPlan(const std::string& file, doc::PlanDocument& doc,
-                std::ostream& err, doc::Visitor* visitor = nullptr);
+enum class PlanFormat { kText, kJson, kHtml };
 
 // Writes plan to output (out for "-") whole or not at all; 0, or
 // 2 after saying why it cannot be written. title names the two sides.
 int WritePlan(const doc::Plan& plan, PlanFormat format,
               const std::string& output, const std::string& title,
               std::ostream& out, std::ostream& err);
+
+}  // namespace vdoc

@@ -18,9 +18,12 @@
 #include "TwinWriter.h"
 #include "VantrelDoc.h"
 
+extern const char* const kReportXsl;
+
+namespace vdoc {
+
 // The report stylesheet, compiled in from share/vantrel-report.xsl: the one
 // definition of the report, which xsltproc applies too.
-extern const char* const kReportXsl;
 
 namespace {
 
@@ -114,29 +117,31 @@ int DocReport(const std::string& file, const std::string& output,
   });
   PictureData data;
   doc::Both both(writer, data);
-  Checker checker(file, err, &both);
+  doc::Checker checker(file, err, &both);
   writer.ReportTo(&checker);
   if (!checker.Run()) return 2;
   if (checker.Problems()) {
-    err << "vantrel-doc: " << Shown(file)
+    err << "vantrel-doc: " << doc::Shown(file)
         << " is refused: no report was made\n";
     return 1;
   }
   std::string svg, html, error;
   if (!DrawPicture(data, &svg, &error) ||
-      !MakeReport(twin.str(), Shown(file), svg, &html, &error)) {
-    err << "vantrel-doc: cannot make the report of " << Shown(file) << ": "
+      !MakeReport(twin.str(), doc::Shown(file), svg, &html, &error)) {
+    err << "vantrel-doc: cannot make the report of " << doc::Shown(file) << ": "
         << error << "\n";
     return 2;
   }
   Output page;
   if (!page.Open(output, &error) || !(page.Stream() << html) ||
       !page.Commit(&error)) {
-    err << "vantrel-doc: cannot write " << ShownOutput(output) << ": " << error
-        << "\n";
+    err << "vantrel-doc: cannot write " << doc::ShownOutput(output) << ": "
+        << error << "\n";
     return 2;
   }
   if (output != "-")
-    out << Shown(output) << ": the report of " << Shown(file) << "\n";
+    out << doc::Shown(output) << ": the report of " << doc::Shown(file) << "\n";
   return 0;
 }
+
+}  // namespace vdoc

@@ -8,6 +8,8 @@
 #include "DocumentPicture.h"
 #include "Escape.h"
 
+namespace vdoc {
+
 namespace {
 
 // The value of attribute name of line, or "".
@@ -306,3 +308,5 @@ bool DrawPicture(const PictureData& data, std::string* svg,
          std::get<2>(key) + " (" + std::to_string(count) + ")", ""});
   return doc::DrawSvg(graph, svg, error);
 }
+
+}  // namespace vdoc

@@ -10,6 +10,8 @@
 
 #include "DocumentWalk.h"
 
+namespace vdoc {
+
 // Gathers what the picture shows as a document is walked.
 class PictureData : public doc::Visitor {
  public:
@@ -44,3 +46,5 @@ constexpr std::size_t kMostDrawn = 60;
 
 // The picture as SVG; false with the reason in *error.
 bool DrawPicture(const PictureData& data, std::string* svg, std::string* error);
+
+}  // namespace vdoc

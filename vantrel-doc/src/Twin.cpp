@@ -6,6 +6,8 @@
 #include "TwinWriter.h"
 #include "VantrelDoc.h"
 
+namespace vdoc {
+
 int DocXml(const std::string& file, const std::string& output,
            std::ostream& out, std::ostream& err) {
   return CopyDocument(
@@ -18,3 +20,5 @@ int DocXml(const std::string& file, const std::string& output,
       {"the well-formed copy of ", "", "no well-formed copy was written"}, out,
       err);
 }
+
+}  // namespace vdoc

@@ -9,6 +9,8 @@
 #include "Copy.h"
 #include "DocumentWrite.h"
 
+namespace vdoc {
+
 class TwinWriter : public ReportingWriter {
  public:
   // Writes to stream; rewind empties what was written, for a walk that
@@ -38,3 +40,5 @@ class TwinWriter : public ReportingWriter {
   std::function<bool(std::string*)> rewind_;
   std::string text_;
 };
+
+}  // namespace vdoc

@@ -12,6 +12,8 @@
 
 #include "Plans.h"
 
+namespace vdoc {
+
 // A summary when the document is whole and consistent, else one line per
 // problem, each naming FILE:LINE.
 int DocCheck(const std::string& file, std::ostream& out, std::ostream& err);
@@ -71,3 +73,5 @@ int DocApply(const std::string& file, const std::string& store,
 int SayingOutOfMemory(const std::function<int()>& command);
 // The command line.
 int VantrelDocMain(int argc, char* argv[]);
+
+}  // namespace vdoc

@@ -1,3 +1,3 @@
 #include "VantrelDoc.h"
 
-int main(int argc, char* argv[]) { return VantrelDocMain(argc, argv); }
+int main(int argc, char* argv[]) { return vdoc::VantrelDocMain(argc, argv); }

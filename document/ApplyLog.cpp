@@ -17,6 +17,8 @@
 #include "Hex.h"
 #include "PlanViews.h"
 
+namespace doc {
+
 std::string Sha256(std::string_view bytes) {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int size = 0;
@@ -136,3 +138,5 @@ bool ApplyLog::Append(const std::string& line, std::string* error) const {
   }
   return done;
 }
+
+}  // namespace doc

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <ostream>
 
+#include "DocumentPlan.h"
 #include "Escape.h"
 #include "Files.h"
 #include "Hex.h"
-#include "Output.h"
+
+namespace doc {
 
 std::string Shown(const std::string& file) {
   return file == "-" ? "<stdin>" : vantrel::Escaped(file);
@@ -31,7 +33,7 @@ std::size_t FileSize(const std::string& file) {
 
 }  // namespace
 
-Checker::Checker(const std::string& file, std::ostream& err, doc::Visitor* next,
+Checker::Checker(const std::string& file, std::ostream& err, Visitor* next,
                  bool identifiers)
     : file_(file), err_(err), next_(next), identifiers_(identifiers) {}
 
@@ -60,7 +62,7 @@ void Checker::Element(const doc::Line& line, std::size_t n,
   if (next_) next_->Element(line, n, place);
   ++counts_[line.kind];
   if (!identifiers_) return;
-  const auto& attributes = doc::LayoutOf(line.kind).attributes;
+  const auto& attributes = LayoutOf(line.kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {
     if (!line.Has(static_cast<int>(i))) continue;
     const doc::Attribute& a = attributes[i];
@@ -87,7 +89,7 @@ bool Checker::Run() {
     oids_.reserve(bytes / 100);
     references_.reserve(bytes / 60);
   }
-  walked_ = doc::Walk(file_, *this);
+  walked_ = Walk(file_, *this);
   if (!walked_.opened) {
     err_ << "vantrel-doc: " << Shown(file_) << ": "
          << (walked_.temporary
@@ -129,10 +131,10 @@ void Checker::CheckIdentifiers() {
     if (!r.kinds) {
       // A media has no element, and shares its identifiers with them all.
       if (named)
-        found.emplace_back(
-            r.line, std::string(r.attribute) + " names " + shown(r.id) +
-                        ", a " + doc::LayoutOf(it->kind).name + " (line " +
-                        std::to_string(it->line) + "), not a media");
+        found.emplace_back(r.line,
+                           std::string(r.attribute) + " names " + shown(r.id) +
+                               ", a " + LayoutOf(it->kind).name + " (line " +
+                               std::to_string(it->line) + "), not a media");
       continue;
     }
     if (!named) {
@@ -141,7 +143,7 @@ void Checker::CheckIdentifiers() {
                                      ", which is not in the document");
       continue;
     }
-    const std::string kind = doc::LayoutOf(it->kind).name;
+    const std::string kind = LayoutOf(it->kind).name;
     if ((std::string(" ") + r.kinds + " ").find(" " + kind + " ") ==
         std::string::npos)
       found.emplace_back(r.line, std::string(r.attribute) + " names " +
@@ -154,3 +156,18 @@ void Checker::CheckIdentifiers() {
       [](const auto& a, const auto& b) { return a.first < b.first; });
   for (const auto& p : found) Problem(p.first, p.second);
 }
+
+int ReadForPlan(const std::string& file, PlanDocument& plan, std::ostream& err,
+                Visitor* visitor) {
+  struct stat st {};
+  if (::stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode))
+    plan.Reserve(static_cast<std::size_t>(st.st_size));
+  Both both(plan, *(visitor ? visitor : &plan));
+  Checker checker(file, err, visitor ? static_cast<Visitor*>(&both) : &plan);
+  if (!checker.Run()) return 2;
+  if (checker.Problems()) return 1;
+  plan.Finish();
+  return 0;
+}
+
+}  // namespace doc

@@ -13,12 +13,7 @@
 #include "DocumentWalk.h"
 #include "LargeAllocator.h"
 
-using doc::Compare;
-using doc::Defined;
-using doc::Id;
-using doc::Identifier;
-using doc::MakeId;
-using doc::Spill;
+namespace doc {
 
 // The most problems reported of one file: past them it is not a document
 // the exporter writes, and reading it further tells nothing more.
@@ -29,18 +24,17 @@ std::string Shown(const std::string& file);
 // An output's name as diagnostics show it ("-" is standard output).
 std::string ShownOutput(const std::string& file);
 
-class Checker : public doc::Visitor {
+class Checker : public Visitor {
  public:
   // Reports problems of file to err as "FILE:LINE: what"; passes every
   // element and line on to next, when given. Without identifiers, the
   // identifiers and references are not checked, and memory stays flat
   // however long the document: for commands that copy a document line by
   // line.
-  Checker(const std::string& file, std::ostream& err,
-          doc::Visitor* next = nullptr, bool identifiers = true);
-  void Element(const doc::Line& line, std::size_t n,
-               const doc::Place& place) override;
-  void Other(const doc::Line& line, std::size_t n) override;
+  Checker(const std::string& file, std::ostream& err, Visitor* next = nullptr,
+          bool identifiers = true);
+  void Element(const Line& line, std::size_t n, const Place& place) override;
+  void Other(const Line& line, std::size_t n) override;
   void Problem(std::size_t n, const std::string& what) override;
   void Restart() override;
   bool Stopped() const override { return problems_ >= kMaxProblems; }
@@ -65,12 +59,21 @@ class Checker : public doc::Visitor {
   void CheckIdentifiers();
   std::string file_;
   std::ostream& err_;
-  doc::Visitor* next_;
+  Visitor* next_;
   bool identifiers_;
   doc::Walked walked_;
   std::size_t problems_ = 0;
-  std::size_t counts_[doc::kKindCount] = {};
+  std::size_t counts_[kKindCount] = {};
   kiv::LargeVector<Defined> oids_;
   kiv::LargeVector<Reference> references_;
   Spill spill_;
 };
+
+// Reads and checks file into plan, through visitor too when given; 0, or
+// the exit status of the failure after reporting its problems: 1 for a
+// document check refuses, 2 for one that cannot be read.
+class PlanDocument;
+int ReadForPlan(const std::string& file, PlanDocument& plan, std::ostream& err,
+                Visitor* visitor = nullptr);
+
+}  // namespace doc

@@ -7,6 +7,8 @@
 
 #include "DocumentPlan.h"
 
+namespace doc {
+
 // The SHA-256 digest of bytes as "sha256:" and 64 hexadecimal digits.
 std::string Sha256(std::string_view bytes);
 
@@ -18,7 +20,7 @@ class ApplyLog {
   // plan): the digests of what the store exported before and after, and
   // the plan. Made before the commit; "" when no log is kept.
   std::string AppliedLine(const std::string& before, const std::string& after,
-                          const doc::Plan& plan) const;
+                          const Plan& plan) const;
   // Appends line, as AppliedLine made it: it allocates nothing, so that
   // it may follow a commit. False with *error.
   bool Append(const std::string& line, std::string* error) const;
@@ -29,3 +31,5 @@ class ApplyLog {
  private:
   std::string path_, directory_, store_, document_;
 };
+
+}  // namespace doc
