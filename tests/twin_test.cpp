@@ -16,7 +16,10 @@
 //            generated store of thousands of objects, the same, its
 //            picture's boxes linked to the sites' rows
 //   Command  --help, --version, "-" for standard input and output, exit
-//            status 2 with the system's reason, a bad command line
+//            status 2 with the system's reason, a bad command line; the
+//            command table: each command in the usage, with a --help of its
+//            own, and the bash completion offering exactly its commands and
+//            each command's options
 //   Signals  SIGINT, SIGTERM and SIGHUP while load or xml writes its file:
 //            the partial file removed, the process ended by the signal; a
 //            partial store left by SIGKILL is refused by the exporter
@@ -28,8 +31,10 @@
 #include <chrono>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <thread>
 
+#include "Commands.h"
 #include "binaries.h"
 #include "shaped_store.h"
 #include "test_support.h"
@@ -483,6 +488,40 @@ TEST(Command, TheUsualCommandLine) {
       piped.out.substr(0, 62),
       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?><?vantrel-doc escaped?>");
   EXPECT_NE(piped.out.find("Name=\"P&amp;ONE\""), std::string::npos);
+}
+
+// The words of list, split at blanks, in a set.
+std::set<std::string> Words(const std::string& list) {
+  std::set<std::string> words;
+  std::istringstream in(list);
+  for (std::string w; in >> w;) words.insert(w);
+  return words;
+}
+
+TEST(Command, TheTableIsWhatUsageHelpAndCompletionKnow) {
+  const std::string completion =
+      ReadFile(std::string(TEST_DIR) + "/../share/completion/vantrel-doc");
+  std::smatch first;
+  ASSERT_TRUE(std::regex_search(
+      completion, first, std::regex(R"re(compgen -W \\\n *"([^"]*)")re")));
+  std::set<std::string> commands{"--help", "--version"};
+  for (const vdoc::CommandNames& c : vdoc::ListCommands()) {
+    SCOPED_TRACE(c.name);
+    commands.insert(c.name);
+    EXPECT_NE(vdoc::Usage().find("vantrel-doc " + c.name + " "),
+              std::string::npos);
+    const RunResult help = Doc({c.name, "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("Usage:"), std::string::npos) << help.out;
+    std::smatch offered;
+    ASSERT_TRUE(std::regex_search(
+        completion, offered,
+        std::regex("\n    " + c.name + "\\) options=\"([^\"]*)\"")));
+    std::set<std::string> options(c.options.begin(), c.options.end());
+    options.erase("-h");  // --help is offered for it
+    EXPECT_EQ(Words(offered[1]), options);
+  }
+  EXPECT_EQ(Words(first[1]), commands);
 }
 
 // The files of directory whose names hold part.
