@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ApplyGuards.h"
 #include "Plans.h"
 
 namespace vdoc {
@@ -49,16 +50,10 @@ int DocReport(const std::string& file, const std::string& output,
 // added, removed and changed since.
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err);
-// How apply goes.
-struct ApplyOptions {
-  bool dryRun = false;  // show the plan, from a snapshot, and write nothing
+// How apply goes: the pipeline's options, and where a dry run's plan goes.
+struct ApplyOptions : doc::ApplyOptions {
   PlanFormat format = PlanFormat::kText;  // of a dry run's plan
   std::string output = "-";               // where a dry run's plan goes
-  std::string base;       // refuse a store that no longer exports it
-  std::string log;        // a file to append a JSON line to, per apply
-  long maxRemovals = -1;  // refuse a plan removing more (-1: any number)
-  bool otherInstallation = false;  // take a document of another local site
-  std::vector<std::string> only;   // apply only these objects' subtrees
 };
 // Makes store export file byte for byte, writing only what differs in one
 // transaction, which it commits only once the store exports file; then

@@ -1,0 +1,81 @@
+#include "ApplyGuards.h"
+
+#include "Escape.h"
+
+namespace doc {
+
+namespace {
+
+std::string Base(const GuardFacts& f, const ApplyOptions&) {
+  return f.baseMoved ? f.store + " no longer exports " + f.base +
+                           ": it was changed since"
+                     : std::string();
+}
+
+std::string Part(const GuardFacts& f, const ApplyOptions&) {
+  if (f.missing.empty()) return std::string();
+  std::string names;
+  for (const std::string& id : f.missing)
+    names += (names.empty() ? "" : ",") + vantrel::Escaped(id);
+  return "the part names objects that " + f.store + " lacks: " + names +
+         " (add them to --only)";
+}
+
+// A document without a local site says nothing of its installation: only
+// two sites that differ refuse.
+std::string OtherInstallation(const GuardFacts& f, const ApplyOptions& o) {
+  if (o.otherInstallation || f.storeSite.empty() || f.documentSite.empty() ||
+      f.storeSite == f.documentSite)
+    return std::string();
+  return f.document + " is another installation's: its local site is " +
+         f.documentSite + ", the store's is " + f.storeSite +
+         " (--other-installation applies it all the same)";
+}
+
+std::string MaxRemovals(const GuardFacts& f, const ApplyOptions& o) {
+  if (!f.plan || o.maxRemovals < 0 ||
+      f.plan->removed <= static_cast<std::size_t>(o.maxRemovals))
+    return std::string();
+  return "the plan removes " + std::to_string(f.plan->removed) +
+         " objects, more than --max-removals " + std::to_string(o.maxRemovals);
+}
+
+// A media row that no element carries is kept: one whose identifier the
+// document gives to an object would be its duplicate.
+std::string KeptMedia(const GuardFacts& f, const ApplyOptions&) {
+  if (f.keptMedia.empty()) return std::string();
+  return "the store's media " + f.keptMedia + " is kept by apply, and " +
+         f.document + " gives its identifier to a " + f.keptMediaTakenBy +
+         ": remove the media row or change the document";
+}
+
+}  // namespace
+
+const std::vector<Guard>& Guards() {
+  // A new guard is a row here, its fact in GuardFacts, and a test row.
+  static const std::vector<Guard> guards = {
+      {"base", Base, 1, false},
+      {"part", Part, 1, false},
+      {"other-installation", OtherInstallation, 1, true},
+      {"max-removals", MaxRemovals, 1, true},
+      {"kept-media", KeptMedia, 1, true},
+  };
+  return guards;
+}
+
+Refusal Guarded(const GuardFacts& facts, const ApplyOptions& options) {
+  for (const Guard& g : Guards()) {
+    std::string why = g.check(facts, options);
+    if (why.empty()) continue;
+    Refusal r;
+    r.guard = g.name;
+    r.why = std::move(why);
+    if (g.check == Base) r.detail = facts.baseChanges;
+    r.status = g.status;
+    r.planShown = g.planShown;
+    return r;
+  }
+  return Refusal();
+}
+
+}  // namespace doc

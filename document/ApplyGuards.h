@@ -1,0 +1,64 @@
+// The guards of an apply: one table, evaluated once over what the apply
+// found before it writes anything, for a dry run and a real apply alike.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "DocumentPlan.h"
+
+namespace doc {
+
+// How apply goes, as its command line asked.
+struct ApplyOptions {
+  bool dryRun = false;    // show the plan, from a snapshot, and write nothing
+  std::string base;       // refuse a store that no longer exports it
+  std::string log;        // a file to append a JSON line to, per apply
+  long maxRemovals = -1;  // refuse a plan removing more (-1: any)
+  bool otherInstallation = false;  // take a document of another local site
+  std::vector<std::string> only;   // apply only these objects' subtrees
+};
+
+// What the guards look at. The names are as messages show them.
+struct GuardFacts {
+  const Plan* plan = nullptr;  // null when the apply has no plan to make
+  std::string document, store, base;
+  std::string documentSite, storeSite;  // local sites' identifiers, or ""
+  bool baseMoved = false;               // the store no longer exports the base
+  std::string baseChanges;  // what changed since the base, in plan text
+  // Identifiers the part needs that the store lacks, each once.
+  std::vector<std::string> missing;
+  // A media the store keeps whose identifier the document gives to an
+  // object: the media's identifier and the object's kind; "" for none.
+  std::string keptMedia, keptMediaTakenBy;
+};
+
+// A refusal: the guard's name, its message, anything said before it, its
+// exit status, and whether a dry run still shows its plan.
+struct Refusal {
+  const char* guard = nullptr;  // null: nothing refused
+  std::string why, detail;
+  int status = 0;
+  bool planShown = false;
+  explicit operator bool() const { return guard != nullptr; }
+};
+
+// One guard: its name, its check (the message of a refusal, or "" to let
+// the apply go on), the exit status it refuses with, and whether a dry run
+// it refuses still shows its plan.
+struct Guard {
+  const char* name;
+  std::string (*check)(const GuardFacts&, const ApplyOptions&);
+  int status;
+  bool planShown;
+};
+
+// Every guard, in the order they are asked.
+const std::vector<Guard>& Guards();
+
+// The first guard of Guards() that refuses, with the base's changes as its
+// detail when that guard is the base's; an empty Refusal when none does.
+Refusal Guarded(const GuardFacts& facts, const ApplyOptions& options);
+
+}  // namespace doc

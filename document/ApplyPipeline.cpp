@@ -1,0 +1,586 @@
+#include "ApplyPipeline.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <ostream>
+#include <sstream>
+
+#include "Alongside.h"
+#include "ApplyLog.h"
+#include "Checker.h"
+#include "DocumentPart.h"
+#include "DocumentRows.h"
+#include "DocumentWrite.h"
+#include "Escape.h"
+#include "Files.h"
+#include "Hex.h"
+#include "KivStoreChange.h"
+#include "PlanViews.h"
+#include "SdaiSession.h"
+#include "Signals.h"
+#include "Vantrel.h"
+
+namespace doc {
+
+namespace {
+
+using W = KivStoreWriter;
+
+volatile std::sig_atomic_t caught = 0;
+
+void OnApplySignal(int signal) {
+  caught = signal;
+  KivStoreChange::Interrupt();
+}
+
+// While it lives, SIGINT, SIGTERM and SIGHUP stop the apply where it
+// stands: the transaction is rolled back and its files closed as the
+// command unwinds, then the process ends by the signal.
+class Interruption {
+ public:
+  Interruption() {
+    struct sigaction action {};
+    action.sa_handler = OnApplySignal;
+    sigemptyset(&action.sa_mask);
+    for (std::size_t i = 0; i < 3; ++i)
+      ::sigaction(kSignals[i], &action, &saved_[i]);
+  }
+  ~Interruption() {
+    for (std::size_t i = 0; i < 3; ++i)
+      ::sigaction(kSignals[i], &saved_[i], nullptr);
+    if (caught) ::raise(caught);
+  }
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+  static bool Caught() { return caught != 0; }
+
+ private:
+  static constexpr int kSignals[3] = {SIGINT, SIGTERM, SIGHUP};
+  struct sigaction saved_[3];
+};
+
+// The rows the document wants, as load would make them, and the document
+// as the exporter writes it, whatever its syntax.
+struct Wants {
+  KivStoreContent content;
+  std::vector<Kind> kinds;  // of each object row, in the order added
+  std::string exported;
+  std::string error;  // a row the store's schema does not take
+};
+
+// Gathers the rows of each element as the document is walked.
+class Gatherer : public Visitor {
+ public:
+  explicit Gatherer(Wants& wants) : wants_(wants) {}
+  // A stylesheet instruction is how a document is shown, not configuration:
+  // the store's export never has one.
+  void Other(const Line& line, std::size_t) override {
+    if (line.type != Line::kStylesheet) Write(line);
+  }
+  void Element(const Line& line, std::size_t, const Place& place) override {
+    Write(line);
+    RowsOf(
+        line, place.parent,
+        [&](const char* table, const std::vector<W::Value>& values, bool once) {
+          const std::size_t objects = wants_.content.Objects();
+          if (!wants_.content.Add(table, values, &wants_.error, once))
+            return false;
+          if (wants_.content.Objects() > objects)
+            wants_.kinds.push_back(line.kind);
+          return true;
+        });
+  }
+  void Problem(std::size_t, const std::string&) override {}
+  void Restart() override { wants_ = Wants(); }
+
+ private:
+  void Write(const Line& line) {
+    std::string unused;
+    WriteLine(line, false, wants_.exported, &unused);
+    wants_.exported += '\n';
+  }
+  Wants& wants_;
+};
+
+// Exports the store that db serves, in its transaction, to file; true when
+// the exporter succeeded (its messages went to standard error).
+bool ExportThrough(sqlite3* db, const std::string& file) {
+  std::ofstream out(file, std::ios::out | std::ios::trunc);
+  // The connection is served, and its session closed, however the export
+  // ends: memory running out among the ways.
+  struct Serving {
+    explicit Serving(sqlite3* connection) { KivServeConnection(connection); }
+    ~Serving() {
+      KivServeConnection(nullptr);
+      if (SdaiSession* session = SdaiSession::CurrentSession())
+        session->CloseSession();
+    }
+  } serving(db);
+  indent = 0;
+  iXSL = 0;
+  const int rc = ReadAdmin(&out);
+  out.close();
+  return rc == 0 && !out.fail();
+}
+
+// True when the file at path holds bytes exactly; read a block at a time.
+bool Holds(const std::string& path, std::string_view bytes) {
+  std::ifstream in(path, std::ios::binary);
+  char block[1 << 16];
+  while (in) {
+    in.read(block, sizeof block);
+    const auto got = static_cast<std::size_t>(in.gcount());
+    if (got > bytes.size() || bytes.compare(0, got, block, got) != 0)
+      return false;
+    bytes.remove_prefix(got);
+  }
+  return in.eof() && bytes.empty();
+}
+
+// A file in memory, named by a path of /proc: nothing of it is left on a
+// disk whatever ends the process, and no temporary directory can fail it.
+struct Temporary {
+  Temporary() {
+    fd = ::memfd_create("vantrel-apply", MFD_CLOEXEC);
+    error = fd < 0 ? errno : 0;
+    path = fd < 0 ? std::string() : "/proc/self/fd/" + std::to_string(fd);
+  }
+  ~Temporary() {
+    if (fd >= 0) ::close(fd);
+  }
+  Temporary(const Temporary&) = delete;
+  Temporary& operator=(const Temporary&) = delete;
+  int fd = -1;
+  int error = 0;  // why there is no file
+  std::string path;
+};
+
+// Sets *path to a file that holds the document file: file itself, or for
+// "-" a copy of standard input in input. False with *error.
+bool Readable(const std::string& file, Temporary& input, std::string* path,
+              std::string* error) {
+  *path = file;
+  if (file != "-") return true;
+  if (input.fd >= 0 &&
+      vantrel::CopyFile(STDIN_FILENO, input.fd, kMaxDocumentBytes) ==
+          vantrel::Copied::kWhole) {
+    *path = input.path;
+    return true;
+  }
+  *error = std::string("cannot read <stdin>: ") +
+           (errno == EFBIG ? "larger than any document" : std::strerror(errno));
+  return false;
+}
+
+// Reads the document file whole into *bytes, as any document is read:
+// bounded, and only from a regular file. False with the reason in *error.
+bool ReadDocumentFile(const std::string& file, std::string* bytes,
+                      std::string* error) {
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st {};
+  if (fd < 0 || ::fstat(fd, &st) != 0) {
+    *error = std::strerror(errno);
+    if (fd >= 0) ::close(fd);
+    return false;
+  }
+  const bool regular = S_ISREG(st.st_mode);
+  if (!regular || static_cast<std::uint64_t>(st.st_size) > kMaxDocumentBytes) {
+    ::close(fd);
+    *error = S_ISDIR(st.st_mode) ? std::strerror(EISDIR)
+             : regular           ? "larger than any document"
+                                 : "not a regular file";
+    return false;
+  }
+  bytes->resize(static_cast<std::size_t>(st.st_size));
+  std::size_t at = 0;
+  while (at < bytes->size()) {
+    const ssize_t got = ::read(fd, &(*bytes)[at], bytes->size() - at);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      *error = got < 0 ? std::strerror(errno) : "it was cut short while read";
+      ::close(fd);
+      return false;
+    }
+    at += static_cast<std::size_t>(got);
+  }
+  ::close(fd);
+  return true;
+}
+
+// Where a stage stopped the apply: why, and the exit status; status 0
+// goes on.
+struct Stop {
+  int status = 0;
+  std::string why;
+};
+const Stop kGoOn{};
+
+// How far the store's export went.
+enum class Exported { kNotMade, kNotExported, kNotReadBack, kRefused, kRead };
+
+// Everything one apply holds from stage to stage.
+struct Run {
+  Run(const ApplyRequest& r, ApplySaying& s, std::ostream& o, std::ostream& e)
+      : request(r),
+        options(r.options),
+        say(s),
+        out(o),
+        err(e),
+        log(r.options.dryRun ? std::string() : r.options.log, r.store,
+            r.shownDocument) {}
+  const ApplyRequest& request;
+  ApplyOptions options;  // a part's base is its snapshot
+  ApplySaying& say;
+  std::ostream& out;
+  std::ostream& err;
+  const ApplyLog log;
+  std::string shownBase = request.shownBase;
+  // The documents: standard input copied to be read twice, a part made.
+  Temporary input, part, snapshot;
+  std::string document = request.document;
+  Wants wants;
+  PlanDocument wanted;
+  int read = 2;
+  std::ostringstream readErr;
+  std::string baseBytes, baseError;
+  bool baseRead = true;
+  // The store, its state exported and read for the plan.
+  KivStoreChange::Refusal refusal = KivStoreChange::Refusal::kNone;
+  std::string storeError;
+  std::unique_ptr<KivStoreChange> change;
+  Temporary now;
+  std::string before;
+  PlanDocument current;
+  Exported exported = Exported::kNotMade;
+  // What is found and decided.
+  Plan plan;
+  GuardFacts facts;
+  std::string saidPlan, logLine;
+};
+
+// Says once why the apply stops and that the store was not changed, and
+// records it in the log: a failure line claims no change. Returns status.
+int Refuse(Run& run, const std::string& why, int status) {
+  run.err << "vantrel-doc: " << why << "; " << run.request.shownStore
+          << " was not changed\n";
+  std::string error;
+  if (!run.log.Failed(why, &error))
+    run.err << "vantrel-doc: cannot append to "
+            << vantrel::Escaped(run.options.log) << ": " << error << "\n";
+  return status;
+}
+
+// The part of --only: the store's snapshot with the named objects of the
+// document in place, which the apply then takes as its document, with the
+// snapshot as its base unless one is given, so that what else the store
+// holds is kept even when another program writes it meanwhile. Leaves the
+// part and the snapshot in files in memory; the identifiers the part needs
+// that the store lacks go to the facts.
+Stop MakePart(Run& run) {
+  const std::string& shown = run.request.shownFile;
+  {
+    PlanDocument checked;
+    const int read = ReadForPlan(run.document, checked, run.err);
+    if (read == 2) return {2, "cannot read " + shown};
+    if (read == 1) return {1, shown + " is refused by check"};
+  }
+  std::string error;
+  {
+    KivStoreChange::Refusal refusal;
+    const std::unique_ptr<KivStoreChange> snapshot =
+        KivStoreChange::Begin(run.request.store, &refusal, &error, true);
+    if (!snapshot)
+      return {2, "cannot read " + run.request.shownStore +
+                     (error.empty() ? "" : ": " + error)};
+    if (run.snapshot.fd < 0 ||
+        !ExportThrough(snapshot->Connection(), run.snapshot.path))
+      return {2, run.request.shownStore + " cannot be exported"};
+  }
+  std::string wanted;
+  if (!PromotePart(run.snapshot.path, run.document, run.options.only, &wanted,
+                   &run.facts.missing, &error))
+    return run.facts.missing.empty() ? Stop{1, vantrel::Escaped(error)} : kGoOn;
+  if (run.part.fd < 0 || ::write(run.part.fd, wanted.data(), wanted.size()) !=
+                             static_cast<ssize_t>(wanted.size()))
+    return {2, std::string("cannot make a file in memory: ") +
+                   std::strerror(errno)};
+  run.document = run.part.path;
+  if (run.options.base.empty()) {
+    run.options.base = run.snapshot.path;
+    run.shownBase = "its export before the part";
+  }
+  return kGoOn;
+}
+
+// Reads the document wanted: its rows, as load would make them, and its
+// objects for the plan; its problems are held until they are told.
+void ReadWanted(Run& run) {
+  struct stat size {};
+  if (::stat(run.document.c_str(), &size) == 0)
+    run.wants.exported.reserve(static_cast<std::size_t>(size.st_size));
+  Gatherer gatherer(run.wants);
+  run.read = ReadForPlan(run.document, run.wanted, run.readErr, &gatherer);
+}
+
+// Reads the base, opens the store (a snapshot for a dry run, else its
+// write lock) and exports it, in its transaction, for the plan. What fails
+// is kept to be told in the order of the steps.
+void ExportStore(Run& run) {
+  run.baseRead =
+      run.options.base.empty() ||
+      ReadDocumentFile(run.options.base, &run.baseBytes, &run.baseError);
+  run.change = KivStoreChange::Begin(run.request.store, &run.refusal,
+                                     &run.storeError, run.options.dryRun);
+  if (!run.change || run.now.fd < 0) return;
+  std::ostringstream unused;
+  std::string error;
+  run.exported = !ExportThrough(run.change->Connection(), run.now.path)
+                     ? Exported::kNotExported
+                 : !ReadDocumentFile(run.now.path, &run.before, &error)
+                     ? Exported::kNotReadBack
+                 : ReadForPlan(run.now.path, run.current, unused) != 0
+                     ? Exported::kRefused
+                     : Exported::kRead;
+}
+
+// What reading the document, the base and the store found, the document
+// first: its problems are told on their lines.
+Stop CheckRead(Run& run) {
+  run.err << run.readErr.str();
+  const std::string& shown = run.request.shownDocument;
+  if (run.read == 2) return {2, "cannot read " + shown};
+  if (run.read == 1) return {1, shown + " is refused by check"};
+  if (!run.wants.error.empty())
+    return {2, shown + " gives a row the store cannot take (" +
+                   run.wants.error + ")"};
+  if (!run.baseRead)
+    return {2, "cannot read " + run.shownBase + ": " + run.baseError};
+  return kGoOn;
+}
+
+// Why the store could not be opened, or exported: none when it was.
+Stop CheckStore(Run& run) {
+  const std::string& store = run.request.shownStore;
+  const std::string& error = run.storeError;
+  switch (run.refusal) {
+    case KivStoreChange::Refusal::kNone:
+      break;
+    case KivStoreChange::Refusal::kOpen:
+      return {2, "cannot open " + store + ": " + error};
+    case KivStoreChange::Refusal::kLock:
+      return {2, "cannot " +
+                     std::string(run.options.dryRun ? "read " : "write ") +
+                     store + ": " + error};
+    case KivStoreChange::Refusal::kReplaced:
+      return {2, store + " was replaced by another file while it was opened"};
+    case KivStoreChange::Refusal::kForeign:
+      return {2, store + " holds what its schema does not define (" + error +
+                     "): apply writes only a store of the schema"};
+  }
+  // The reason is the one of its making: errno has moved on since.
+  if (run.now.fd < 0)
+    return {2, std::string("cannot make a file in memory: ") +
+                   std::strerror(run.now.error)};
+  switch (run.exported) {
+    case Exported::kNotMade:
+    case Exported::kNotExported:
+      return {2, store + " cannot be exported"};
+    case Exported::kNotReadBack:
+      return {2, "cannot read back the export of " + store};
+    case Exported::kRefused:
+      return {2, store + " exports a document check refuses"};
+    case Exported::kRead:
+      break;
+  }
+  return kGoOn;
+}
+
+// The plan, and what the guards look at: the local sites, the base, a
+// media the store keeps whose identifier the document takes.
+Stop FindFacts(Run& run) {
+  GuardFacts& f = run.facts;
+  f.base = run.shownBase;
+  f.documentSite = run.wanted.LocalSite();
+  f.storeSite = run.current.LocalSite();
+  f.baseMoved = !run.options.base.empty() && run.before != run.baseBytes;
+  if (f.baseMoved) {
+    // What changed since the base, in the plan's words, briefly.
+    PlanDocument based;
+    std::ostringstream unused, changes;
+    if (ReadForPlan(run.options.base, based, unused) == 0) {
+      changes << "vantrel-doc: since " << run.shownBase << ", " << f.store
+              << " changed:\n";
+      WritePlanText(MakePlan(based, run.current), changes, 18);
+      f.baseChanges = changes.str();
+    }
+  }
+  std::vector<std::string> kept;
+  std::string error;
+  if (!run.change->KeptMedia(run.wants.content, &kept, &error))
+    return {2, "cannot read " + f.store + ": " + error};
+  if (!kept.empty()) {
+    const auto row = static_cast<std::size_t>(run.wants.content.Find(kept[0]));
+    f.keptMedia = vantrel::Escaped("x" + vantrel::Hex(kept[0]));
+    f.keptMediaTakenBy = LayoutOf(run.wants.kinds[row]).name;
+  }
+  run.plan = MakePlan(run.current, run.wanted);
+  f.plan = &run.plan;
+  return kGoOn;
+}
+
+// Writes the rows the document wants, while the plan carried out is said
+// alongside: the change is in the transaction until the commit.
+Stop Change(Run& run) {
+  std::string error;
+  bool written = false;
+  {
+    Alongside saying([&] {
+      std::ostringstream said;
+      WritePlanText(run.plan, said);
+      run.saidPlan = said.str();
+      run.logLine =
+          run.log.AppliedLine(run.before, run.wants.exported, run.plan);
+    });
+    written = run.change->Apply(run.wants.content, &error);
+    saying.Wait();
+  }
+  if (!written)
+    return {2, "cannot write " + run.request.shownStore + ": " + error};
+  return kGoOn;
+}
+
+// The store must export the document before it is committed: anything
+// else is a fault of apply's own, never written.
+Stop Verify(Run& run) {
+  Temporary after;
+  if (after.fd >= 0 && ExportThrough(run.change->Connection(), after.path) &&
+      Holds(after.path, run.wants.exported))
+    return kGoOn;
+  return {2, "after the change " + run.request.shownStore +
+                 " would not export " + run.request.shownDocument +
+                 " (a fault of vantrel-doc apply)"};
+}
+
+// Commits, and says what was done: what is said is made before the commit,
+// so that nothing after it may fail, and a signal waits for both.
+Stop Commit(Run& run) {
+  std::ostringstream counted;
+  const KivStoreChange::Counts& done = run.change->Done();
+  counted << run.request.shownStore << ": now exports "
+          << run.request.shownDocument << ": " << done.added << " rows added, "
+          << done.changed << " changed, " << done.removed << " removed, "
+          << run.plan.reordered.size() << " lists put in order, "
+          << done.relinked << " link lists rewritten\n";
+  const std::string said = std::move(run.saidPlan) + counted.str();
+  const vantrel::HeldSignals held;
+  if (Interruption::Caught())
+    return {2, "interrupted by signal " + std::to_string(caught)};
+  if (run.change->Replaced())
+    return {2, run.request.shownStore +
+                   " was replaced by another file during the apply: the "
+                   "change went to a file that no longer has the name"};
+  std::string error;
+  if (!run.change->Commit(&error))
+    return {2, "cannot commit to " + run.request.shownStore + ": " + error};
+  run.out << said << std::flush;
+  return kGoOn;
+}
+
+// The record follows the commit: a line that says applied was. Returns
+// the exit status.
+int Record(Run& run, const std::string& line) {
+  std::string error;
+  if (run.log.Append(line, &error)) return 0;
+  run.err << "vantrel-doc: " << run.request.shownStore << " was changed, but "
+          << vantrel::Escaped(run.options.log) << " cannot record it: " << error
+          << "\n";
+  return 2;
+}
+
+// The store already exports the document: said, and recorded. Returns the exit
+// status.
+int NothingToChange(Run& run) {
+  run.out << run.request.shownStore << ": nothing to change\n";
+  std::string error;
+  if (!run.log.Append(
+          run.log.AppliedLine(run.before, run.wants.exported, run.plan),
+          &error))
+    run.err << "vantrel-doc: cannot append to "
+            << vantrel::Escaped(run.options.log) << ": " << error << "\n";
+  return 0;
+}
+
+// The stages up to the plan and its guards, the documents read alongside
+// the store's export; a stop or a signal ends them.
+Stop Prepare(Run& run) {
+  const auto interrupted = [] {
+    return Stop{2, "interrupted by signal " + std::to_string(caught)};
+  };
+  if (run.document == "-") {
+    std::string error;
+    if (!Readable(run.document, run.input, &run.document, &error))
+      return {2, error};
+  }
+  if (!run.options.only.empty()) {
+    const Stop part = MakePart(run);
+    if (part.status) return part;
+    if (!run.facts.missing.empty()) return kGoOn;
+  }
+  {
+    Alongside reading([&] { ReadWanted(run); });
+    ExportStore(run);
+    reading.Wait();
+  }
+  for (Stop (*stage)(Run&) : {CheckRead, CheckStore, FindFacts}) {
+    if (Interruption::Caught()) return interrupted();
+    const Stop stop = stage(run);
+    if (stop.status)
+      return Interruption::Caught() && stop.status == 2 ? interrupted() : stop;
+  }
+  return kGoOn;
+}
+
+}  // namespace
+
+int RunApply(const ApplyRequest& request, ApplySaying& say, std::ostream& out,
+             std::ostream& err) {
+  // Made first, so that it ends last: the signal is raised once the
+  // change is rolled back and its files closed.
+  const Interruption interruption;
+  Run run(request, say, out, err);
+  run.facts.document = request.shownDocument;
+  run.facts.store = request.shownStore;
+  const Stop prepared = Prepare(run);
+  if (prepared.status) return Refuse(run, prepared.why, prepared.status);
+  // The guards, asked once: a dry run says what the apply would refuse.
+  const Refusal refusal = Guarded(run.facts, run.options);
+  if (refusal && !refusal.planShown) {
+    run.err << refusal.detail;
+    return Refuse(run, refusal.why, refusal.status);
+  }
+  if (run.before == run.wants.exported)
+    return run.options.dryRun ? say.DryRun(run.plan, Refusal(), true)
+                              : NothingToChange(run);
+  if (run.options.dryRun) return say.DryRun(run.plan, refusal, false);
+  if (refusal) return Refuse(run, refusal.why, refusal.status);
+  for (Stop (*stage)(Run&) : {Change, Verify, Commit}) {
+    const Stop stop = stage(run);
+    if (stop.status)
+      return Refuse(run,
+                    Interruption::Caught() && stop.status == 2
+                        ? "interrupted by signal " + std::to_string(caught)
+                        : stop.why,
+                    stop.status);
+  }
+  return Record(run, run.logLine);
+}
+
+}  // namespace doc
