@@ -36,6 +36,7 @@ class KivStoreContent {
 
  private:
   friend class KivStoreChange;
+  friend struct KivStoreChangePhases;
   struct Row {
     int table;
     std::vector<KivStoreWriter::Value> values;  // texts owned
@@ -105,7 +106,6 @@ class KivStoreChange {
 
  private:
   KivStoreChange(sqlite3* db, std::string path);
-  class Statements;
   sqlite3* db_;
   std::string path_;
   unsigned long long device_ = 0, inode_ = 0;

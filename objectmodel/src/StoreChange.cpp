@@ -149,9 +149,11 @@ long KivStoreContent::Find(const std::string& oid) const {
   return it == byOid_.end() ? -1 : static_cast<long>(it->second);
 }
 
+namespace {
+
 // The statements of one change, each prepared once: a statement prepared
 // for every row would cost more than the row.
-class KivStoreChange::Statements {
+class Statements {
  public:
   explicit Statements(sqlite3* db) : db_(db) {}
   ~Statements() {
@@ -201,6 +203,8 @@ class KivStoreChange::Statements {
   sqlite3* db_;
   std::unordered_map<std::uint64_t, sqlite3_stmt*> statements_;
 };
+
+}  // namespace
 
 KivStoreChange::KivStoreChange(sqlite3* db, std::string path)
     : db_(db), path_(std::move(path)) {}
@@ -309,87 +313,108 @@ bool KivStoreChange::KeptMedia(const KivStoreContent& content,
   return true;
 }
 
-bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
-  Statements run(db_);
-  try {
-    const auto& rows = content.rows_;
-    std::vector<bool> present(rows.size());
+// The phases of a change, in the order they run, over the rows content
+// wants and what the store holds.
+struct KivStoreChangePhases {
+  using S = Statements;
+  // Where the change stands between its phases.
+  struct State {
+    explicit State(const KivStoreContent& c)
+        : content(c), present(c.rows_.size()), rowids(c.rows_.size()) {}
+    const KivStoreContent& content;
+    std::vector<bool> present;  // each wanted row: the store has it
     // Where each wanted row stands (its rowid) once the changes are made.
-    std::vector<std::int64_t> rowids(rows.size());
-    using S = Statements;
+    std::vector<std::int64_t> rowids;
     std::int64_t next[kiv::kTableCount] = {};  // by table: past every rowid
-    // Rows removed and changed first, then added: an oid that changes kind
-    // leaves its table before it enters the other.
-    for (int t = 0; t < kiv::kObjectTables; ++t) {
-      const Table table = Table(t);
-      const kiv::TableShape& shape = ShapeOf(table);
-      const std::string name = Quoted(shape.name);
-      // An update's statement is known by the columns it sets, a bit each.
-      if (shape.columns.size() > 48)
-        throw Failure{"table " + name + " has more columns than apply takes"};
-      // A status that names no server is kept while its owner stays: the
-      // document has no element for it.
-      const int server = ColumnIndex(table, "server");
-      Rows have(db_, "SELECT " + kiv::SelectList(table, "") + " FROM " + name);
-      std::int64_t last = 0;
-      std::vector<std::int64_t> gone;
-      std::vector<W::Value> values;
-      while (have.Next()) {
-        const std::int64_t rowid = sqlite3_column_int64(have.stmt, 0);
-        last = std::max(last, rowid);
-        const std::string oid = have.Blob(1);
-        const auto it = content.byOid_.find(oid);
-        if (it == content.byOid_.end() || rows[it->second].table != t) {
-          // A media has no element: the document never removes one.
-          if (table == kiv::kMedia) continue;
-          if (server >= 0 &&
-              sqlite3_column_type(
-                  have.stmt, kiv::FirstColumn(table) + server) == SQLITE_NULL) {
-            const auto owner = content.byOid_.find(have.Blob(2));
-            if (owner != content.byOid_.end() &&
-                rows[owner->second].table == shape.owner)
-              continue;
-          }
-          gone.push_back(rowid);
-          continue;
-        }
-        present[it->second] = true;
-        rowids[it->second] = rowid;
-        const auto& want = rows[it->second].values;
-        std::uint64_t mask = 0;
-        values.clear();
-        for (std::size_t c = 0; c < shape.columns.size(); ++c) {
-          const W::Value& v = want[c + 1];
-          if (Same(have.stmt, kiv::FirstColumn(table) + static_cast<int>(c), v))
-            continue;
-          mask |= std::uint64_t{1} << c;
-          values.push_back(v);
-        }
-        if (mask == 0) continue;
-        run.Run(
-            S::Key(S::kUpdate, t, mask),
-            [&] {
-              std::string set;
-              for (std::size_t c = 0; c < shape.columns.size(); ++c)
-                if ((mask >> c) & 1)
-                  set += (set.empty() ? "" : ", ") + Quoted(shape.columns[c]) +
-                         " = ?";
-              return "UPDATE " + name + " SET " + set + " WHERE rowid = ?";
-            },
-            values, rowid, true);
-        ++counts_.changed;
-      }
-      for (std::int64_t rowid : gone) {
-        run.Run(
-            S::Key(S::kDelete, t),
-            [&] { return "DELETE FROM " + name + " WHERE rowid = ?"; }, {},
-            rowid, true);
-        ++counts_.removed;
-      }
-      next[t] = last + 1;
+    KivStoreChange::Counts counts;
+  };
+
+  // True when the store's row of table t that have reads is one to keep
+  // though content lacks it: a media, which has no element, or a status
+  // that names no server while its owner stays.
+  static bool Kept(const State& s, Table table, Rows& have, int server) {
+    if (table == kiv::kMedia) return true;
+    if (server < 0 || sqlite3_column_type(have.stmt, kiv::FirstColumn(table) +
+                                                         server) != SQLITE_NULL)
+      return false;
+    const auto owner = s.content.byOid_.find(have.Blob(2));
+    return owner != s.content.byOid_.end() &&
+           s.content.rows_[owner->second].table == ShapeOf(table).owner;
+  }
+
+  // Updates the store's row at rowid, which have reads, to want where
+  // they differ; true when it did.
+  static bool Update(Statements& run, int t, Rows& have, std::int64_t rowid,
+                     const std::vector<W::Value>& want) {
+    const Table table = Table(t);
+    const kiv::TableShape& shape = ShapeOf(table);
+    std::uint64_t mask = 0;
+    std::vector<W::Value> values;
+    for (std::size_t c = 0; c < shape.columns.size(); ++c) {
+      const W::Value& v = want[c + 1];
+      if (Same(have.stmt, kiv::FirstColumn(table) + static_cast<int>(c), v))
+        continue;
+      mask |= std::uint64_t{1} << c;
+      values.push_back(v);
     }
+    if (mask == 0) return false;
+    run.Run(
+        S::Key(S::kUpdate, t, mask),
+        [&] {
+          std::string set;
+          for (std::size_t c = 0; c < shape.columns.size(); ++c)
+            if ((mask >> c) & 1)
+              set +=
+                  (set.empty() ? "" : ", ") + Quoted(shape.columns[c]) + " = ?";
+          return "UPDATE " + Quoted(shape.name) + " SET " + set +
+                 " WHERE rowid = ?";
+        },
+        values, rowid, true);
+    return true;
+  }
+
+  // Rows of table t removed and changed: an oid that changes kind leaves
+  // its table before it enters the other.
+  static void RemoveAndUpdate(Statements& run, sqlite3* db, State& s, int t) {
+    const Table table = Table(t);
+    const kiv::TableShape& shape = ShapeOf(table);
+    const std::string name = Quoted(shape.name);
+    // An update's statement is known by the columns it sets, a bit each.
+    if (shape.columns.size() > 48)
+      throw Failure{"table " + name + " has more columns than apply takes"};
+    const int server = ColumnIndex(table, "server");
+    const auto& rows = s.content.rows_;
+    Rows have(db, "SELECT " + kiv::SelectList(table, "") + " FROM " + name);
+    std::int64_t last = 0;
+    std::vector<std::int64_t> gone;
+    while (have.Next()) {
+      const std::int64_t rowid = sqlite3_column_int64(have.stmt, 0);
+      last = std::max(last, rowid);
+      const auto it = s.content.byOid_.find(have.Blob(1));
+      if (it == s.content.byOid_.end() || rows[it->second].table != t) {
+        if (!Kept(s, table, have, server)) gone.push_back(rowid);
+        continue;
+      }
+      s.present[it->second] = true;
+      s.rowids[it->second] = rowid;
+      if (Update(run, t, have, rowid, rows[it->second].values))
+        ++s.counts.changed;
+    }
+    for (std::int64_t rowid : gone) {
+      run.Run(
+          S::Key(S::kDelete, t),
+          [&] { return "DELETE FROM " + name + " WHERE rowid = ?"; }, {}, rowid,
+          true);
+      ++s.counts.removed;
+    }
+    s.next[t] = last + 1;
+  }
+
+  // The wanted rows the store lacks, in the document's order.
+  static void Insert(Statements& run, sqlite3* db, State& s) {
+    const auto& rows = s.content.rows_;
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      if (present[i]) continue;
+      if (s.present[i]) continue;
       const Table table = Table(rows[i].table);
       run.Run(
           S::Key(S::kInsert, table),
@@ -401,29 +426,35 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
                    kiv::ColumnList(table) + ") VALUES (" + marks + ")";
           },
           rows[i].values);
-      rowids[i] = sqlite3_last_insert_rowid(db_);
-      next[table] = sqlite3_last_insert_rowid(db_) + 1;
-      ++counts_.added;
+      s.rowids[i] = sqlite3_last_insert_rowid(db);
+      s.next[table] = sqlite3_last_insert_rowid(db) + 1;
+      ++s.counts.added;
     }
-    // A media named and missing: a row with its identifier alone, as load
-    // makes it.
-    for (const std::string& oid : content.media_)
-      counts_.added += static_cast<std::size_t>(run.Run(
+  }
+
+  // A media named and missing: a row with its identifier alone, as load
+  // makes it.
+  static void AddMedia(Statements& run, State& s) {
+    for (const std::string& oid : s.content.media_)
+      s.counts.added += static_cast<std::size_t>(run.Run(
           S::Key(S::kMedia, kiv::kMedia),
           [] {
             return "INSERT OR IGNORE INTO " +
                    Quoted(ShapeOf(kiv::kMedia).name) + " (oid) VALUES (?)";
           },
           {OidValue(oid)}));
-    // Each list in the wanted order: the rows of a list out of it take new
-    // rowids, in that order, past every other.
-    for (const auto& [key, list] : content.lists_) {
+  }
+
+  // Each list in the wanted order: the rows of a list out of it take new
+  // rowids, in that order, past every other.
+  static void Order(Statements& run, State& s) {
+    for (const auto& [key, list] : s.content.lists_) {
       bool ordered = true;
       for (std::size_t i = 1; i < list.size() && ordered; ++i)
-        ordered = rowids[list[i - 1]] < rowids[list[i]];
+        ordered = s.rowids[list[i - 1]] < s.rowids[list[i]];
       if (ordered) continue;
       const int t = key.first;
-      std::int64_t& at = next[t];
+      std::int64_t& at = s.next[t];
       for (const std::size_t row : list) {
         run.Run(
             S::Key(S::kRenumber, t),
@@ -431,65 +462,89 @@ bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
               return "UPDATE " + Quoted(ShapeOf(Table(t)).name) +
                      " SET rowid = ? WHERE rowid = ?";
             },
-            {W::Integer(at)}, rowids[row], true);
-        rowids[row] = at++;
+            {W::Integer(at)}, s.rowids[row], true);
+        s.rowids[row] = at++;
       }
-      ++counts_.reordered;
+      ++s.counts.reordered;
     }
-    // Each link list as wanted: rewritten where it differs. The store's
-    // lists are read in their owners' order (their index's), beside the
-    // wanted ones, which the content holds in the same order; the lists to
-    // rewrite are gathered before any is, since a table is not written
-    // while it is read.
-    const std::vector<std::string> none;
-    for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t) {
-      const kiv::TableShape& shape = ShapeOf(Table(t));
-      const std::string name = Quoted(shape.name);
-      const std::string owner = Quoted(shape.columns[0]);
-      auto want = content.links_.lower_bound({t, std::string()});
-      const auto wantEnd = content.links_.lower_bound({t + 1, std::string()});
-      std::vector<std::pair<std::string, const std::vector<std::string>*>>
-          differ;
-      {
-        Rows links(db_, "SELECT " + owner + ", " + Quoted(shape.columns[1]) +
-                            " FROM " + name + " ORDER BY " + owner + ", rowid");
-        bool more = links.Next();
-        while (more || want != wantEnd) {
-          // The lowest owner of either side.
-          const bool stored =
-              more && (want == wantEnd || links.View(0) <= want->first.second);
-          const std::string o =
-              stored ? std::string(links.View(0)) : want->first.second;
-          const std::vector<std::string>* wanted = &none;
-          if (want != wantEnd && want->first.second == o)
-            wanted = &(want++)->second;
-          bool same = true;
-          std::size_t at = 0;
-          for (; more && links.View(0) == o; ++at, more = links.Next())
-            same =
-                same && at < wanted->size() && links.View(1) == (*wanted)[at];
-          if (!same || at != wanted->size()) differ.emplace_back(o, wanted);
-        }
-      }
-      for (const auto& [o, wanted] : differ) {
-        run.Run(
-            S::Key(S::kUnlink, t),
-            [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
-            {OidValue(o)});
-        for (const std::string& target : *wanted)
-          run.Run(S::Key(S::kLink, t),
-                  [&] {
-                    return "INSERT INTO " + name + " (" +
-                           kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
-                  },
-                  {OidValue(o), OidValue(target)});
-        ++counts_.relinked;
-      }
+  }
+
+  using Differ =
+      std::vector<std::pair<std::string, const std::vector<std::string>*>>;
+
+  // The owners of link table t whose lists differ from the wanted ones,
+  // with those. The store's lists are read in their owners' order (their
+  // index's), beside the wanted ones, which the content holds in the same
+  // order; they are gathered before any is rewritten, since a table is not
+  // written while it is read.
+  static Differ Differing(sqlite3* db, const State& s, int t) {
+    static const std::vector<std::string> none;
+    const kiv::TableShape& shape = ShapeOf(Table(t));
+    const std::string owner = Quoted(shape.columns[0]);
+    auto want = s.content.links_.lower_bound({t, std::string()});
+    const auto wantEnd = s.content.links_.lower_bound({t + 1, std::string()});
+    Differ differ;
+    Rows links(db, "SELECT " + owner + ", " + Quoted(shape.columns[1]) +
+                       " FROM " + Quoted(shape.name) + " ORDER BY " + owner +
+                       ", rowid");
+    bool more = links.Next();
+    while (more || want != wantEnd) {
+      // The lowest owner of either side.
+      const bool stored =
+          more && (want == wantEnd || links.View(0) <= want->first.second);
+      const std::string o =
+          stored ? std::string(links.View(0)) : want->first.second;
+      const std::vector<std::string>* wanted = &none;
+      if (want != wantEnd && want->first.second == o)
+        wanted = &(want++)->second;
+      bool same = true;
+      std::size_t at = 0;
+      for (; more && links.View(0) == o; ++at, more = links.Next())
+        same = same && at < wanted->size() && links.View(1) == (*wanted)[at];
+      if (!same || at != wanted->size()) differ.emplace_back(o, wanted);
     }
+    return differ;
+  }
+
+  // Each link list of table t as wanted: rewritten where it differs.
+  static void Relink(Statements& run, sqlite3* db, State& s, int t) {
+    const kiv::TableShape& shape = ShapeOf(Table(t));
+    const std::string name = Quoted(shape.name);
+    const std::string owner = Quoted(shape.columns[0]);
+    for (const auto& [o, wanted] : Differing(db, s, t)) {
+      run.Run(
+          S::Key(S::kUnlink, t),
+          [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
+          {OidValue(o)});
+      for (const std::string& target : *wanted)
+        run.Run(S::Key(S::kLink, t),
+                [&] {
+                  return "INSERT INTO " + name + " (" +
+                         kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
+                },
+                {OidValue(o), OidValue(target)});
+      ++s.counts.relinked;
+    }
+  }
+};
+
+bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
+  using P = KivStoreChangePhases;
+  Statements run(db_);
+  P::State state(content);
+  try {
+    for (int t = 0; t < kiv::kObjectTables; ++t)
+      P::RemoveAndUpdate(run, db_, state, t);
+    P::Insert(run, db_, state);
+    P::AddMedia(run, state);
+    P::Order(run, state);
+    for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t)
+      P::Relink(run, db_, state, t);
   } catch (const Failure& f) {
     *error = f.what;
     return false;
   }
+  counts_ = state.counts;
   return true;
 }
 
