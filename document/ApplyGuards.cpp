@@ -21,14 +21,16 @@ std::string Part(const GuardFacts& f, const ApplyOptions&) {
          " (add them to --only)";
 }
 
-// A document without a local site says nothing of its installation: only
-// two sites that differ refuse.
+// A document without a local site is not the store's: applied, it would
+// remove the store's own.
 std::string OtherInstallation(const GuardFacts& f, const ApplyOptions& o) {
-  if (o.otherInstallation || f.storeSite.empty() || f.documentSite.empty() ||
+  if (o.otherInstallation || f.storeSite.empty() ||
       f.storeSite == f.documentSite)
     return std::string();
-  return f.document + " is another installation's: its local site is " +
-         f.documentSite + ", the store's is " + f.storeSite +
+  return f.document + " is another installation's: " +
+         (f.documentSite.empty() ? "it has no local site"
+                                 : "its local site is " + f.documentSite) +
+         ", the store's is " + f.storeSite +
          " (--other-installation applies it all the same)";
 }
 

@@ -9,11 +9,19 @@
 //              writes nothing
 //   Kept       what the document does not carry: statuses without a
 //              server, media paths, NULL texts
-//   Unchanged  a dry run, a stale --base, a refused document, a store the
-//              exporter refuses: the store byte for byte as it was
+//   Unchanged  a dry run, one that says what the apply would refuse, a
+//              stale --base, each guard, a refused document, a store the
+//              exporter refuses, a change that misses a row or stores
+//              another value than the document's (the verification before
+//              the commit): the store byte for byte as it was
 //   Guarded    an apply waits for a writer and reads what it wrote; a store
 //              renamed over during the apply is not claimed; a stylesheet
 //              instruction is not configuration
+//   Logged     a line per apply after its commit, with the digests before
+//              and after and the plan; a refusal's line; none for a dry run
+//   Promoted   a project with its data domains promoted by --only, what
+//              else the store holds kept; a part naming what the store
+//              lacks refused, naming it
 //   Killed     SIGKILL, SIGTERM, SIGINT and SIGHUP at several moments of a
 //              large apply, before and during its writes: the store exports
 //              the document before or the one after, through vantrel-doc
@@ -204,6 +212,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   WriteFile(stale, Exported(Store("apply-same-stale",
                                   {full, "UPDATE host SET name = 'x';"})));
   WriteFile(cut, ReadFile(wanted).substr(0, 900));
+  // A base as long as the store's export, one name apart.
+  const std::string staleSameSize = OutputPath("apply-stale-same-size.xml");
+  WriteFile(staleSameSize,
+            Exported(Store("apply-stale-same-size",
+                           {full,
+                            "UPDATE host SET name = 'omega' WHERE oid = "
+                            "x'0A01';"})));
   const std::string refusedStore =
       Store("apply-refused", {full, "PRAGMA user_version = 3;"});
   const std::string triggered = Store(
@@ -231,6 +246,21 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        "ALTER TABLE host RENAME TO old_host; CREATE TABLE host (oid BLOB "
        "PRIMARY KEY NOT NULL, name INTEGER, os_type TEXT, os_version TEXT); "
        "INSERT INTO host SELECT * FROM old_host; DROP TABLE old_host;"});
+  // Host names unique, a clash ignored: of two names swapped, one update
+  // is dropped without an error, which only the verification sees.
+  const std::string unique = Store(
+      "apply-unique",
+      {full,
+       "ALTER TABLE host RENAME TO old_host; CREATE TABLE host (oid BLOB "
+       "PRIMARY KEY NOT NULL, name TEXT UNIQUE ON CONFLICT IGNORE, os_type "
+       "TEXT, os_version TEXT); INSERT INTO host SELECT * FROM old_host; "
+       "DROP TABLE old_host;"});
+  const std::string swapped = OutputPath("apply-swapped.xml");
+  WriteFile(swapped,
+            Exported(Store("apply-swapped",
+                           {full,
+                            "UPDATE host SET name = CASE oid WHEN x'0A01' "
+                            "THEN 'beta' ELSE 'alpha' END;"})));
   const std::string numbered = OutputPath("apply-numbered.xml");
   WriteFile(numbered,
             Exported(Store("apply-numbered",
@@ -250,6 +280,12 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        store,
        1,
        "vantrel-doc: " + store + " no longer exports " + stale +
+           ": it was changed since; " + store + " was not changed\n"},
+      {"a stale base of the same size",
+       {"apply", "--base", staleSameSize, wanted, store},
+       store,
+       1,
+       "vantrel-doc: " + store + " no longer exports " + staleSameSize +
            ": it was changed since; " + store + " was not changed\n"},
       {"a refused document",
        {"apply", cut, store},
@@ -306,6 +342,28 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
            " gives its identifier to a HOST: remove the media row or change "
            "the document; " +
            mediaStore + " was not changed\n"},
+      {"a dry run the removals guard would refuse",
+       {"apply", "--dry-run", "--max-removals", "0", wanted, store},
+       store,
+       1,
+       "vantrel-doc: apply would refuse: the plan removes 1 objects, more than "
+       "--max-removals 0\n"},
+      {"a dry run the kept media would refuse",
+       {"apply", "--dry-run", takesMedia, mediaStore},
+       mediaStore,
+       1,
+       "vantrel-doc: apply would refuse: the store's media x0A09 is kept by "
+       "apply, and " +
+           takesMedia +
+           " gives its identifier to a HOST: remove the media row or change "
+           "the document\n"},
+      {"a change that misses a row",
+       {"apply", swapped, unique},
+       unique,
+       2,
+       "vantrel-doc: after the change " + unique + " would not export " +
+           swapped + " (a fault of vantrel-doc apply); " + unique +
+           " was not changed\n"},
       {"a store that would not export the document",
        {"apply", numbered, numeric},
        numeric,
