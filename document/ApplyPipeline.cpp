@@ -449,7 +449,8 @@ Stop Change(Run& run) {
       run.logLine =
           run.log.AppliedLine(run.before, run.wants.exported, run.plan);
     });
-    written = run.change->Apply(run.wants.content, &error);
+    written =
+        run.change->Apply(run.wants.content, RowsTouched(run.plan), &error);
     saying.Wait();
   }
   if (!written)

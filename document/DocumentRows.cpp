@@ -3,6 +3,8 @@
 #include <map>
 #include <vector>
 
+#include "Hex.h"
+
 namespace doc {
 namespace {
 
@@ -163,6 +165,36 @@ bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
       [&](const char* table, const std::vector<W::Value>& values, bool once) {
         return writer.Add(table, values, error, once);
       });
+}
+
+namespace {
+
+// The bytes of an identifier as a document spells it ("" for none).
+std::string OidBytes(std::string_view identifier) {
+  std::string bytes;
+  if (!identifier.empty()) vantrel::Unhex(identifier.substr(1), &bytes);
+  return bytes;
+}
+
+}  // namespace
+
+KivStoreTouched RowsTouched(const Plan& plan) {
+  KivStoreTouched touched;
+  touched.objects.reserve(plan.changes.size());
+  for (const PlanChange& c : plan.changes) {
+    // The store holds it in the table of what it was, unless it is new.
+    const bool added = c.action == PlanChange::kAdded;
+    touched.objects.emplace_back(OidBytes(c.object.oid),
+                                 added ? nullptr : LayoutOf(c.wasKind).table);
+    // It enters a list: as new, as a new kind, or moved (to another owner,
+    // or in a list put in another order: each of its objects that moves).
+    const bool enters =
+        added || c.action == PlanChange::kMoved || c.wasKind != c.kind;
+    if (enters && LayoutOf(c.kind).table)
+      touched.lists.emplace_back(LayoutOf(c.kind).table,
+                                 OidBytes(c.parent.oid));
+  }
+  return touched;
 }
 
 }  // namespace doc

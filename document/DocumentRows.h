@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "AdminDocument.h"
+#include "DocumentPlan.h"
+#include "KivStoreChange.h"
 #include "KivStoreWriter.h"
 
 namespace doc {
@@ -33,6 +35,11 @@ bool RowsOf(const Line& line, std::string_view parent, const RowSink& sink);
 // NULL (a media's path), a kind is 'rdb'. False after setting *error.
 bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
              std::string* error);
+
+// The store rows and lists that plan changes, as a store change takes
+// them: each object it names, with the table its store row is in (none for
+// an addition), and each list an object enters or moves in.
+KivStoreTouched RowsTouched(const Plan& plan);
 
 // What keeps the layouts from agreeing with the store's tables: a table
 // or link table the store lacks, a column that no attribute fills, or an

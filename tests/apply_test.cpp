@@ -115,6 +115,20 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
         "x'0F03';"},
        "0 rows added, 1 changed, 0 removed, 0 lists put in order, 0 link lists "
        "rewritten"},
+      {"a child moved to another owner, first in its list",
+       {full},
+       {full,
+        "UPDATE business_domain SET domain = x'0E01', rowid = -1 WHERE oid = "
+        "x'0F03';"},
+       "0 rows added, 1 changed, 0 removed, 0 lists put in order, 0 link lists "
+       "rewritten"},
+      {"an addition and its list in another order",
+       {full},
+       {full,
+        "UPDATE host SET rowid = 10 WHERE oid = x'0A01';"
+        "INSERT INTO host (rowid, oid, name) VALUES (20, x'0A09', 'gamma');"},
+       "1 rows added, 0 changed, 0 removed, 1 lists put in order, 0 link lists "
+       "rewritten"},
       {"a list in another order",
        {full},
        {full,

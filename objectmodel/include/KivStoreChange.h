@@ -51,6 +51,18 @@ class KivStoreContent {
   std::set<std::string> media_;
 };
 
+// What a plan says changed, as a store change takes it: the change reads
+// and writes the rows of these objects, their link lists and these lists,
+// and no others.
+struct KivStoreTouched {
+  // Each object the plan names: its oid's bytes, and the name of the table
+  // that holds it in the store (null for an object the store lacks).
+  std::vector<std::pair<std::string, const char*>> objects;
+  // Each list whose order may have changed: its table's name, and its
+  // owner's oid bytes ("" for a table without an owner).
+  std::vector<std::pair<const char*, std::string>> lists;
+};
+
 // A write transaction on a store of the schema, rolled back unless
 // committed. One at a time in a process.
 class KivStoreChange {
@@ -88,8 +100,11 @@ class KivStoreChange {
   // Makes the store's rows those of content, writing only what differs:
   // rows removed, changed and added, lists put in their order, link lists
   // rewritten. What no element carries is kept: media, and statuses without
-  // a server whose owner stays. False with *error.
-  bool Apply(const KivStoreContent& content, std::string* error);
+  // a server whose owner stays. Only the rows and lists of touched are read
+  // and written, so that a change costs what the plan holds, not what the
+  // store does. False with *error.
+  bool Apply(const KivStoreContent& content, const KivStoreTouched& touched,
+             std::string* error);
   // What Apply wrote.
   struct Counts {
     std::size_t added = 0, changed = 0, removed = 0, reordered = 0,

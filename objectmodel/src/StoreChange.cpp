@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 #include "KivStoreChange.h"
 #include "StoreTables.h"
@@ -193,7 +194,8 @@ class Statements {
     kMedia,
     kRenumber,
     kUnlink,
-    kLink
+    kLink,
+    kOrphans
   };
   static std::uint64_t Key(What what, int table, std::uint64_t mask = 0) {
     return what << 56 | static_cast<std::uint64_t>(table) << 48 | mask;
@@ -313,52 +315,120 @@ bool KivStoreChange::KeptMedia(const KivStoreContent& content,
   return true;
 }
 
+namespace {
+
+// The statements that read one row, or one link list, by oid: prepared once
+// for each table, reset after each read.
+class Lookups {
+ public:
+  explicit Lookups(sqlite3* db) : db_(db) {}
+  ~Lookups() {
+    for (sqlite3_stmt* stmt : statements_) sqlite3_finalize(stmt);
+  }
+  Lookups(const Lookups&) = delete;
+  Lookups& operator=(const Lookups&) = delete;
+  // The statement of table t, made from sql() the first time, with oid
+  // bound: its rows are stepped by the caller, and it is reset at the next
+  // Find or by Done.
+  template <typename Sql>
+  sqlite3_stmt* Find(int t, Sql sql, const std::string& oid) {
+    sqlite3_stmt*& stmt = statements_[static_cast<std::size_t>(t)];
+    if (!stmt && sqlite3_prepare_v3(db_, std::string(sql()).c_str(), -1,
+                                    SQLITE_PREPARE_PERSISTENT, &stmt,
+                                    nullptr) != SQLITE_OK)
+      throw Failure{sqlite3_errmsg(db_)};
+    sqlite3_reset(stmt);
+    sqlite3_bind_blob(stmt, 1, oid.data(), static_cast<int>(oid.size()),
+                      SQLITE_STATIC);
+    return stmt;
+  }
+  // Steps stmt: true for a row, false at the end.
+  bool Step(sqlite3_stmt* stmt) {
+    if (interrupted.load()) throw Failure{"interrupted"};
+    const int rc = sqlite3_step(stmt);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+      throw Failure{sqlite3_errmsg(db_)};
+    return rc == SQLITE_ROW;
+  }
+  // Ends the read of stmt, before its table is written.
+  static void Done(sqlite3_stmt* stmt) { sqlite3_reset(stmt); }
+
+ private:
+  sqlite3* db_;
+  sqlite3_stmt* statements_[kiv::kTableCount] = {};
+};
+
+}  // namespace
+
 // The phases of a change, in the order they run, over the rows content
-// wants and what the store holds.
+// wants, the store's rows that the plan touches, and their lists.
 struct KivStoreChangePhases {
   using S = Statements;
   // Where the change stands between its phases.
   struct State {
-    explicit State(const KivStoreContent& c)
-        : content(c), present(c.rows_.size()), rowids(c.rows_.size()) {}
+    State(sqlite3* d, const KivStoreContent& c)
+        : db(d),
+          run(d),
+          find(d),
+          content(c),
+          known(c.rows_.size()),
+          rowids(c.rows_.size()) {}
+    sqlite3* db;
+    Statements run;
+    Lookups find;
     const KivStoreContent& content;
-    std::vector<bool> present;  // each wanted row: the store has it
+    std::vector<bool> known;  // each wanted row: its rowid is known
     // Where each wanted row stands (its rowid) once the changes are made.
     std::vector<std::int64_t> rowids;
     std::int64_t next[kiv::kTableCount] = {};  // by table: past every rowid
     KivStoreChange::Counts counts;
   };
 
-  // True when the store's row of table t that have reads is one to keep
-  // though content lacks it: a media, which has no element, or a status
-  // that names no server while its owner stays.
-  static bool Kept(const State& s, Table table, Rows& have, int server) {
-    if (table == kiv::kMedia) return true;
-    if (server < 0 || sqlite3_column_type(have.stmt, kiv::FirstColumn(table) +
-                                                         server) != SQLITE_NULL)
-      return false;
-    const auto owner = s.content.byOid_.find(have.Blob(2));
-    return owner != s.content.byOid_.end() &&
-           s.content.rows_[owner->second].table == ShapeOf(table).owner;
+  // Past every rowid of each object table: where a list put in order goes.
+  static void Past(State& s) {
+    for (int t = 0; t < kiv::kObjectTables; ++t) {
+      Rows last(s.db,
+                "SELECT max(rowid) FROM " + Quoted(ShapeOf(Table(t)).name));
+      last.Next();
+      s.next[t] = sqlite3_column_int64(last.stmt, 0) + 1;
+    }
+  }
+
+  // The store's row of oid in table t, stepped to; null when there is none.
+  static sqlite3_stmt* Row(State& s, int t, const std::string& oid) {
+    const Table table = Table(t);
+    sqlite3_stmt* stmt = s.find.Find(
+        t,
+        [&] {
+          return "SELECT " + kiv::SelectList(table, "") + " FROM " +
+                 Quoted(ShapeOf(table).name) + " WHERE oid = ?";
+        },
+        oid);
+    return s.find.Step(stmt) ? stmt : nullptr;
   }
 
   // Updates the store's row at rowid, which have reads, to want where
   // they differ; true when it did.
-  static bool Update(Statements& run, int t, Rows& have, std::int64_t rowid,
+  static bool Update(State& s, int t, sqlite3_stmt* have, std::int64_t rowid,
                      const std::vector<W::Value>& want) {
     const Table table = Table(t);
     const kiv::TableShape& shape = ShapeOf(table);
+    // An update's statement is known by the columns it sets, a bit each.
+    if (shape.columns.size() > 48)
+      throw Failure{"table " + Quoted(shape.name) +
+                    " has more columns than apply takes"};
     std::uint64_t mask = 0;
     std::vector<W::Value> values;
     for (std::size_t c = 0; c < shape.columns.size(); ++c) {
       const W::Value& v = want[c + 1];
-      if (Same(have.stmt, kiv::FirstColumn(table) + static_cast<int>(c), v))
+      if (Same(have, kiv::FirstColumn(table) + static_cast<int>(c), v))
         continue;
       mask |= std::uint64_t{1} << c;
       values.push_back(v);
     }
+    Lookups::Done(have);
     if (mask == 0) return false;
-    run.Run(
+    s.run.Run(
         S::Key(S::kUpdate, t, mask),
         [&] {
           std::string set;
@@ -373,50 +443,71 @@ struct KivStoreChangePhases {
     return true;
   }
 
-  // Rows of table t removed and changed: an oid that changes kind leaves
-  // its table before it enters the other.
-  static void RemoveAndUpdate(Statements& run, sqlite3* db, State& s, int t) {
-    const Table table = Table(t);
-    const kiv::TableShape& shape = ShapeOf(table);
-    const std::string name = Quoted(shape.name);
-    // An update's statement is known by the columns it sets, a bit each.
-    if (shape.columns.size() > 48)
-      throw Failure{"table " + name + " has more columns than apply takes"};
-    const int server = ColumnIndex(table, "server");
-    const auto& rows = s.content.rows_;
-    Rows have(db, "SELECT " + kiv::SelectList(table, "") + " FROM " + name);
-    std::int64_t last = 0;
-    std::vector<std::int64_t> gone;
-    while (have.Next()) {
-      const std::int64_t rowid = sqlite3_column_int64(have.stmt, 0);
-      last = std::max(last, rowid);
-      const auto it = s.content.byOid_.find(have.Blob(1));
-      if (it == s.content.byOid_.end() || rows[it->second].table != t) {
-        if (!Kept(s, table, have, server)) gone.push_back(rowid);
-        continue;
-      }
-      s.present[it->second] = true;
-      s.rowids[it->second] = rowid;
-      if (Update(run, t, have, rowid, rows[it->second].values))
-        ++s.counts.changed;
+  // Removes the store's row at rowid of table t, whose oid is oid, with
+  // the statuses without a server that it owns: the document has no
+  // element for them, and they go with their owner.
+  static void Remove(State& s, int t, std::int64_t rowid,
+                     const std::string& oid) {
+    const std::string name = Quoted(ShapeOf(Table(t)).name);
+    s.run.Run(
+        S::Key(S::kDelete, t),
+        [&] { return "DELETE FROM " + name + " WHERE rowid = ?"; }, {}, rowid,
+        true);
+    ++s.counts.removed;
+    for (int c = 0; c < kiv::kObjectTables; ++c) {
+      const kiv::TableShape& shape = ShapeOf(Table(c));
+      const int server = ColumnIndex(Table(c), "server");
+      if (shape.owner != t || server < 0) continue;
+      s.counts.removed += static_cast<std::size_t>(s.run.Run(
+          S::Key(S::kOrphans, c),
+          [&] {
+            return "DELETE FROM " + Quoted(shape.name) + " WHERE " +
+                   Quoted(shape.columns[0]) + " = ? AND " +
+                   Quoted(shape.columns[static_cast<std::size_t>(server)]) +
+                   " IS NULL";
+          },
+          {OidValue(oid)}));
     }
-    for (std::int64_t rowid : gone) {
-      run.Run(
-          S::Key(S::kDelete, t),
-          [&] { return "DELETE FROM " + name + " WHERE rowid = ?"; }, {}, rowid,
-          true);
-      ++s.counts.removed;
-    }
-    s.next[t] = last + 1;
   }
 
-  // The wanted rows the store lacks, in the document's order.
-  static void Insert(Statements& run, sqlite3* db, State& s) {
+  // The rows of the objects touched removed and changed: an oid that
+  // changes kind leaves its table before it enters the other.
+  static void RemoveAndUpdate(State& s, const KivStoreTouched& touched) {
     const auto& rows = s.content.rows_;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      if (s.present[i]) continue;
+    for (const auto& [oid, table] : touched.objects) {
+      const int t = table ? kiv::TableNamed(table) : kiv::kTableCount;
+      if (t >= kiv::kObjectTables) continue;
+      sqlite3_stmt* have = Row(s, t, oid);
+      if (!have) continue;
+      const std::int64_t rowid = sqlite3_column_int64(have, 0);
+      const auto it = s.content.byOid_.find(oid);
+      if (it == s.content.byOid_.end() || rows[it->second].table != t) {
+        Lookups::Done(have);
+        Remove(s, t, rowid, oid);
+        continue;
+      }
+      s.known[it->second] = true;
+      s.rowids[it->second] = rowid;
+      if (Update(s, t, have, rowid, rows[it->second].values))
+        ++s.counts.changed;
+    }
+  }
+
+  // The wanted rows of the objects touched that the store lacks, in the
+  // document's order.
+  static void Insert(State& s, const KivStoreTouched& touched) {
+    const auto& rows = s.content.rows_;
+    std::vector<std::size_t> added;
+    for (const auto& touchedObject : touched.objects) {
+      const auto it = s.content.byOid_.find(touchedObject.first);
+      if (it != s.content.byOid_.end() && !s.known[it->second])
+        added.push_back(it->second);
+    }
+    std::sort(added.begin(), added.end());
+    added.erase(std::unique(added.begin(), added.end()), added.end());
+    for (const std::size_t i : added) {
       const Table table = Table(rows[i].table);
-      run.Run(
+      s.run.Run(
           S::Key(S::kInsert, table),
           [&] {
             std::string marks;
@@ -426,17 +517,18 @@ struct KivStoreChangePhases {
                    kiv::ColumnList(table) + ") VALUES (" + marks + ")";
           },
           rows[i].values);
-      s.rowids[i] = sqlite3_last_insert_rowid(db);
-      s.next[table] = sqlite3_last_insert_rowid(db) + 1;
+      s.known[i] = true;
+      s.rowids[i] = sqlite3_last_insert_rowid(s.db);
+      s.next[table] = s.rowids[i] + 1;
       ++s.counts.added;
     }
   }
 
   // A media named and missing: a row with its identifier alone, as load
   // makes it.
-  static void AddMedia(Statements& run, State& s) {
+  static void AddMedia(State& s) {
     for (const std::string& oid : s.content.media_)
-      s.counts.added += static_cast<std::size_t>(run.Run(
+      s.counts.added += static_cast<std::size_t>(s.run.Run(
           S::Key(S::kMedia, kiv::kMedia),
           [] {
             return "INSERT OR IGNORE INTO " +
@@ -445,18 +537,38 @@ struct KivStoreChangePhases {
           {OidValue(oid)}));
   }
 
-  // Each list in the wanted order: the rows of a list out of it take new
-  // rowids, in that order, past every other.
-  static void Order(Statements& run, State& s) {
-    for (const auto& [key, list] : s.content.lists_) {
+  // The rowid of each row of list, read where the change has not learnt it.
+  static void Learn(State& s, int t, const std::vector<std::size_t>& list) {
+    for (const std::size_t row : list) {
+      if (s.known[row]) continue;
+      sqlite3_stmt* have = Row(s, t, s.content.rows_[row].values[0].bytes);
+      if (!have) throw Failure{"a row of a list is missing"};
+      s.rowids[row] = sqlite3_column_int64(have, 0);
+      s.known[row] = true;
+      Lookups::Done(have);
+    }
+  }
+
+  // Each list touched in the wanted order: the rows of a list out of it
+  // take new rowids, in that order, past every other.
+  static void Order(State& s, const KivStoreTouched& touched) {
+    std::set<std::pair<int, std::string>> seen;
+    for (const auto& [table, owner] : touched.lists) {
+      const int t = kiv::TableNamed(table);
+      if (t >= kiv::kObjectTables) continue;
+      const bool owned = ShapeOf(Table(t)).owner != kiv::kTableCount;
+      const std::pair<int, std::string> key{t, owned ? owner : std::string()};
+      const auto it = s.content.lists_.find(key);
+      if (it == s.content.lists_.end() || !seen.insert(key).second) continue;
+      const std::vector<std::size_t>& list = it->second;
+      Learn(s, t, list);
       bool ordered = true;
       for (std::size_t i = 1; i < list.size() && ordered; ++i)
         ordered = s.rowids[list[i - 1]] < s.rowids[list[i]];
       if (ordered) continue;
-      const int t = key.first;
       std::int64_t& at = s.next[t];
       for (const std::size_t row : list) {
-        run.Run(
+        s.run.Run(
             S::Key(S::kRenumber, t),
             [&] {
               return "UPDATE " + Quoted(ShapeOf(Table(t)).name) +
@@ -469,82 +581,80 @@ struct KivStoreChangePhases {
     }
   }
 
-  using Differ =
-      std::vector<std::pair<std::string, const std::vector<std::string>*>>;
-
-  // The owners of link table t whose lists differ from the wanted ones,
-  // with those. The store's lists are read in their owners' order (their
-  // index's), beside the wanted ones, which the content holds in the same
-  // order; they are gathered before any is rewritten, since a table is not
-  // written while it is read.
-  static Differ Differing(sqlite3* db, const State& s, int t) {
-    static const std::vector<std::string> none;
+  // True when the store's link list of owner in link table t is wanted.
+  static bool SameLinks(State& s, int t, const std::string& owner,
+                        const std::vector<std::string>& wanted) {
     const kiv::TableShape& shape = ShapeOf(Table(t));
-    const std::string owner = Quoted(shape.columns[0]);
-    auto want = s.content.links_.lower_bound({t, std::string()});
-    const auto wantEnd = s.content.links_.lower_bound({t + 1, std::string()});
-    Differ differ;
-    Rows links(db, "SELECT " + owner + ", " + Quoted(shape.columns[1]) +
-                       " FROM " + Quoted(shape.name) + " ORDER BY " + owner +
-                       ", rowid");
-    bool more = links.Next();
-    while (more || want != wantEnd) {
-      // The lowest owner of either side.
-      const bool stored =
-          more && (want == wantEnd || links.View(0) <= want->first.second);
-      const std::string o =
-          stored ? std::string(links.View(0)) : want->first.second;
-      const std::vector<std::string>* wanted = &none;
-      if (want != wantEnd && want->first.second == o)
-        wanted = &(want++)->second;
-      bool same = true;
-      std::size_t at = 0;
-      for (; more && links.View(0) == o; ++at, more = links.Next())
-        same = same && at < wanted->size() && links.View(1) == (*wanted)[at];
-      if (!same || at != wanted->size()) differ.emplace_back(o, wanted);
+    sqlite3_stmt* links = s.find.Find(
+        t,
+        [&] {
+          return "SELECT " + Quoted(shape.columns[1]) + " FROM " +
+                 Quoted(shape.name) + " WHERE " + Quoted(shape.columns[0]) +
+                 " = ? ORDER BY rowid";
+        },
+        owner);
+    std::size_t at = 0;
+    bool same = true;
+    for (; same && s.find.Step(links); ++at) {
+      const void* p = sqlite3_column_blob(links, 0);
+      same = at < wanted.size() &&
+             std::string_view(static_cast<const char*>(p ? p : ""),
+                              static_cast<std::size_t>(sqlite3_column_bytes(
+                                  links, 0))) == wanted[at];
     }
-    return differ;
+    Lookups::Done(links);
+    return same && at == wanted.size();
   }
 
-  // Each link list of table t as wanted: rewritten where it differs.
-  static void Relink(Statements& run, sqlite3* db, State& s, int t) {
-    const kiv::TableShape& shape = ShapeOf(Table(t));
-    const std::string name = Quoted(shape.name);
-    const std::string owner = Quoted(shape.columns[0]);
-    for (const auto& [o, wanted] : Differing(db, s, t)) {
-      run.Run(
-          S::Key(S::kUnlink, t),
-          [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
-          {OidValue(o)});
-      for (const std::string& target : *wanted)
-        run.Run(S::Key(S::kLink, t),
-                [&] {
-                  return "INSERT INTO " + name + " (" +
-                         kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
-                },
-                {OidValue(o), OidValue(target)});
-      ++s.counts.relinked;
+  // The link lists of each object touched as wanted: rewritten where they
+  // differ.
+  static void Relink(State& s, const KivStoreTouched& touched) {
+    static const std::vector<std::string> none;
+    std::set<std::string> owners;
+    for (const auto& touchedObject : touched.objects)
+      owners.insert(touchedObject.first);
+    for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t) {
+      const kiv::TableShape& shape = ShapeOf(Table(t));
+      const std::string name = Quoted(shape.name);
+      const std::string owner = Quoted(shape.columns[0]);
+      for (const std::string& o : owners) {
+        const auto it = s.content.links_.find({t, o});
+        const std::vector<std::string>& wanted =
+            it == s.content.links_.end() ? none : it->second;
+        if (SameLinks(s, t, o, wanted)) continue;
+        s.run.Run(
+            S::Key(S::kUnlink, t),
+            [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
+            {OidValue(o)});
+        for (const std::string& target : wanted)
+          s.run.Run(S::Key(S::kLink, t),
+                    [&] {
+                      return "INSERT INTO " + name + " (" +
+                             kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
+                    },
+                    {OidValue(o), OidValue(target)});
+        ++s.counts.relinked;
+      }
     }
   }
 };
 
-bool KivStoreChange::Apply(const KivStoreContent& content, std::string* error) {
+bool KivStoreChange::Apply(const KivStoreContent& content,
+                           const KivStoreTouched& touched, std::string* error) {
   using P = KivStoreChangePhases;
-  Statements run(db_);
-  P::State state(content);
   try {
-    for (int t = 0; t < kiv::kObjectTables; ++t)
-      P::RemoveAndUpdate(run, db_, state, t);
-    P::Insert(run, db_, state);
-    P::AddMedia(run, state);
-    P::Order(run, state);
-    for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t)
-      P::Relink(run, db_, state, t);
+    P::State state(db_, content);
+    P::Past(state);
+    P::RemoveAndUpdate(state, touched);
+    P::Insert(state, touched);
+    P::AddMedia(state);
+    P::Order(state, touched);
+    P::Relink(state, touched);
+    counts_ = state.counts;
   } catch (const Failure& f) {
     *error = f.what;
     return false;
   }
-  counts_ = state.counts;
   return true;
 }
 
