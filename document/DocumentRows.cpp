@@ -184,8 +184,17 @@ KivStoreTouched RowsTouched(const Plan& plan) {
   for (const PlanChange& c : plan.changes) {
     // The store holds it in the table of what it was, unless it is new.
     const bool added = c.action == PlanChange::kAdded;
-    touched.objects.emplace_back(OidBytes(c.object.oid),
-                                 added ? nullptr : LayoutOf(c.wasKind).table);
+    // Its link lists differ only where a list of references changed.
+    bool links = c.action != PlanChange::kMoved;
+    if (c.action == PlanChange::kChanged && c.wasKind == c.kind) {
+      links = false;
+      for (const PlanValue& v : c.values)
+        links = links ||
+                LayoutOf(c.kind).attributes[v.attribute].field == Field::kRefs;
+    }
+    touched.objects.push_back({OidBytes(c.object.oid),
+                               added ? nullptr : LayoutOf(c.wasKind).table,
+                               links});
     // It enters a list: as new, as a new kind, or moved (to another owner,
     // or in a list put in another order: each of its objects that moves).
     const bool enters =

@@ -55,9 +55,15 @@ class KivStoreContent {
 // and writes the rows of these objects, their link lists and these lists,
 // and no others.
 struct KivStoreTouched {
-  // Each object the plan names: its oid's bytes, and the name of the table
-  // that holds it in the store (null for an object the store lacks).
-  std::vector<std::pair<std::string, const char*>> objects;
+  // Each object the plan names: its oid's bytes, the name of the table
+  // that holds it in the store (null for an object the store lacks), and
+  // whether its link lists may differ.
+  struct Object {
+    std::string oid;
+    const char* table;
+    bool links;
+  };
+  std::vector<Object> objects;
   // Each list whose order may have changed: its table's name, and its
   // owner's oid bytes ("" for a table without an owner).
   std::vector<std::pair<const char*, std::string>> lists;

@@ -474,7 +474,7 @@ struct KivStoreChangePhases {
   // changes kind leaves its table before it enters the other.
   static void RemoveAndUpdate(State& s, const KivStoreTouched& touched) {
     const auto& rows = s.content.rows_;
-    for (const auto& [oid, table] : touched.objects) {
+    for (const auto& [oid, table, links] : touched.objects) {
       const int t = table ? kiv::TableNamed(table) : kiv::kTableCount;
       if (t >= kiv::kObjectTables) continue;
       sqlite3_stmt* have = Row(s, t, oid);
@@ -499,7 +499,7 @@ struct KivStoreChangePhases {
     const auto& rows = s.content.rows_;
     std::vector<std::size_t> added;
     for (const auto& touchedObject : touched.objects) {
-      const auto it = s.content.byOid_.find(touchedObject.first);
+      const auto it = s.content.byOid_.find(touchedObject.oid);
       if (it != s.content.byOid_.end() && !s.known[it->second])
         added.push_back(it->second);
     }
@@ -606,35 +606,44 @@ struct KivStoreChangePhases {
     return same && at == wanted.size();
   }
 
-  // The link lists of each object touched as wanted: rewritten where they
-  // differ.
+  // The link lists of each object touched whose lists may differ, as
+  // wanted: rewritten where they differ. Each is owned by the object as the
+  // store holds it or as the document wants it.
   static void Relink(State& s, const KivStoreTouched& touched) {
     static const std::vector<std::string> none;
-    std::set<std::string> owners;
-    for (const auto& touchedObject : touched.objects)
-      owners.insert(touchedObject.first);
-    for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t) {
+    std::set<std::pair<int, std::string>> lists;
+    for (const auto& [oid, table, links] : touched.objects) {
+      if (!links) continue;
+      const auto it = s.content.byOid_.find(oid);
+      const int wanted = it == s.content.byOid_.end()
+                             ? kiv::kTableCount
+                             : s.content.rows_[it->second].table;
+      const int stored = table ? kiv::TableNamed(table) : kiv::kTableCount;
+      for (int t = kiv::kObjectTables; t < kiv::kTableCount; ++t)
+        if (ShapeOf(Table(t)).owner == wanted ||
+            ShapeOf(Table(t)).owner == stored)
+          lists.emplace(t, oid);
+    }
+    for (const auto& [t, o] : lists) {
       const kiv::TableShape& shape = ShapeOf(Table(t));
       const std::string name = Quoted(shape.name);
       const std::string owner = Quoted(shape.columns[0]);
-      for (const std::string& o : owners) {
-        const auto it = s.content.links_.find({t, o});
-        const std::vector<std::string>& wanted =
-            it == s.content.links_.end() ? none : it->second;
-        if (SameLinks(s, t, o, wanted)) continue;
-        s.run.Run(
-            S::Key(S::kUnlink, t),
-            [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
-            {OidValue(o)});
-        for (const std::string& target : wanted)
-          s.run.Run(S::Key(S::kLink, t),
-                    [&] {
-                      return "INSERT INTO " + name + " (" +
-                             kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
-                    },
-                    {OidValue(o), OidValue(target)});
-        ++s.counts.relinked;
-      }
+      const auto it = s.content.links_.find({t, o});
+      const std::vector<std::string>& wanted =
+          it == s.content.links_.end() ? none : it->second;
+      if (SameLinks(s, t, o, wanted)) continue;
+      s.run.Run(
+          S::Key(S::kUnlink, t),
+          [&] { return "DELETE FROM " + name + " WHERE " + owner + " = ?"; },
+          {OidValue(o)});
+      for (const std::string& target : wanted)
+        s.run.Run(S::Key(S::kLink, t),
+                  [&] {
+                    return "INSERT INTO " + name + " (" +
+                           kiv::ColumnList(Table(t)) + ") VALUES (?, ?)";
+                  },
+                  {OidValue(o), OidValue(target)});
+      ++s.counts.relinked;
     }
   }
 };
