@@ -368,30 +368,44 @@ bool ReadPlain(std::string_view text, Kind kind, Line& line) {
   return true;
 }
 
-// Reads an element line of layout (its indentation already checked).
-bool ReadElement(std::string_view text, Kind kind, Line& line,
-                 std::string* reason) {
+// The readings of an element line that fit its grammar. A reading is
+// clean when no text value holds the text that starts an attribute of the
+// element: the exporter's own lines read so, in one way. Readings that fit
+// but a value holds a delimiter or an attribute's text: the line is
+// ambiguous, not merely wrong.
+struct Readings {
+  int clean = 0, ambiguous = 0, badValue = 0;
+  std::vector<std::string_view> found;  // the values of a clean one
+  std::uint32_t present = 0;
+};
+
+// True when text has the head of variant v and the closer of its layout.
+bool Framed(std::string_view text, const Variant& v, const Layout& layout,
+            std::size_t closer) {
+  return text.size() >= v.head.size() + closer &&
+         text.compare(0, v.head.size(), v.head) == 0 &&
+         text.compare(text.size() - closer, closer, layout.closer) == 0;
+}
+
+// The values of text between variant v's head and the closer, placed.
+Fit PlaceValues(std::string_view text, const Variant& v, std::size_t closer,
+                std::vector<std::string_view>& values) {
+  return Place(text.substr(v.head.size(), text.size() - v.head.size() - closer),
+               v.delimiters, values);
+}
+
+Readings ReadingsOf(std::string_view text, Kind kind) {
   const Layout& layout = kLayouts[kind];
   const Grammar& grammar = GrammarOf(kind);
   const std::size_t closer = std::strlen(layout.closer);
-  // A reading is clean when no text value holds the text that starts an
-  // attribute of the element: the exporter's own lines read so, in one way.
-  // Readings that fit but a value holds a delimiter or an attribute's text:
-  // the line is ambiguous, not merely wrong.
-  int clean = 0, ambiguous = 0, badValue = 0;
-  std::vector<std::string_view> values, found;
-  std::uint32_t foundPresent = 0;
+  Readings r;
+  std::vector<std::string_view> values;
   for (const Variant& v : grammar.variants) {
-    if (text.size() < v.head.size() + closer ||
-        text.compare(0, v.head.size(), v.head) != 0 ||
-        text.compare(text.size() - closer, closer, layout.closer) != 0)
-      continue;
-    const Fit fit =
-        Place(text.substr(v.head.size(), text.size() - v.head.size() - closer),
-              v.delimiters, values);
+    if (!Framed(text, v, layout, closer)) continue;
+    const Fit fit = PlaceValues(text, v, closer, values);
     if (fit == Fit::kNone) continue;
     if (fit == Fit::kMany) {  // a value holds a delimiter
-      ++ambiguous;
+      ++r.ambiguous;
       continue;
     }
     bool valid = true, holdsStart = false;
@@ -405,60 +419,70 @@ bool ReadElement(std::string_view text, Kind kind, Line& line,
         holdsStart = holdsStart || value.find(start) != std::string_view::npos;
       valid = !holdsStart;
     }
-    if (holdsStart) ++ambiguous;
-    if (!valid && !holdsStart) ++badValue;
+    if (holdsStart) ++r.ambiguous;
+    if (!valid && !holdsStart) ++r.badValue;
     if (!valid) continue;
-    ++clean;
-    found = values;
-    foundPresent = v.present;
+    ++r.clean;
+    r.found = values;
+    r.present = v.present;
   }
-  if (clean > 1 || (clean == 0 && badValue == 0 && ambiguous > 0)) {
+  return r;
+}
+
+// Why text, which no reading fits, is not an element of kind: a value the
+// exporter never writes is named when a reading with identifiers as texts
+// finds it.
+std::string NoReading(std::string_view text, Kind kind) {
+  const Layout& layout = kLayouts[kind];
+  const Grammar& grammar = GrammarOf(kind);
+  const std::size_t closer = std::strlen(layout.closer);
+  std::vector<std::string_view> loose;
+  for (const Variant& v : GrammarOf(kind, true).variants) {
+    if (!Framed(text, v, layout, closer) ||
+        PlaceValues(text, v, closer, loose) != Fit::kOne)
+      continue;
+    // Only a reading in which no value holds another attribute's text.
+    bool holdsStart = false;
+    for (std::string_view value : loose)
+      for (const std::string& start : grammar.starts)
+        holdsStart = holdsStart || value.find(start) != std::string_view::npos;
+    if (holdsStart) continue;
+    for (std::size_t i = 0, n = 0; i < layout.attributes.size(); ++i) {
+      if (!((v.present >> i) & 1)) continue;
+      const std::string problem =
+          ValueProblem(layout.attributes[i], loose[n++]);
+      if (problem.empty()) continue;
+      return std::string(layout.name) + " " + layout.attributes[i].name + " " +
+             problem;
+    }
+  }
+  return std::string("not a ") + layout.name +
+         " element as the exporter writes it";
+}
+
+// Reads an element line of layout (its indentation already checked).
+bool ReadElement(std::string_view text, Kind kind, Line& line,
+                 std::string* reason) {
+  const Layout& layout = kLayouts[kind];
+  const Readings r = ReadingsOf(text, kind);
+  if (r.clean > 1 || (r.clean == 0 && r.badValue == 0 && r.ambiguous > 0)) {
     *reason = std::string("ambiguous ") + layout.name +
               " element: a value holds the text of an attribute, so that "
               "more than one reading fits";
     return false;
   }
-  if (clean == 0) {
-    // No reading fits: a value the exporter never writes is named when a
-    // reading with identifiers as texts finds it.
-    std::vector<std::string_view> loose;
-    for (const Variant& v : GrammarOf(kind, true).variants) {
-      if (text.size() < v.head.size() + closer ||
-          text.compare(0, v.head.size(), v.head) != 0 ||
-          text.compare(text.size() - closer, closer, layout.closer) != 0 ||
-          Place(
-              text.substr(v.head.size(), text.size() - v.head.size() - closer),
-              v.delimiters, loose) != Fit::kOne)
-        continue;
-      // Only a reading in which no value holds another attribute's text.
-      bool holdsStart = false;
-      for (std::string_view value : loose)
-        for (const std::string& start : grammar.starts)
-          holdsStart =
-              holdsStart || value.find(start) != std::string_view::npos;
-      if (holdsStart) continue;
-      for (std::size_t i = 0, n = 0; i < layout.attributes.size(); ++i) {
-        if (!((v.present >> i) & 1)) continue;
-        const std::string problem =
-            ValueProblem(layout.attributes[i], loose[n++]);
-        if (problem.empty()) continue;
-        const char* name = layout.attributes[i].name;
-        *reason = std::string(layout.name) + " " + name + " " + problem;
-        return false;
-      }
-    }
-    *reason = std::string("not a ") + layout.name +
-              " element as the exporter writes it";
+  if (r.clean == 0) {
+    *reason = NoReading(text, kind);
     return false;
   }
   line.type = Line::kStart;
   line.kind = kind;
-  line.present = foundPresent;
+  line.present = r.present;
   line.values.assign(layout.attributes.size(), std::string_view());
   for (std::size_t i = 0, v = 0; i < layout.attributes.size(); ++i) {
-    if (!((foundPresent >> i) & 1)) continue;
+    if (!((r.present >> i) & 1)) continue;
     const Field field = layout.attributes[i].field;
-    const std::string_view value = found[v++];
+    const std::string_view value = r.found[v++];
     // An identifier's "x" ends its delimiter, just before the value.
     line.values[i] = field == O || field == R || field == M
                          ? std::string_view(value.data() - 1, value.size() + 1)

@@ -30,57 +30,64 @@ std::string GraphLabel(std::string_view text) {
   return label;
 }
 
-bool DrawSvg(const Graph& graph, std::string* svg, std::string* error) {
-  // One context for the process: a context freed and made again leaves
-  // Graphviz's text plugin reading the fonts of the freed one.
-  static GVC_t* const gvc = gvContext();
-  if (!gvc) {
-    *error = "Graphviz cannot start";
-    return false;
-  }
-  Agraph_t* g =
-      agopen(const_cast<char*>(graph.name.c_str()), Agdirected, nullptr);
-  const auto defaults = [&](int kind, const char* name, const char* value) {
-    agattr(g, kind, const_cast<char*>(name), const_cast<char*>(value));
-  };
-  defaults(AGRAPH, "rankdir", "LR");
-  defaults(AGRAPH, "fontname", "sans-serif");
-  defaults(AGNODE, "shape", "box");
-  defaults(AGNODE, "style", "rounded,filled");
-  defaults(AGNODE, "fillcolor", "white");
-  defaults(AGNODE, "fontname", "sans-serif");
-  defaults(AGNODE, "label", "");
-  defaults(AGNODE, "URL", "");
-  defaults(AGNODE, "tooltip", "");
-  defaults(AGEDGE, "label", "");
-  defaults(AGEDGE, "style", "solid");
-  defaults(AGEDGE, "fontname", "sans-serif");
-  defaults(AGEDGE, "fontsize", "10");
-  defaults(AGEDGE, "ltail", "");
-  if (!graph.clusters.empty()) {
-    defaults(AGRAPH, "compound", "true");
-    defaults(AGRAPH, "label", "");
-    defaults(AGRAPH, "labeljust", "l");
-    defaults(AGRAPH, "style", "rounded,filled");
-    defaults(AGRAPH, "fillcolor", "white");
-    defaults(AGRAPH, "URL", "");
-    defaults(AGRAPH, "tooltip", "");
-  }
-  const auto set = [](void* object, const char* name,
-                      const std::string& value) {
-    agset(object, const_cast<char*>(name), const_cast<char*>(value.c_str()));
-  };
-  // Graphviz draws a subgraph as a frame only when its name starts so.
-  std::unordered_map<std::string, std::pair<Agraph_t*, std::string>> clusters;
+namespace {
+
+// Sets name's value for every object of kind in g, unless set otherwise.
+void Default(Agraph_t* g, int kind, const char* name, const char* value) {
+  agattr(g, kind, const_cast<char*>(name), const_cast<char*>(value));
+}
+
+void Set(void* object, const char* name, const std::string& value) {
+  agset(object, const_cast<char*>(name), const_cast<char*>(value.c_str()));
+}
+
+// The attributes the picture sets, with their defaults.
+void Defaults(Agraph_t* g, bool clustered) {
+  Default(g, AGRAPH, "rankdir", "LR");
+  Default(g, AGRAPH, "fontname", "sans-serif");
+  Default(g, AGNODE, "shape", "box");
+  Default(g, AGNODE, "style", "rounded,filled");
+  Default(g, AGNODE, "fillcolor", "white");
+  Default(g, AGNODE, "fontname", "sans-serif");
+  Default(g, AGNODE, "label", "");
+  Default(g, AGNODE, "URL", "");
+  Default(g, AGNODE, "tooltip", "");
+  Default(g, AGEDGE, "label", "");
+  Default(g, AGEDGE, "style", "solid");
+  Default(g, AGEDGE, "fontname", "sans-serif");
+  Default(g, AGEDGE, "fontsize", "10");
+  Default(g, AGEDGE, "ltail", "");
+  if (!clustered) return;
+  Default(g, AGRAPH, "compound", "true");
+  Default(g, AGRAPH, "label", "");
+  Default(g, AGRAPH, "labeljust", "l");
+  Default(g, AGRAPH, "style", "rounded,filled");
+  Default(g, AGRAPH, "fillcolor", "white");
+  Default(g, AGRAPH, "URL", "");
+  Default(g, AGRAPH, "tooltip", "");
+}
+
+// Each frame by its key: its subgraph and the subgraph's name.
+using Frames =
+    std::unordered_map<std::string, std::pair<Agraph_t*, std::string>>;
+
+Frames AddFrames(Agraph_t* g, const Graph& graph) {
+  Frames clusters;
   for (const Graph::Cluster& c : graph.clusters) {
+    // Graphviz draws a subgraph as a frame only when its name starts so.
     std::string name = "cluster_" + std::to_string(clusters.size());
     Agraph_t* sub = agsubg(g, const_cast<char*>(name.c_str()), 1);
-    set(sub, "label", c.label);
-    set(sub, "tooltip", c.tooltip);
-    set(sub, "fillcolor", c.fill);
-    if (!c.url.empty()) set(sub, "URL", c.url);
+    Set(sub, "label", c.label);
+    Set(sub, "tooltip", c.tooltip);
+    Set(sub, "fillcolor", c.fill);
+    if (!c.url.empty()) Set(sub, "URL", c.url);
     clusters[c.key] = {sub, std::move(name)};
   }
+  return clusters;
+}
+
+// The nodes, each in its frame, and the edges between them.
+void AddNodesAndEdges(Agraph_t* g, const Graph& graph, Frames& clusters) {
   std::unordered_map<std::string, Agnode_t*> nodes;
   std::unordered_map<Agnode_t*, const std::string*> frameOf;
   for (const Graph::Node& n : graph.nodes) {
@@ -91,22 +98,39 @@ bool DrawSvg(const Graph& graph, std::string* svg, std::string* error) {
       agsubnode(frame->second.first, v, 1);
       frameOf[v] = &frame->second.second;
     }
-    set(v, "label", n.label);
-    set(v, "tooltip", n.tooltip);
-    set(v, "fillcolor", n.fill);
-    if (!n.url.empty()) set(v, "URL", n.url);
-    if (!n.style.empty()) set(v, "style", n.style);
+    Set(v, "label", n.label);
+    Set(v, "tooltip", n.tooltip);
+    Set(v, "fillcolor", n.fill);
+    if (!n.url.empty()) Set(v, "URL", n.url);
+    if (!n.style.empty()) Set(v, "style", n.style);
   }
   for (const Graph::Edge& e : graph.edges) {
     const auto from = nodes.find(e.from), to = nodes.find(e.to);
     if (from == nodes.end() || to == nodes.end()) continue;
     Agedge_t* edge = agedge(g, from->second, to->second, nullptr, 1);
-    set(edge, "label", e.label);
-    if (!e.style.empty()) set(edge, "style", e.style);
+    Set(edge, "label", e.label);
+    if (!e.style.empty()) Set(edge, "style", e.style);
     const auto frame = frameOf.find(from->second);
     if (e.fromCluster && frame != frameOf.end())
-      set(edge, "ltail", *frame->second);
+      Set(edge, "ltail", *frame->second);
   }
+}
+
+}  // namespace
+
+bool DrawSvg(const Graph& graph, std::string* svg, std::string* error) {
+  // One context for the process: a context freed and made again leaves
+  // Graphviz's text plugin reading the fonts of the freed one.
+  static GVC_t* const gvc = gvContext();
+  if (!gvc) {
+    *error = "Graphviz cannot start";
+    return false;
+  }
+  Agraph_t* g =
+      agopen(const_cast<char*>(graph.name.c_str()), Agdirected, nullptr);
+  Defaults(g, !graph.clusters.empty());
+  Frames clusters = AddFrames(g, graph);
+  AddNodesAndEdges(g, graph, clusters);
   char* rendered = nullptr;
   unsigned int size = 0;
   const bool drawn = gvLayout(gvc, g, "dot") == 0 &&

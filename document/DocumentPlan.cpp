@@ -248,30 +248,25 @@ PlanChange NewChange(PlanChange::Action action, Kind kind, Kind wasKind,
   return c;
 }
 
-}  // namespace
+// The objects of each action and kind, in their document's order: the
+// changes are then made once, in the order the plan lists them.
+using ByAction = std::vector<std::uint32_t>[4][kKindCount];
 
-Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
-  Plan plan;
-  Planner planner{before, after, {}, {}, {}, {}, &plan.spelled};
-  planner.Match();
-  planner.beforePlace = Planner::Places(before, planner.inAfter, after);
-  planner.afterPlace = Planner::Places(after, planner.inBefore, before);
-  std::vector<bool> reordered(after.Objects().size(), false);
-  planner.Reordered(reordered, plan.reordered);
-
-  // The objects of each action and kind, in their document's order: the
-  // changes are then made once, in the order the plan lists them.
-  std::vector<std::uint32_t> byAction[4][kKindCount];
+// Sorts the objects of both documents into by, and counts them in plan.
+void Classify(const Planner& planner, const std::vector<bool>& reordered,
+              Plan& plan, ByAction& by) {
+  const PlanDocument& before = planner.before;
+  const PlanDocument& after = planner.after;
   for (std::size_t i = 0; i < before.Objects().size(); ++i)
     if (planner.inAfter[i] == Planner::kNone)
-      byAction[PlanChange::kRemoved][before.Objects()[i].kind].push_back(
+      by[PlanChange::kRemoved][before.Objects()[i].kind].push_back(
           static_cast<std::uint32_t>(i));
   for (std::size_t i = 0; i < after.Objects().size(); ++i) {
     const auto& now = after.Objects()[i];
     const auto index = static_cast<std::uint32_t>(i);
     const std::size_t j = planner.inBefore[i];
     if (j == Planner::kNone) {
-      byAction[PlanChange::kAdded][now.kind].push_back(index);
+      by[PlanChange::kAdded][now.kind].push_back(index);
       continue;
     }
     const auto& was = before.Objects()[j];
@@ -282,33 +277,36 @@ Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
         was.kind == now.kind &&
         (!Planner::SameParent(was, before.Long(), now, after.Long()) ||
          reordered[i]);
-    if (changed) byAction[PlanChange::kChanged][now.kind].push_back(index);
-    if (moved) byAction[PlanChange::kMoved][now.kind].push_back(index);
+    if (changed) by[PlanChange::kChanged][now.kind].push_back(index);
+    if (moved) by[PlanChange::kMoved][now.kind].push_back(index);
     plan.changed += changed;
     plan.moved += moved;
     plan.changedOrMoved += changed || moved;
   }
-  for (const auto& kinds : byAction[PlanChange::kRemoved])
+  for (const auto& kinds : by[PlanChange::kRemoved])
     plan.removed += kinds.size();
-  for (const auto& kinds : byAction[PlanChange::kAdded])
-    plan.added += kinds.size();
-  plan.changes.reserve(plan.removed + plan.added + plan.changed + plan.moved);
+  for (const auto& kinds : by[PlanChange::kAdded]) plan.added += kinds.size();
+}
 
-  // An object removed or added, with every value it had or has.
-  const auto whole = [&](PlanChange::Action action, const PlanDocument& doc) {
-    for (const auto& kinds : byAction[action])
-      for (const std::uint32_t i : kinds) {
-        const auto& o = doc.Objects()[i];
-        plan.changes.push_back(NewChange(action, o.kind, o.kind,
-                                         Planner::Self(doc, o),
-                                         planner.Ref(doc, o.parent)));
-        plan.changes.back().values =
-            planner.AllValues(doc, o, action == PlanChange::kAdded);
-      }
-  };
-  whole(PlanChange::kRemoved, before);
-  whole(PlanChange::kAdded, after);
-  for (const auto& kinds : byAction[PlanChange::kChanged])
+// Each object removed or added, with every value it had or has.
+void AddWhole(Planner& planner, PlanChange::Action action,
+              const PlanDocument& doc, const ByAction& by, Plan& plan) {
+  for (const auto& kinds : by[action])
+    for (const std::uint32_t i : kinds) {
+      const auto& o = doc.Objects()[i];
+      plan.changes.push_back(NewChange(action, o.kind, o.kind,
+                                       Planner::Self(doc, o),
+                                       planner.Ref(doc, o.parent)));
+      plan.changes.back().values =
+          planner.AllValues(doc, o, action == PlanChange::kAdded);
+    }
+}
+
+// Each object changed, with the attributes that changed.
+void AddChanged(Planner& planner, const ByAction& by, Plan& plan) {
+  const PlanDocument& before = planner.before;
+  const PlanDocument& after = planner.after;
+  for (const auto& kinds : by[PlanChange::kChanged])
     for (const std::uint32_t i : kinds) {
       const auto& now = after.Objects()[i];
       const auto& was = before.Objects()[planner.inBefore[i]];
@@ -329,7 +327,13 @@ Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
                             Planner::Refs(after, field, has ? to : "")});
       }
     }
-  for (const auto& kinds : byAction[PlanChange::kMoved])
+}
+
+// Each object moved: from another parent, or to another place in its list.
+void AddMoved(Planner& planner, const ByAction& by, Plan& plan) {
+  const PlanDocument& before = planner.before;
+  const PlanDocument& after = planner.after;
+  for (const auto& kinds : by[PlanChange::kMoved])
     for (const std::uint32_t i : kinds) {
       const auto& now = after.Objects()[i];
       const std::size_t j = planner.inBefore[i];
@@ -346,6 +350,25 @@ Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
         c.toPlace = planner.afterPlace[i] + 1;
       }
     }
+}
+
+}  // namespace
+
+Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
+  Plan plan;
+  Planner planner{before, after, {}, {}, {}, {}, &plan.spelled};
+  planner.Match();
+  planner.beforePlace = Planner::Places(before, planner.inAfter, after);
+  planner.afterPlace = Planner::Places(after, planner.inBefore, before);
+  std::vector<bool> reordered(after.Objects().size(), false);
+  planner.Reordered(reordered, plan.reordered);
+  ByAction by;
+  Classify(planner, reordered, plan, by);
+  plan.changes.reserve(plan.removed + plan.added + plan.changed + plan.moved);
+  AddWhole(planner, PlanChange::kRemoved, before, by, plan);
+  AddWhole(planner, PlanChange::kAdded, after, by, plan);
+  AddChanged(planner, by, plan);
+  AddMoved(planner, by, plan);
   return plan;
 }
 

@@ -111,16 +111,188 @@ std::string Dtd() {
   return dtd;
 }
 
+namespace {
+
+using SchemaWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+// {"$ref": to}.
+void Ref(SchemaWriter& w, const char* to) {
+  w.StartObject();
+  w.Key("$ref");
+  w.String(to);
+  w.EndObject();
+}
+
+// {"type": type}, or with a description too.
+void Typed(SchemaWriter& w, const char* type, const char* description = "") {
+  w.StartObject();
+  w.Key("type");
+  w.String(type);
+  if (*description) {
+    w.Key("description");
+    w.String(description);
+  }
+  w.EndObject();
+}
+
+// The document's own keys: its format, its name, its stylesheet, its
+// objects.
+void DocumentProperties(SchemaWriter& w) {
+  w.Key("properties");
+  w.StartObject();
+  w.Key("format");
+  w.StartObject();
+  w.Key("const");
+  w.String("vantrel-doc json 1");
+  w.EndObject();
+  w.Key("document");
+  Typed(w, "string", "The document's file name, or <stdin>.");
+  w.Key("stylesheet");
+  Typed(w, "string",
+        "The path of the document's xml-stylesheet instruction, when it has "
+        "one.");
+  w.Key("objects");
+  w.StartObject();
+  w.Key("type");
+  w.String("array");
+  w.Key("items");
+  Ref(w, "#/$defs/object");
+  w.EndObject();
+  w.EndObject();
+}
+
+// The schema of an attribute's value, by its field.
+void AttributeSchema(SchemaWriter& w, const Attribute& a) {
+  switch (a.field) {
+    case Field::kFlag:
+      w.StartObject();
+      w.Key("enum");
+      w.StartArray();
+      w.String("Y");
+      w.String("N");
+      w.EndArray();
+      w.EndObject();
+      break;
+    case Field::kRefs:
+      Ref(w, "#/$defs/ids");
+      break;
+    case Field::kMedia:
+      w.StartObject();
+      w.Key("$ref");
+      w.String("#/$defs/id");
+      w.Key("description");
+      w.String("A replication media: it has no object of its own.");
+      w.EndObject();
+      break;
+    case Field::kOid:
+    case Field::kRef:
+      Ref(w, "#/$defs/id");
+      break;
+    case Field::kText:
+      Ref(w, "#/$defs/text");
+      break;
+  }
+}
+
+// An object's attributes: every attribute but the identifier, once, by
+// the first element that has it: an attribute of one name holds one kind
+// of value in every element.
+void AttributesSchema(SchemaWriter& w) {
+  w.StartObject();
+  w.Key("type");
+  w.String("object");
+  w.Key("additionalProperties");
+  w.Bool(false);
+  w.Key("properties");
+  w.StartObject();
+  std::vector<std::string> seen{"Oid"};
+  for (int k = 0; k < kKindCount; ++k)
+    for (const Attribute& a : LayoutOf(Kind(k)).attributes) {
+      if (std::find(seen.begin(), seen.end(), a.name) != seen.end()) continue;
+      seen.push_back(a.name);
+      w.Key(a.name);
+      AttributeSchema(w, a);
+    }
+  w.EndObject();
+  w.EndObject();
+}
+
+// An object: its kind, its identifier, its parent's, its attributes.
+void ObjectSchema(SchemaWriter& w) {
+  w.StartObject();
+  w.Key("type");
+  w.String("object");
+  w.Key("required");
+  w.StartArray();
+  for (const char* key : {"kind", "id", "parent", "attributes"}) w.String(key);
+  w.EndArray();
+  w.Key("additionalProperties");
+  w.Bool(false);
+  w.Key("properties");
+  w.StartObject();
+  w.Key("kind");
+  w.StartObject();
+  w.Key("enum");
+  w.StartArray();
+  // The objects: the elements with an identifier.
+  for (int k = 0; k < kKindCount; ++k)
+    if (AttributeIndex(Kind(k), "Oid") >= 0) w.String(LayoutOf(Kind(k)).name);
+  w.EndArray();
+  w.EndObject();
+  w.Key("id");
+  Ref(w, "#/$defs/id");
+  w.Key("parent");
+  w.StartObject();
+  w.Key("description");
+  w.String(
+      "The identifier of the parent element, for an element nested in an "
+      "object; null for the others.");
+  w.Key("oneOf");
+  w.StartArray();
+  Typed(w, "null");
+  Ref(w, "#/$defs/id");
+  w.EndArray();
+  w.EndObject();
+  w.Key("attributes");
+  AttributesSchema(w);
+  w.EndObject();
+  w.EndObject();
+}
+
+// What the schema's parts refer to: an identifier, a list of them, a text,
+// an object.
+void Definitions(SchemaWriter& w) {
+  w.Key("$defs");
+  w.StartObject();
+  w.Key("id");
+  w.StartObject();
+  w.Key("type");
+  w.String("string");
+  w.Key("pattern");
+  w.String("^x([0-9A-F]{2})+$");
+  w.EndObject();
+  w.Key("ids");
+  w.StartObject();
+  w.Key("type");
+  w.String("array");
+  w.Key("items");
+  Ref(w, "#/$defs/id");
+  w.Key("minItems");
+  w.Int(1);
+  w.EndObject();
+  w.Key("text");
+  Typed(w, "string");
+  w.Key("object");
+  ObjectSchema(w);
+  w.EndObject();
+}
+
+}  // namespace
+
 std::string DocumentJsonSchema() {
   rapidjson::StringBuffer buffer;
-  rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buffer);
+  SchemaWriter w(buffer);
   w.SetIndent(' ', 2);
-  const auto ref = [&](const char* to) {
-    w.StartObject();
-    w.Key("$ref");
-    w.String(to);
-    w.EndObject();
-  };
   w.StartObject();
   w.Key("$schema");
   w.String("https://json-schema.org/draft/2020-12/schema");
@@ -143,150 +315,8 @@ std::string DocumentJsonSchema() {
   w.EndArray();
   w.Key("additionalProperties");
   w.Bool(false);
-  w.Key("properties");
-  w.StartObject();
-  w.Key("format");
-  w.StartObject();
-  w.Key("const");
-  w.String("vantrel-doc json 1");
-  w.EndObject();
-  w.Key("document");
-  w.StartObject();
-  w.Key("type");
-  w.String("string");
-  w.Key("description");
-  w.String("The document's file name, or <stdin>.");
-  w.EndObject();
-  w.Key("stylesheet");
-  w.StartObject();
-  w.Key("type");
-  w.String("string");
-  w.Key("description");
-  w.String(
-      "The path of the document's xml-stylesheet instruction, when it has "
-      "one.");
-  w.EndObject();
-  w.Key("objects");
-  w.StartObject();
-  w.Key("type");
-  w.String("array");
-  w.Key("items");
-  ref("#/$defs/object");
-  w.EndObject();
-  w.EndObject();
-
-  w.Key("$defs");
-  w.StartObject();
-  w.Key("id");
-  w.StartObject();
-  w.Key("type");
-  w.String("string");
-  w.Key("pattern");
-  w.String("^x([0-9A-F]{2})+$");
-  w.EndObject();
-  w.Key("ids");
-  w.StartObject();
-  w.Key("type");
-  w.String("array");
-  w.Key("items");
-  ref("#/$defs/id");
-  w.Key("minItems");
-  w.Int(1);
-  w.EndObject();
-  w.Key("text");
-  w.StartObject();
-  w.Key("type");
-  w.String("string");
-  w.EndObject();
-  w.Key("object");
-  w.StartObject();
-  w.Key("type");
-  w.String("object");
-  w.Key("required");
-  w.StartArray();
-  for (const char* key : {"kind", "id", "parent", "attributes"}) w.String(key);
-  w.EndArray();
-  w.Key("additionalProperties");
-  w.Bool(false);
-  w.Key("properties");
-  w.StartObject();
-  w.Key("kind");
-  w.StartObject();
-  w.Key("enum");
-  w.StartArray();
-  // The objects: the elements with an identifier.
-  for (int k = 0; k < kKindCount; ++k)
-    if (AttributeIndex(Kind(k), "Oid") >= 0) w.String(LayoutOf(Kind(k)).name);
-  w.EndArray();
-  w.EndObject();
-  w.Key("id");
-  ref("#/$defs/id");
-  w.Key("parent");
-  w.StartObject();
-  w.Key("description");
-  w.String(
-      "The identifier of the parent element, for an element nested in an "
-      "object; null for the others.");
-  w.Key("oneOf");
-  w.StartArray();
-  w.StartObject();
-  w.Key("type");
-  w.String("null");
-  w.EndObject();
-  ref("#/$defs/id");
-  w.EndArray();
-  w.EndObject();
-  w.Key("attributes");
-  w.StartObject();
-  w.Key("type");
-  w.String("object");
-  w.Key("additionalProperties");
-  w.Bool(false);
-  w.Key("properties");
-  w.StartObject();
-  // Every attribute but the identifier, once, by the first element that has
-  // it: an attribute of one name holds one kind of value in every element.
-  std::vector<std::string> seen{"Oid"};
-  for (int k = 0; k < kKindCount; ++k)
-    for (const Attribute& a : LayoutOf(Kind(k)).attributes) {
-      if (std::find(seen.begin(), seen.end(), a.name) != seen.end()) continue;
-      seen.push_back(a.name);
-      w.Key(a.name);
-      switch (a.field) {
-        case Field::kFlag:
-          w.StartObject();
-          w.Key("enum");
-          w.StartArray();
-          w.String("Y");
-          w.String("N");
-          w.EndArray();
-          w.EndObject();
-          break;
-        case Field::kRefs:
-          ref("#/$defs/ids");
-          break;
-        case Field::kMedia:
-          w.StartObject();
-          w.Key("$ref");
-          w.String("#/$defs/id");
-          w.Key("description");
-          w.String("A replication media: it has no object of its own.");
-          w.EndObject();
-          break;
-        case Field::kOid:
-        case Field::kRef:
-          ref("#/$defs/id");
-          break;
-        case Field::kText:
-          ref("#/$defs/text");
-          break;
-      }
-    }
-  w.EndObject();
-  w.EndObject();
-  w.EndObject();
-  w.EndObject();
-  w.EndObject();
+  DocumentProperties(w);
+  Definitions(w);
   w.EndObject();
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
