@@ -65,51 +65,18 @@ class Structure {
   explicit Structure(Visitor& visitor) : visitor_(visitor) {}
 
   void Feed(const Line& line, std::size_t n) {
-    // After one element out of its place, those that follow it out of
-    // theirs are its consequence: told again only once one is in place.
-    const auto misplaced = [&](const std::string& what,
-                               const std::string& belongs = std::string()) {
-      if (!derailed_)
-        visitor_.Problem(n, what + " is out of its place" +
-                                (belongs.empty() ? "" : ": " + belongs));
-      derailed_ = true;
-    };
     if (stage_ == kDone) {
       visitor_.Problem(n, "a line after </AdminObjects>");
       return;
     }
-    switch (line.type) {
-      case Line::kDeclaration:
-        if (stage_ != kDeclaration) misplaced("the XML declaration");
-        stage_ = kDoctype;
-        return visitor_.Other(line, n);
-      case Line::kStylesheet:
-        if (stage_ != kDoctype) misplaced("the stylesheet instruction");
-        return visitor_.Other(line, n);
-      case Line::kDoctype:
-        if (stage_ != kDoctype) misplaced("the DOCTYPE");
-        stage_ = kRoot;
-        return visitor_.Other(line, n);
-      case Line::kRootStart:
-        if (stage_ != kRoot) misplaced("<AdminObjects>");
-        stage_ = kInRoot;
-        return visitor_.Other(line, n);
-      case Line::kRootEnd:
-        if (open_ != kKindCount)
-          visitor_.Problem(n, std::string("</") + LayoutOf(open_).name +
-                                  "> is missing before </AdminObjects>");
-        stage_ = kDone;
-        return visitor_.Other(line, n);
-      default:
-        break;
-    }
+    if (FeedFrame(line, n)) return;
     const Layout& layout = LayoutOf(line.kind);
     const std::string tag = std::string("<") + layout.name + ">";
     if (stage_ != kInRoot)
-      return misplaced(tag, "it belongs inside <AdminObjects>");
+      return Misplaced(n, tag, "it belongs inside <AdminObjects>");
     if (line.type == Line::kEnd) {
       if (open_ != line.kind)
-        return misplaced(std::string("</") + layout.name + ">",
+        return Misplaced(n, std::string("</") + layout.name + ">",
                          open_ == kKindCount
                              ? "no element is open"
                              : std::string("the open element is <") +
@@ -118,57 +85,121 @@ class Structure {
       return visitor_.Other(line, n);
     }
     Place place;
-    if (layout.parent == kKindCount) {
-      const int rank = Section(line.kind);
-      if (open_ != kKindCount && rank >= Section(open_)) {
-        // An end tag left out: said once, and the element taken as closed,
-        // so that what follows is read in its place.
-        if (!derailed_)
-          visitor_.Problem(n, std::string("</") + LayoutOf(open_).name +
-                                  "> is missing before " + tag);
-        open_ = kKindCount;
-      }
-      if (open_ != kKindCount) return misplaced(tag, Belongs(line.kind));
-      if (rank < section_ || (rank == section_ && (line.kind == kServer ||
-                                                   line.kind == kLocalSite))) {
-        // Still an object of the document, out of its order: read with its
-        // children, so that what names them is not told as naming nothing.
-        misplaced(tag, Belongs(line.kind));
-      } else {
-        section_ = rank;
-        derailed_ = false;
-      }
-      place.index = topLevel_[line.kind]++;
-      if (layout.hasEndTag) {
-        open_ = line.kind;
-        openOid_ = OidOf(line);
-        children_ = 0;
-        childRank_ = 0;
-      }
-    } else {
-      const int rank = line.kind == kVaultServer ||
-                               line.kind == kDataServerCaptureStatus ||
-                               line.kind == kDataServerApplyStatus
-                           ? 1
-                           : 0;
-      if (open_ != layout.parent)
-        return misplaced(tag, std::string("it belongs inside <") +
-                                  LayoutOf(layout.parent).name + ">");
-      // Out of its order among its siblings: read all the same.
-      if (rank < childRank_)
-        misplaced(tag, std::string("it belongs inside <") +
-                           LayoutOf(layout.parent).name +
-                           ">, before its children of other kinds");
-      childRank_ = rank;
-      place.parent = openOid_;
-      place.index = children_++;
-    }
-    visitor_.Element(line, n, place);
+    const bool placed = layout.parent == kKindCount
+                            ? PlaceTop(line, n, tag, place)
+                            : PlaceChild(line, n, tag, place);
+    if (placed) visitor_.Element(line, n, place);
   }
 
   bool Done() const { return stage_ == kDone; }
 
  private:
+  // After one element out of its place, those that follow it out of theirs
+  // are its consequence: told again only once one is in place.
+  void Misplaced(std::size_t n, const std::string& what,
+                 const std::string& belongs = std::string()) {
+    if (!derailed_)
+      visitor_.Problem(n, what + " is out of its place" +
+                              (belongs.empty() ? "" : ": " + belongs));
+    derailed_ = true;
+  }
+
+  // Takes a line of the document's frame (the prologue, the root's tags);
+  // false for an element's line.
+  bool FeedFrame(const Line& line, std::size_t n) {
+    switch (line.type) {
+      case Line::kDeclaration:
+        if (stage_ != kDeclaration) Misplaced(n, "the XML declaration");
+        stage_ = kDoctype;
+        break;
+      case Line::kStylesheet:
+        if (stage_ != kDoctype) Misplaced(n, "the stylesheet instruction");
+        break;
+      case Line::kDoctype:
+        if (stage_ != kDoctype) Misplaced(n, "the DOCTYPE");
+        stage_ = kRoot;
+        break;
+      case Line::kRootStart:
+        if (stage_ != kRoot) Misplaced(n, "<AdminObjects>");
+        stage_ = kInRoot;
+        break;
+      case Line::kRootEnd:
+        if (open_ != kKindCount)
+          visitor_.Problem(n, std::string("</") + LayoutOf(open_).name +
+                                  "> is missing before </AdminObjects>");
+        stage_ = kDone;
+        break;
+      default:
+        return false;
+    }
+    visitor_.Other(line, n);
+    return true;
+  }
+
+  // Places an element of the root's in its section; false when it cannot
+  // be read as one.
+  bool PlaceTop(const Line& line, std::size_t n, const std::string& tag,
+                Place& place) {
+    const int rank = Section(line.kind);
+    if (open_ != kKindCount && rank >= Section(open_)) {
+      // An end tag left out: said once, and the element taken as closed,
+      // so that what follows is read in its place.
+      if (!derailed_)
+        visitor_.Problem(n, std::string("</") + LayoutOf(open_).name +
+                                "> is missing before " + tag);
+      open_ = kKindCount;
+    }
+    if (open_ != kKindCount) {
+      Misplaced(n, tag, Belongs(line.kind));
+      return false;
+    }
+    if (rank < section_ || (rank == section_ && (line.kind == kServer ||
+                                                 line.kind == kLocalSite))) {
+      // Still an object of the document, out of its order: read with its
+      // children, so that what names them is not told as naming nothing.
+      Misplaced(n, tag, Belongs(line.kind));
+    } else {
+      section_ = rank;
+      derailed_ = false;
+    }
+    place.index = topLevel_[line.kind]++;
+    if (LayoutOf(line.kind).hasEndTag) {
+      open_ = line.kind;
+      openOid_ = OidOf(line);
+      children_ = 0;
+      childRank_ = 0;
+    }
+    return true;
+  }
+
+  // Places an element under the open one; false when it is not its
+  // parent.
+  bool PlaceChild(const Line& line, std::size_t n, const std::string& tag,
+                  Place& place) {
+    const Layout& layout = LayoutOf(line.kind);
+    const int rank = line.kind == kVaultServer ||
+                             line.kind == kDataServerCaptureStatus ||
+                             line.kind == kDataServerApplyStatus
+                         ? 1
+                         : 0;
+    if (open_ != layout.parent) {
+      Misplaced(n, tag,
+                std::string("it belongs inside <") +
+                    LayoutOf(layout.parent).name + ">");
+      return false;
+    }
+    // Out of its order among its siblings: read all the same.
+    if (rank < childRank_)
+      Misplaced(n, tag,
+                std::string("it belongs inside <") +
+                    LayoutOf(layout.parent).name +
+                    ">, before its children of other kinds");
+    childRank_ = rank;
+    place.parent = openOid_;
+    place.index = children_++;
+    return true;
+  }
+
   // Where a top-level element belongs: its section among the others.
   static std::string Belongs(Kind kind) {
     std::string before, after;
@@ -411,6 +442,180 @@ Kind KindNamed(std::string_view name) {
 
 // Reads fd as XML, feeding structure the lines the exporter would have
 // written: the prologue, each element and each end tag.
+// One walk of a document as XML: each node the reader meets, fed to the
+// structure as the line the exporter would have written for it.
+class XmlWalk {
+ public:
+  XmlWalk(xmlTextReaderPtr reader, Structure& structure, Visitor& visitor)
+      : reader_(reader), structure_(structure), visitor_(visitor) {}
+
+  // Walks the whole document; the reader's return code.
+  int Run() {
+    line_.type = Line::kDeclaration;
+    structure_.Feed(line_, 1);
+    int rc = 0;
+    while (!visitor_.Stopped() && (rc = xmlTextReaderRead(reader_)) == 1) {
+      const int type = xmlTextReaderNodeType(reader_);
+      xmlNodePtr node = xmlTextReaderCurrentNode(reader_);
+      const long at = node ? xmlGetLineNo(node) : -1;
+      const std::size_t n =
+          at > 0 ? static_cast<std::size_t>(at)
+                 : static_cast<std::size_t>(
+                       xmlTextReaderGetParserLineNumber(reader_));
+      const std::string_view name = Text(xmlTextReaderConstName(reader_));
+      line_.values.clear();
+      line_.present = 0;
+      if (type == XML_READER_TYPE_PROCESSING_INSTRUCTION)
+        Instruction(n, name);
+      else if (type == XML_READER_TYPE_TEXT)
+        visitor_.Problem(
+            n,
+            "text between the elements: '" +
+                vantrel::Escaped(Text(xmlTextReaderConstValue(reader_)), 60) +
+                "'");
+      else if (type == XML_READER_TYPE_END_ELEMENT)
+        EndElement(n, name);
+      else if (type == XML_READER_TYPE_ELEMENT)
+        StartElement(n, name);
+    }
+    return rc;
+  }
+
+ private:
+  void Feed(Line::Type type, std::size_t n) {
+    line_.type = type;
+    structure_.Feed(line_, n);
+  }
+
+  // A stylesheet instruction before the root; any other is passed over.
+  void Instruction(std::size_t n, std::string_view name) {
+    if (inRoot_ || name != "xml-stylesheet") return;
+    href_ = StylesheetPath(Text(xmlTextReaderConstValue(reader_)));
+    line_.values.emplace_back(href_);
+    Feed(Line::kStylesheet, n);
+  }
+
+  void EndElement(std::size_t n, std::string_view name) {
+    if (!leaves_.empty()) leaves_.pop_back();
+    if (name == "AdminObjects") {
+      Feed(Line::kRootEnd, n);
+      inRoot_ = false;
+      return;
+    }
+    const Kind kind = KindNamed(name);
+    if (kind == kKindCount || !LayoutOf(kind).hasEndTag) return;
+    line_.kind = kind;
+    Feed(Line::kEnd, n);
+  }
+
+  void StartElement(std::size_t n, std::string_view name) {
+    const bool empty = xmlTextReaderIsEmptyElement(reader_) == 1;
+    const bool nested = !leaves_.empty() && leaves_.back();
+    if (!empty) {
+      const Kind k = KindNamed(name);
+      leaves_.push_back(k != kKindCount && !LayoutOf(k).hasEndTag);
+    }
+    if (nested) {
+      visitor_.Problem(n, "<" + vantrel::Escaped(name, 60) +
+                              "> is nested in an element that holds none");
+      return;
+    }
+    if (name == "AdminObjects" && !inRoot_) {
+      Feed(Line::kDoctype, n);
+      Feed(Line::kRootStart, n);
+      inRoot_ = true;
+      if (empty) {
+        Feed(Line::kRootEnd, n);
+        inRoot_ = false;
+      }
+      return;
+    }
+    const Kind kind = KindNamed(name);
+    if (kind == kKindCount) {
+      visitor_.Problem(n, "<" + vantrel::Escaped(name, 60) +
+                              "> is not an element of the document");
+      return;
+    }
+    line_.kind = kind;
+    if (!ReadAttributes(n, kind)) return;
+    for (const std::string& value : values_) line_.values.emplace_back(value);
+    Feed(Line::kStart, n);
+    if (empty && LayoutOf(kind).hasEndTag) {
+      line_.values.clear();
+      line_.present = 0;
+      Feed(Line::kEnd, n);
+    }
+  }
+
+  // Reads the attributes of the element of kind into values_ and line_'s
+  // present bits; false after telling each problem.
+  bool ReadAttributes(std::size_t n, Kind kind) {
+    const Layout& layout = LayoutOf(kind);
+    values_.assign(layout.attributes.size(), std::string());
+    bool valid = true;
+    while (xmlTextReaderMoveToNextAttribute(reader_) == 1) {
+      const std::string_view attribute = Text(xmlTextReaderConstName(reader_));
+      const int i = AttributeIndex(kind, attribute);
+      if (i < 0) {
+        visitor_.Problem(n, std::string(layout.name) + " has no attribute " +
+                                vantrel::Escaped(attribute, 60));
+        valid = false;
+        continue;
+      }
+      valid = Value(n, layout, i, attribute) && valid;
+    }
+    xmlTextReaderMoveToElement(reader_);
+    for (std::size_t i = 0; i < layout.attributes.size(); ++i)
+      if (!layout.attributes[i].optional && !line_.Has(static_cast<int>(i))) {
+        const char* a = layout.attributes[i].name;
+        visitor_.Problem(n, std::string(layout.name) + " lacks its " +
+                                (a[0] == ' ' ? a + 1 : a));
+        valid = false;
+      }
+    return valid;
+  }
+
+  // Takes the value of attribute i, named attribute, from the reader;
+  // false after telling why the exporter never writes it.
+  bool Value(std::size_t n, const Layout& layout, int i,
+             std::string_view attribute) {
+    std::string& value = values_[static_cast<std::size_t>(i)];
+    value = Text(xmlTextReaderConstValue(reader_));
+    line_.present |= 1u << i;
+    const Field field = layout.attributes[static_cast<std::size_t>(i)].field;
+    // Tools that read the document type write a list of identifiers
+    // without its last blank: the same list.
+    if (field == Field::kRefs && !value.empty() && value.back() != ' ')
+      value += ' ';
+    if (value.find_first_of("\r\n") != std::string::npos) {
+      visitor_.Problem(n, std::string(layout.name) + " " +
+                              std::string(attribute) +
+                              " holds a line break, which no store value "
+                              "holds");
+      return false;
+    }
+    if (!ValidValue(field, value)) {
+      visitor_.Problem(n, std::string(layout.name) + " " +
+                              std::string(attribute) + " '" +
+                              vantrel::Escaped(value, 60) +
+                              "' is not a value the exporter writes there");
+      return false;
+    }
+    return true;
+  }
+
+  xmlTextReaderPtr reader_;
+  Structure& structure_;
+  Visitor& visitor_;
+  Line line_;
+  std::vector<std::string> values_;
+  std::string href_;
+  bool inRoot_ = false;
+  // For each element open around the one read: true for one of a kind that
+  // holds no element.
+  std::vector<bool> leaves_;
+};
+
 void WalkXml(int fd, Structure& structure, Visitor& visitor) {
   XmlErrors errors;
   xmlTextReaderPtr reader = XmlReader(fd, errors);
@@ -418,141 +623,7 @@ void WalkXml(int fd, Structure& structure, Visitor& visitor) {
     visitor.Problem(0, "cannot be read as XML");
     return;
   }
-  Line line;
-  line.type = Line::kDeclaration;
-  structure.Feed(line, 1);
-  std::vector<std::string> values;
-  std::string href;
-  bool inRoot = false;
-  // For each element open around the one read: true for one of a kind that
-  // holds no element.
-  std::vector<bool> leaves;
-  int rc = 0;
-  while (!visitor.Stopped() && (rc = xmlTextReaderRead(reader)) == 1) {
-    const int type = xmlTextReaderNodeType(reader);
-    xmlNodePtr node = xmlTextReaderCurrentNode(reader);
-    const long at = node ? xmlGetLineNo(node) : -1;
-    const std::size_t n = at > 0
-                              ? static_cast<std::size_t>(at)
-                              : static_cast<std::size_t>(
-                                    xmlTextReaderGetParserLineNumber(reader));
-    const std::string_view name = Text(xmlTextReaderConstName(reader));
-    line.values.clear();
-    line.present = 0;
-    if (type == XML_READER_TYPE_PROCESSING_INSTRUCTION) {
-      if (inRoot || name != "xml-stylesheet") continue;
-      href = StylesheetPath(Text(xmlTextReaderConstValue(reader)));
-      line.type = Line::kStylesheet;
-      line.values.emplace_back(href);
-      structure.Feed(line, n);
-      continue;
-    }
-    if (type == XML_READER_TYPE_TEXT) {
-      visitor.Problem(
-          n, "text between the elements: '" +
-                 vantrel::Escaped(Text(xmlTextReaderConstValue(reader)), 60) +
-                 "'");
-      continue;
-    }
-    if (type == XML_READER_TYPE_END_ELEMENT) {
-      if (!leaves.empty()) leaves.pop_back();
-      if (name == "AdminObjects") {
-        line.type = Line::kRootEnd;
-        structure.Feed(line, n);
-        inRoot = false;
-        continue;
-      }
-      const Kind kind = KindNamed(name);
-      if (kind == kKindCount || !LayoutOf(kind).hasEndTag) continue;
-      line.type = Line::kEnd;
-      line.kind = kind;
-      structure.Feed(line, n);
-      continue;
-    }
-    if (type != XML_READER_TYPE_ELEMENT) continue;
-    const bool empty = xmlTextReaderIsEmptyElement(reader) == 1;
-    const bool nested = !leaves.empty() && leaves.back();
-    if (!empty) {
-      const Kind k = KindNamed(name);
-      leaves.push_back(k != kKindCount && !LayoutOf(k).hasEndTag);
-    }
-    if (nested) {
-      visitor.Problem(n, "<" + vantrel::Escaped(name, 60) +
-                             "> is nested in an element that holds none");
-      continue;
-    }
-    if (name == "AdminObjects" && !inRoot) {
-      line.type = Line::kDoctype;
-      structure.Feed(line, n);
-      line.type = Line::kRootStart;
-      structure.Feed(line, n);
-      inRoot = true;
-      if (empty) {
-        line.type = Line::kRootEnd;
-        structure.Feed(line, n);
-        inRoot = false;
-      }
-      continue;
-    }
-    const Kind kind = KindNamed(name);
-    if (kind == kKindCount) {
-      visitor.Problem(n, "<" + vantrel::Escaped(name, 60) +
-                             "> is not an element of the document");
-      continue;
-    }
-    const Layout& layout = LayoutOf(kind);
-    values.assign(layout.attributes.size(), std::string());
-    line.type = Line::kStart;
-    line.kind = kind;
-    bool valid = true;
-    while (xmlTextReaderMoveToNextAttribute(reader) == 1) {
-      const std::string_view attribute = Text(xmlTextReaderConstName(reader));
-      const int i = AttributeIndex(kind, attribute);
-      if (i < 0) {
-        visitor.Problem(n, std::string(layout.name) + " has no attribute " +
-                               vantrel::Escaped(attribute, 60));
-        valid = false;
-        continue;
-      }
-      values[i] = Text(xmlTextReaderConstValue(reader));
-      line.present |= 1u << i;
-      // Tools that read the document type write a list of identifiers
-      // without its last blank: the same list.
-      if (layout.attributes[i].field == Field::kRefs && !values[i].empty() &&
-          values[i].back() != ' ')
-        values[i] += ' ';
-      if (values[i].find_first_of("\r\n") != std::string::npos) {
-        visitor.Problem(n, std::string(layout.name) + " " +
-                               std::string(attribute) +
-                               " holds a line break, which no store value "
-                               "holds");
-        valid = false;
-      } else if (!ValidValue(layout.attributes[i].field, values[i])) {
-        visitor.Problem(n, std::string(layout.name) + " " +
-                               std::string(attribute) + " '" +
-                               vantrel::Escaped(values[i], 60) +
-                               "' is not a value the exporter writes there");
-        valid = false;
-      }
-    }
-    xmlTextReaderMoveToElement(reader);
-    for (std::size_t i = 0; i < layout.attributes.size(); ++i)
-      if (!layout.attributes[i].optional && !line.Has(static_cast<int>(i))) {
-        const char* a = layout.attributes[i].name;
-        visitor.Problem(n, std::string(layout.name) + " lacks its " +
-                               (a[0] == ' ' ? a + 1 : a));
-        valid = false;
-      }
-    if (!valid) continue;
-    for (const std::string& value : values) line.values.emplace_back(value);
-    structure.Feed(line, n);
-    if (empty && layout.hasEndTag) {
-      line.type = Line::kEnd;
-      line.values.clear();
-      line.present = 0;
-      structure.Feed(line, n);
-    }
-  }
+  const int rc = XmlWalk(reader, structure, visitor).Run();
   if (visitor.Stopped()) {
     // Said so by the visitor.
   } else if (rc != 0) {
@@ -611,6 +682,85 @@ void QuietXmlErrors() {
   xmlSetStructuredErrorFunc(nullptr, SilentStructured);
 }
 
+namespace {
+
+// Where the first value of line that XML cannot carry as it is written
+// stands, as "N: what holds what"; "" for none.
+std::string IllFormedIn(const Line& line, std::size_t n) {
+  if (line.type != Line::kStart && line.type != Line::kStylesheet) return "";
+  const auto& attributes = line.type == Line::kStart
+                               ? LayoutOf(line.kind).attributes
+                               : std::vector<Attribute>();
+  for (std::size_t i = 0; i < line.values.size(); ++i) {
+    if (!line.Has(static_cast<int>(i)) && line.type == Line::kStart) continue;
+    const std::size_t at = IllFormedAt(line.values[i]);
+    if (at == std::string_view::npos) continue;
+    const char c = line.values[i][at];
+    const std::string what = c == '&' || c == '<' || c == '"'
+                                 ? std::string("'") + c + "'"
+                                 : "a character XML 1.0 cannot carry";
+    return std::to_string(n) + ": " +
+           (line.type == Line::kStylesheet
+                ? std::string("the stylesheet's path")
+                : std::string(LayoutOf(line.kind).name) + " " +
+                      attributes[i].name) +
+           " holds " + what;
+  }
+  return "";
+}
+
+// Reads the file at fd as XML from its start, when line n is not the
+// exporter's: true when that is how it was read (or told why it is not
+// XML), false to read it on in the exporter's layout.
+bool ReadAsXml(int fd, std::size_t n, Visitor& visitor, Walked& walked) {
+  XmlErrors errors;
+  if (WellFormedDocument(fd, errors)) {
+    walked.xml = true;
+    walked.illFormed.clear();
+    visitor.Restart();
+    Structure again(visitor);
+    if (ScanRaw(fd, visitor)) WalkXml(fd, again, visitor);
+    return true;
+  }
+  // Neither reading. A file whose prologue is not the exporter's is XML
+  // that a tool wrote, when the parser reads further: its reason names the
+  // fault, alone.
+  if (errors.line > n && n <= 3) {
+    walked.xml = true;
+    walked.illFormed.clear();
+    visitor.Restart();
+    visitor.Problem(errors.line, errors.message.empty() ? "not well-formed XML"
+                                                        : errors.message);
+    return true;
+  }
+  return false;
+}
+
+// Tells how a walk in the exporter's layout ended, unless whole.
+void TellEnd(const Reader& reader, const Structure& structure,
+             Visitor& visitor) {
+  if (visitor.Stopped()) {
+    // Said so by the visitor.
+  } else if (reader.TooLong()) {
+    visitor.Problem(reader.LineNumber() + 1,
+                    "a line longer than " +
+                        std::to_string(Reader::kMaxLine >> 20) +
+                        " MiB: not a document the exporter writes");
+  } else if (reader.Error()) {
+    visitor.Problem(reader.LineNumber(),
+                    std::string("cannot be read further: ") +
+                        std::strerror(reader.Error()));
+  } else if (!structure.Done()) {
+    visitor.Problem(reader.LineNumber(),
+                    "the document ends before </AdminObjects>: an export that "
+                    "failed or a file cut short");
+  } else if (reader.EndedWithoutNewline()) {
+    visitor.Problem(reader.LineNumber(), "the last line has no newline");
+  }
+}
+
+}  // namespace
+
 Walked Walk(const std::string& file, Visitor& visitor) {
   Walked walked;
   const int fd = OpenInput(file, &walked.temporary);
@@ -641,36 +791,14 @@ Walked Walk(const std::string& file, Visitor& visitor) {
       // once the next line is read so too (an XML tool's file is read as
       // XML, where neither matters).
       untold = true;
-    } else if (!triedXml) {
-      triedXml = true;
+    } else {
       // Not the exporter's layout: a document an XML tool wrote is read as
       // XML instead, from its start.
-      XmlErrors errors;
-      if (WellFormedDocument(fd, errors)) {
-        walked.xml = true;
-        walked.illFormed.clear();
-        visitor.Restart();
-        Structure again(visitor);
-        if (ScanRaw(fd, visitor)) WalkXml(fd, again, visitor);
+      if (!triedXml && ReadAsXml(fd, n, visitor, walked)) {
         ::close(fd);
         return walked;
       }
-      // Neither reading. A file whose prologue is not the exporter's is
-      // XML that a tool wrote, when the parser reads further: its reason
-      // names the fault, alone.
-      if (errors.line > n && n <= 3) {
-        walked.xml = true;
-        walked.illFormed.clear();
-        visitor.Restart();
-        visitor.Problem(errors.line, errors.message.empty()
-                                         ? "not well-formed XML"
-                                         : errors.message);
-        ::close(fd);
-        return walked;
-      }
-      visitor.Problem(n, reason);
-      continue;
-    } else {
+      triedXml = true;
       visitor.Problem(n, reason);
       continue;
     }
@@ -679,50 +807,11 @@ Walked Walk(const std::string& file, Visitor& visitor) {
       untold = false;
     }
     if (line.type == Line::kStart && HoldsNul(line, n, visitor)) continue;
-    if (walked.illFormed.empty() &&
-        (line.type == Line::kStart || line.type == Line::kStylesheet)) {
-      const auto& attributes = line.type == Line::kStart
-                                   ? LayoutOf(line.kind).attributes
-                                   : std::vector<Attribute>();
-      for (std::size_t i = 0; i < line.values.size(); ++i) {
-        if (!line.Has(static_cast<int>(i)) && line.type == Line::kStart)
-          continue;
-        const std::size_t at = IllFormedAt(line.values[i]);
-        if (at == std::string_view::npos) continue;
-        const char c = line.values[i][at];
-        const std::string what = c == '&' || c == '<' || c == '"'
-                                     ? std::string("'") + c + "'"
-                                     : "a character XML 1.0 cannot carry";
-        walked.illFormed = std::to_string(n) + ": " +
-                           (line.type == Line::kStylesheet
-                                ? std::string("the stylesheet's path")
-                                : std::string(LayoutOf(line.kind).name) + " " +
-                                      attributes[i].name) +
-                           " holds " + what;
-        break;
-      }
-    }
+    if (walked.illFormed.empty()) walked.illFormed = IllFormedIn(line, n);
     structure.Feed(line, n);
   }
   if (untold) TellConverted(crlf, bom, visitor);
-  if (visitor.Stopped()) {
-    // Said so by the visitor.
-  } else if (reader.TooLong()) {
-    visitor.Problem(reader.LineNumber() + 1,
-                    "a line longer than " +
-                        std::to_string(Reader::kMaxLine >> 20) +
-                        " MiB: not a document the exporter writes");
-  } else if (reader.Error()) {
-    visitor.Problem(reader.LineNumber(),
-                    std::string("cannot be read further: ") +
-                        std::strerror(reader.Error()));
-  } else if (!structure.Done()) {
-    visitor.Problem(reader.LineNumber(),
-                    "the document ends before </AdminObjects>: an export that "
-                    "failed or a file cut short");
-  } else if (reader.EndedWithoutNewline()) {
-    visitor.Problem(reader.LineNumber(), "the last line has no newline");
-  }
+  TellEnd(reader, structure, visitor);
   ::close(fd);
   return walked;
 }
