@@ -48,6 +48,9 @@ TEST(Views, ListTheSameChangesAndThePageRendersThem) {
        {full},
        {full,
         "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
+        "UPDATE project SET name = 'P<b>&ONE</b>' WHERE oid = x'0D01';"
+        "UPDATE data_domain SET name = 'D<i>D</i>', rowid = 10 WHERE oid = "
+        "x'1001';"
         "DELETE FROM extern_site WHERE oid = x'1102';"
         "UPDATE subscription SET extern_site = NULL;"
         "INSERT INTO project VALUES (x'0D09', 'NEW');"
@@ -71,8 +74,9 @@ TEST(Views, ListTheSameChangesAndThePageRendersThem) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
+    // A file name holding markup: the page's title shows it as text.
     const std::string before = Document("plan-before", c.before),
-                      after = Document("plan-after", c.after);
+                      after = Document("plan-after<i>", c.after);
     const std::string text = OutputPath("plan.txt"),
                       json = OutputPath("plan.json"),
                       page = OutputPath("plan.html");
@@ -94,6 +98,8 @@ TEST(Views, ListTheSameChangesAndThePageRendersThem) {
         {});
     EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
     EXPECT_NE(checked.out.find(c.drawn), std::string::npos) << checked.out;
+    EXPECT_NE(ReadFile(page).find("plan-after&lt;i&gt;.xml</title>"),
+              std::string::npos);
   }
 }
 

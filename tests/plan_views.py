@@ -6,8 +6,9 @@ Usage: plan_views.py SCHEMA JSON TEXT DOM
   TEXT  the same plan as text: the same changes (action and identifier) and
         the same totals;
   DOM   the HTML page as headless Chromium renders it: a section for every
-        changed object, every link resolving, and, when the picture draws
-        objects one by one, a node for each changed object.
+        changed object, every id once, every link resolving, the name of
+        each changed object shown as text, and, when the picture
+        draws objects one by one, a node for each changed object.
 Prints the number of changes checked, or the first difference, and exits
 non-zero on one."""
 import json
@@ -30,10 +31,13 @@ class Page(HTMLParser):
         super().__init__()
         self.ids, self.links, self.sections, self.nodes = set(), [], set(), set()
         self.in_node, self.in_title = 0, False
+        self.twice, self.text = [], []
 
     def handle_starttag(self, tag, attrs):
         a = dict(attrs)
         if "id" in a:
+            if a["id"] in self.ids:
+                self.twice.append(a["id"])
             self.ids.add(a["id"])
         href = a.get("href") or a.get("xlink:href")
         if href and href.startswith("#"):
@@ -52,6 +56,7 @@ class Page(HTMLParser):
             self.in_node = False
 
     def handle_data(self, data):
+        self.text.append(data)
         if self.in_title:
             self.nodes.add(data.strip())
 
@@ -89,6 +94,13 @@ def main(schema, json_file, text_file, dom_file):
         fail("text and JSON differ: %s" % sorted(from_text ^ from_json)[:5])
     page = Page()
     page.feed(open(dom_file, encoding="utf-8").read())
+    if page.twice:
+        fail("page: id %s given twice" % page.twice[0])
+    # A name holding markup shows as its text, not as elements.
+    text = "".join(page.text)
+    for c in plan["changes"]:
+        if c.get("name") and c["name"] not in text:
+            fail("page: the name %r is not shown as text" % c["name"])
     for link in page.links:
         if link not in page.ids:
             fail("page: link #%s resolves to nothing" % link)
