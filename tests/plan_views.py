@@ -7,7 +7,7 @@ Usage: plan_views.py SCHEMA JSON TEXT DOM
         the same totals;
   DOM   the HTML page as headless Chromium renders it: a section for every
         changed object, every id once, every link resolving, the name of
-        each changed object shown as text, and, when the picture
+        each changed object shown as text in its section's summary, and, when the picture
         draws objects one by one, a node for each changed object.
 Prints the number of changes checked, or the first difference, and exits
 non-zero on one."""
@@ -31,7 +31,8 @@ class Page(HTMLParser):
         super().__init__()
         self.ids, self.links, self.sections, self.nodes = set(), [], set(), set()
         self.in_node, self.in_title = 0, False
-        self.twice, self.text = [], []
+        self.twice, self.summaries = [], {}
+        self.section, self.in_summary = None, False
 
     def handle_starttag(self, tag, attrs):
         a = dict(attrs)
@@ -44,19 +45,26 @@ class Page(HTMLParser):
             self.links.append(href[1:])
         if tag == "details" and "id" in a:
             self.sections.add(a["id"])
+            self.section = a["id"]
+        if tag == "summary" and self.section:
+            self.in_summary = True
         if tag == "g" and a.get("class") == "node":
             self.in_node = True
         if tag == "title" and self.in_node:
             self.in_title = True
 
     def handle_endtag(self, tag):
+        if tag == "summary":
+            self.in_summary, self.section = False, None
         if tag == "title":
             self.in_title = False
         if tag == "g":
             self.in_node = False
 
     def handle_data(self, data):
-        self.text.append(data)
+        if self.in_summary:
+            self.summaries[self.section] = (
+                self.summaries.get(self.section, "") + data)
         if self.in_title:
             self.nodes.add(data.strip())
 
@@ -97,10 +105,11 @@ def main(schema, json_file, text_file, dom_file):
     if page.twice:
         fail("page: id %s given twice" % page.twice[0])
     # A name holding markup shows as its text, not as elements.
-    text = "".join(page.text)
     for c in plan["changes"]:
-        if c.get("name") and c["name"] not in text:
-            fail("page: the name %r is not shown as text" % c["name"])
+        summary = page.summaries.get("o-" + c["oid"], "")
+        if c.get("name") and c["name"] not in summary:
+            fail("page: the section of %s does not show %r" %
+                 (c["oid"], c["name"]))
     for link in page.links:
         if link not in page.ids:
             fail("page: link #%s resolves to nothing" % link)
