@@ -103,4 +103,36 @@ TEST(Views, ListTheSameChangesAndThePageRendersThem) {
   }
 }
 
+// A list of references changed: the text names each reference, the
+// names in the order of the list, and JSON gives both lists by identifier
+// and name.
+TEST(Text, AListOfReferencesChanged) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string before = Document("plan-refs-before", {full}),
+                    after = Document(
+                        "plan-refs-after",
+                        {full,
+                         "DELETE FROM project_vault_server WHERE "
+                         "vault_server = x'0C01'; INSERT INTO "
+                         "project_vault_server VALUES (x'0D02', x'0C01'), "
+                         "(x'0D02', x'0C02');"});
+  const RunResult text = Doc({"diff", before, after});
+  EXPECT_EQ(text.status, 1) << text.err;
+  EXPECT_EQ(text.out,
+            "changed PROJECT x0D01 \"P&ONE\" VaultServers: \"x0C01 x0C02 \" "
+            "(\"VAULTA\", \"VAULTB\") -> \"x0C02 \" (\"VAULTB\")\n"
+            "changed PROJECT x0D02 \"PTWO\" VaultServers: (none) -> \"x0C01 "
+            "x0C02 \" (\"VAULTA\", \"VAULTB\")\n"
+            "0 added, 0 removed, 2 changed, 0 moved\n");
+  const RunResult json = Doc({"diff", "--format", "json", before, after});
+  for (const char* part :
+       {"\"old_refs\":[{\"oid\":\"x0C01\",\"name\":\"VAULTA\"},{\"oid\":"
+        "\"x0C02\",\"name\":\"VAULTB\"}],\"new_refs\":[{\"oid\":\"x0C02\","
+        "\"name\":\"VAULTB\"}]",
+        "\"old\":null,\"new\":\"x0C01 x0C02 \",\"old_refs\":[],\"new_refs\":["
+        "{\"oid\":\"x0C01\",\"name\":\"VAULTA\"},{\"oid\":\"x0C02\","
+        "\"name\":\"VAULTB\"}]"})
+    EXPECT_NE(json.out.find(part), std::string::npos) << part << json.out;
+}
+
 }  // namespace
