@@ -410,6 +410,22 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                               "\"x\" -> \"alpha\"\n"),
             std::string::npos)
       << staleRun.err;
+  // Many changes since the base: the first 18, then how many more.
+  const std::string many = Store("apply-many", {Projects(25, "p")});
+  const std::string manyBase = OutputPath("apply-many-base.xml");
+  WriteFile(manyBase, Exported(many));
+  Sql(many, "UPDATE project SET name = name || 'x';");
+  const RunResult manyRun = Doc({"apply", "--base", manyBase, manyBase, many});
+  EXPECT_EQ(manyRun.status, 1);
+  std::size_t listed = 0;
+  for (std::size_t at = 0;
+       (at = manyRun.err.find("\nchanged PROJECT ", at)) != std::string::npos;
+       ++at)
+    ++listed;
+  EXPECT_EQ(listed, 18u) << manyRun.err;
+  EXPECT_NE(manyRun.err.find("\nand 7 more\n0 added, 0 removed, 25 changed"),
+            std::string::npos)
+      << manyRun.err;
   // A refused document's problems come first, on their lines, and before
   // anything of a store: one that does not exist is not named.
   const RunResult refused =
