@@ -18,7 +18,9 @@
 //              renamed over during the apply is not claimed; a stylesheet
 //              instruction is not configuration
 //   Logged     a line per apply after its commit, with the digests before
-//              and after and the plan; a refusal's line; none for a dry run
+//              and after and the plan, a name that is not UTF-8 escaped; a
+//              refusal's line; an unchanged apply's; none for a dry run,
+//              refused or not
 //   Promoted   a project with its data domains promoted by --only, what
 //              else the store holds kept; a part naming what the store
 //              lacks refused, naming it
@@ -35,6 +37,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <sstream>
 #include <thread>
 
 #include "binaries.h"
@@ -544,43 +547,71 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
                     before = OutputPath("apply-logged-before.xml");
   std::remove(log.c_str());
   WriteFile(before, Exported(store));
+  // A name that is not UTF-8 reaches the JSON as its escape.
   WriteFile(wanted, Exported(Store("apply-logged-want",
                                    {full,
                                     "DELETE FROM extern_site WHERE oid = "
                                     "x'1102'; UPDATE subscription SET "
-                                    "extern_site = NULL;"})));
+                                    "extern_site = NULL; UPDATE host SET name "
+                                    "= CAST(x'616CFF' AS TEXT) WHERE oid = "
+                                    "x'0A01';"})));
   const auto digest = [](const std::string& file) {
     return "sha256:" +
            test_support::Run("sha256sum", {file}, {}).out.substr(0, 64);
   };
-  EXPECT_EQ(
-      Doc({"apply", "--log", log, "--max-removals", "0", wanted, store}).status,
-      1);
-  EXPECT_EQ(Doc({"apply", "--dry-run", "--log", log, wanted, store}).status, 1);
-  EXPECT_EQ(Doc({"apply", "--log", log, wanted, store}).status, 0);
-  const std::string lines = ReadFile(log);
-  const std::size_t first = lines.find('\n');
-  ASSERT_NE(first, std::string::npos) << lines;
-  const std::string refused = lines.substr(0, first + 1),
-                    applied = lines.substr(first + 1);
-  // The dry run is not an apply: two lines.
-  ASSERT_EQ(applied.find('\n'), applied.size() - 1) << lines;
-  for (const std::string& part :
-       {std::string("\"outcome\":\"failed\""),
-        std::string("\"reason\":\"the plan removes 1 objects, more than "
-                    "--max-removals 0\""),
-        std::string("\"changed\":false"), "\"store\":\"" + store + "\""})
-    EXPECT_NE(refused.find(part), std::string::npos) << part << "\n" << refused;
-  for (const std::string& part :
-       {std::string("\"outcome\":\"applied\""),
-        "\"before\":\"" + digest(before) + "\"",
+  // Refused, a dry run refused and one that is not, applied, unchanged.
+  const struct {
+    std::vector<std::string> options;
+    int status;
+  } runs[] = {{{"--max-removals", "0"}, 1},
+              {{"--dry-run", "--base", wanted}, 1},
+              {{"--dry-run"}, 1},
+              {{}, 0},
+              {{}, 0}};
+  for (const auto& r : runs) {
+    std::vector<std::string> args = {"apply", "--log", log};
+    args.insert(args.end(), r.options.begin(), r.options.end());
+    args.insert(args.end(), {wanted, store});
+    EXPECT_EQ(Doc(args).status, r.status) << args[3];
+  }
+  // A dry run is not an apply: three lines.
+  std::vector<std::string> lines;
+  std::istringstream in(ReadFile(log));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_EQ(lines.size(), 3u) << ReadFile(log);
+  const struct {
+    std::string line;
+    std::vector<std::string> parts;
+  } expected[] = {
+      {lines[0],
+       {"\"outcome\":\"failed\"",
+        "\"reason\":\"the plan removes 1 objects, more than --max-removals 0\"",
+        "\"changed\":false", "\"store\":\"" + store + "\""}},
+      {lines[1],
+       {"\"outcome\":\"applied\"", "\"before\":\"" + digest(before) + "\"",
         "\"after\":\"" + digest(wanted) + "\"",
-        std::string("\"totals\":{\"added\":0,\"removed\":1,\"changed\":1,"
-                    "\"moved\":0}"),
-        std::string("\"oid\":\"x1102\",\"name\":\"WEST\"")})
-    EXPECT_NE(applied.find(part), std::string::npos) << part << "\n" << applied;
-  // Each line is one JSON object.
-  const RunResult parsed = test_support::Run("jq", {"-e", ".time", log}, {});
+        "\"totals\":{\"added\":0,\"removed\":1,\"changed\":2,\"moved\":0}",
+        "\"oid\":\"x1102\",\"name\":\"WEST\"", "\"name\":\"al\\\\xFF\""}},
+      {lines[2],
+       {"\"outcome\":\"unchanged\"", "\"before\":\"" + digest(wanted) + "\"",
+        "\"after\":\"" + digest(wanted) + "\""}},
+  };
+  for (const auto& e : expected)
+    for (const std::string& part : e.parts)
+      EXPECT_NE(e.line.find(part), std::string::npos) << part << "\n" << e.line;
+  // Each line is one JSON object, in UTF-8, and so is the plan's JSON.
+  const std::string plan = OutputPath("apply-logged-plan.json");
+  ASSERT_EQ(
+      Doc({"diff", "--format", "json", "-o", plan, before, wanted}).status, 1);
+  const RunResult parsed = test_support::Run(
+      "/usr/bin/python3",
+      {"-c",
+       "import json, sys\n"
+       "for line in open(sys.argv[1], encoding='utf-8', errors='strict'):\n"
+       "    json.loads(line)\n"
+       "json.load(open(sys.argv[2], encoding='utf-8', errors='strict'))\n",
+       log, plan},
+      {});
   EXPECT_EQ(parsed.status, 0) << parsed.err;
 }
 
