@@ -15,7 +15,8 @@
 //              another value than the document's (the verification before
 //              the commit): the store byte for byte as it was
 //   Guarded    an apply waits for a writer and reads what it wrote; a store
-//              renamed over during the apply is not claimed; a stylesheet
+//              renamed over during the apply is not claimed, nor one
+//              renamed over while the apply waits for its lock; a stylesheet
 //              instruction is not configuration
 //   Logged     a line per apply after its commit, with the digests before
 //              and after and the plan, a name that is not UTF-8 escaped; a
@@ -23,7 +24,8 @@
 //              refused or not
 //   Promoted   a project with its data domains promoted by --only, what
 //              else the store holds kept; a part naming what the store
-//              lacks refused, naming it
+//              lacks refused, naming it; a writer that commits while the
+//              part waits for the lock is not undone
 //   Killed     SIGKILL, SIGTERM, SIGINT and SIGHUP at several moments of a
 //              large apply, before and during its writes: the store exports
 //              the document before or the one after, through vantrel-doc
@@ -518,6 +520,36 @@ TEST(Guarded, AStoreReplacedDuringTheApplyIsNotClaimed) {
   EXPECT_TRUE(ReadFile(store) == kept);
 }
 
+// A store renamed over while an apply waits for its lock: the file opened
+// no longer has the name, which is said before anything is written.
+TEST(Guarded, AStoreReplacedWhileTheApplyWaitsIsRefused) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string store = Store("apply-swapped-store", {full});
+  const std::string other =
+      Store("apply-swapped-other", {full, "UPDATE host SET name = 'other';"});
+  const std::string wanted = OutputPath("apply-swapped-store.xml");
+  WriteFile(wanted,
+            Exported(Store("apply-swapped-want",
+                           {full, "UPDATE project SET name = 'WANTED';"})));
+  const std::string kept = ReadFile(other);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  RunResult run;
+  std::thread apply([&] { run = Doc({"apply", wanted, store}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  ASSERT_EQ(std::rename(other.c_str(), store.c_str()), 0);
+  sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  apply.join();
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "vantrel-doc: " + store +
+                         " was replaced by another file while it was opened; " +
+                         store + " was not changed\n");
+  EXPECT_TRUE(ReadFile(store) == kept);
+}
+
 // A document written with a stylesheet instruction is the same
 // configuration: diff and apply agree that nothing differs.
 TEST(Guarded, AStylesheetInstructionIsNotConfiguration) {
@@ -668,6 +700,43 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
                              " lacks: x424E4557 (add them to --only); " +
                              store + " was not changed\n");
   EXPECT_TRUE(ReadFile(store) == bytes);
+}
+
+// A part is planned from a snapshot, read without the lock: a writer that
+// commits before the apply has its lock is not undone, the part is refused
+// as against a stale base.
+TEST(Promoted, AWriterMeanwhileIsNotUndone) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string store = Store("promote-meanwhile", {full});
+  const std::string source = OutputPath("promote-meanwhile.xml");
+  WriteFile(source, Exported(Store("promote-meanwhile-source",
+                                   {full,
+                                    "UPDATE project SET name = 'PROMOTED' "
+                                    "WHERE oid = x'0D02';"})));
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  RunResult run;
+  std::thread apply([&] {
+    run = Doc({"apply", "--only", "x0D02", source, store});
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  ASSERT_EQ(sqlite3_exec(db,
+                         "UPDATE host SET name = 'written meanwhile' WHERE "
+                         "oid = x'0A01'; COMMIT",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  apply.join();
+  EXPECT_EQ(run.status, 1) << run.err;
+  EXPECT_NE(run.err.find(" no longer exports its export before the part"),
+            std::string::npos)
+      << run.err;
+  EXPECT_EQ(Sql(store,
+                "SELECT name FROM host WHERE oid = x'0A01';"
+                "SELECT name FROM project WHERE oid = x'0D02';"),
+            "written meanwhile\nPTWO\n");
 }
 
 // A large store applied to another, killed at several moments: the store
