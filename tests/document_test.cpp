@@ -2,7 +2,8 @@
 //
 // Plan:
 //   Dtd     the documents of the demonstration and a test store validate;
-//           each reference attribute naming an unknown object does not
+//           each reference attribute naming an unknown object does not, nor
+//           a single element repeated or a required attribute left out
 //   Report  every link of the report resolves and every object has an
 //           anchor; headless Chromium renders the objects
 #include <regex>
@@ -68,6 +69,36 @@ TEST(Dtd, DocumentsValidAndEveryUnknownReferenceReported) {
                            " references an unknown ID \"xFFFF"),
               std::string::npos)
         << run.err;
+  }
+}
+
+TEST(Dtd, WhatTheDocumentTypeRefuses) {
+  const std::string doc = ReadFile(Document(false));
+  const std::size_t site = doc.find("<LOCALSITE ");
+  ASSERT_NE(site, std::string::npos);
+  std::string siteLine = doc.substr(site, doc.find('\n', site) + 1 - site);
+  const std::string twoSites =
+      doc.substr(0, site) + siteLine +
+      std::regex_replace(siteLine, std::regex("x1201"), "x1209") +
+      doc.substr(site + siteLine.size());
+  const struct {
+    const char* name;
+    std::string document;
+    const char* error;
+  } cases[] = {
+      {"a single element twice", twoSites,
+       "Element AdminObjects content does not follow the DTD"},
+      {"a required attribute left out",
+       std::regex_replace(doc, std::regex(" Name=\"PTWO\""), ""),
+       "Element PROJECT does not carry attribute Name"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = OutputPath("refused-by-dtd.xml");
+    WriteFile(file, c.document);
+    const RunResult run = Validate(file);
+    EXPECT_NE(run.status, 0);
+    EXPECT_NE(run.err.find(c.error), std::string::npos) << run.err;
   }
 }
 
