@@ -253,6 +253,10 @@ TEST(Check, EachProblemOnItsLine) {
                "VaultServers=\"x0C01 y0C02 \""),
        "4: PROJECT VaultServers 'y0C02' is not an identifier: it does not "
        "start with x"},
+      {"an empty list",
+       Changed("VaultServers=\"x0C01 x0C02 \"", "VaultServers=\"\""),
+       "4: PROJECT VaultServers '' is not a list of identifiers, each "
+       "followed by a blank"},
       {"no x in an identifier", Changed("Oid=\"x0A02\"", "Oid=\"y0A02\""),
        "29: HOST Oid 'y0A02' is not an identifier: it does not start with x"},
       {"flag", Changed("Visible=\"N\"", "Visible=\"y\""),
@@ -294,6 +298,22 @@ TEST(Check, EachProblemOnItsLine) {
       EXPECT_EQ(o.err, file + ":" + c.problem + "\n");
     }
   }
+}
+
+// A document read in the exporter's layout up to a line an XML tool wrote
+// is read again as XML from its start: what was read before is forgotten,
+// so that no identifier counts twice.
+TEST(Check, AReadingRestartedAsXmlForgetsWhatWasRead) {
+  const std::string twin = OutputPath("restart-twin.xml");
+  ASSERT_EQ(Doc(vdoc::DocXml, DataPath("full.xml"), twin).rc, 0);
+  std::string text = Changed(
+      "<HOST Oid=\"x0A02\" Name=\"beta\"", "<HOST Name=\"beta\" Oid=\"x0A02\"",
+      Changed("?><?vantrel-doc escaped?>", "?>", ReadFile(twin)));
+  const std::string file = OutputPath("restart.xml");
+  WriteFile(file, text);
+  const Outcome o = Doc(vdoc::DocCheck, file);
+  EXPECT_EQ(o.rc, 0) << o.err;
+  EXPECT_EQ(o.err, "");
 }
 
 // Problems are told in the order of their lines, the first hundred, then
