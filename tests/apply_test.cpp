@@ -24,7 +24,8 @@
 //              refused or not
 //   Promoted   a project with its data domains promoted by --only, what
 //              else the store holds kept; a part naming what the store
-//              lacks refused, naming it; a writer that commits while the
+//              lacks refused, naming it; a child the store holds under
+//              another parent leaves it; a writer that commits while the
 //              part waits for the lock is not undone
 //   Killed     SIGKILL, SIGTERM, SIGINT and SIGHUP at several moments of a
 //              large apply, before and during its writes: the store exports
@@ -700,6 +701,24 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
                              " lacks: x424E4557 (add them to --only); " +
                              store + " was not changed\n");
   EXPECT_TRUE(ReadFile(store) == bytes);
+}
+
+// A promoted object comes whole: a child that the store holds under
+// another parent leaves it.
+TEST(Promoted, AChildLeavesItsOtherParent) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string moved =
+      "UPDATE data_domain SET project = x'0D02' WHERE oid = x'1003';";
+  const std::string store = Store("promote-child", {full});
+  const std::string source = OutputPath("promote-child.xml");
+  WriteFile(
+      source,
+      Exported(Store("promote-child-source",
+                     {full, moved, "UPDATE host SET name = 'not promoted';"})));
+  const RunResult run = Doc({"apply", "--only", "x0D02", source, store});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(Exported(store) ==
+              Exported(Store("promote-child-expected", {full, moved})));
 }
 
 // A part is planned from a snapshot, read without the lock: a writer that
