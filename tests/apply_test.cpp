@@ -512,13 +512,18 @@ TEST(Guarded, AStoreReplacedDuringTheApplyIsNotClaimed) {
   WriteFile(wanted, Exported(Store("apply-replaced-want",
                                    {Projects(20000, "renamed")})));
   const std::string kept = ReadFile(other);
-  const pid_t apply = Start({"apply", wanted, store});
+  const std::string log = OutputPath("apply-replaced.log");
+  std::remove(log.c_str());
+  const pid_t apply = Start({"apply", "--log", log, wanted, store});
   const std::string journal = store + "-journal";
   for (int i = 0; i < 20000 && !test_support::FileExists(journal); ++i)
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   ASSERT_EQ(std::rename(other.c_str(), store.c_str()), 0);
   EXPECT_EQ(Wait(apply), 2);
   EXPECT_TRUE(ReadFile(store) == kept);
+  // The record follows the commit: a refused commit is logged as such.
+  EXPECT_EQ(ReadFile(log).find("\"outcome\":\"applied\""), std::string::npos);
+  EXPECT_NE(ReadFile(log).find("\"outcome\":\"failed\""), std::string::npos);
 }
 
 // A store renamed over while an apply waits for its lock: the file opened
