@@ -67,16 +67,15 @@ class Interruption {
   struct sigaction saved_[3];
 };
 
-// The rows the document wants, as load would make them, and the document
-// as the exporter writes it, whatever its syntax.
+// The document as the exporter writes it, whatever its syntax; then the
+// rows of it that the plan touches, as load would make them.
 struct Wants {
-  KivStoreContent content;
-  std::vector<Kind> kinds;  // of each object row, in the order added
   std::string exported;
-  std::string error;  // a row the store's schema does not take
+  KivStoreContent content;
+  KivStoreTouched touched;
 };
 
-// Gathers the rows of each element as the document is walked.
+// Writes each line of the document as the exporter would, as it is walked.
 class Gatherer : public Visitor {
  public:
   explicit Gatherer(Wants& wants) : wants_(wants) {}
@@ -85,18 +84,8 @@ class Gatherer : public Visitor {
   void Other(const Line& line, std::size_t) override {
     if (line.type != Line::kStylesheet) Write(line);
   }
-  void Element(const Line& line, std::size_t, const Place& place) override {
+  void Element(const Line& line, std::size_t, const Place&) override {
     Write(line);
-    RowsOf(
-        line, place.parent,
-        [&](const char* table, const std::vector<W::Value>& values, bool once) {
-          const std::size_t objects = wants_.content.Objects();
-          if (!wants_.content.Add(table, values, &wants_.error, once))
-            return false;
-          if (wants_.content.Objects() > objects)
-            wants_.kinds.push_back(line.kind);
-          return true;
-        });
   }
   void Problem(std::size_t, const std::string&) override {}
   void Restart() override { wants_ = Wants(); }
@@ -358,9 +347,6 @@ Stop CheckRead(Run& run) {
   const std::string& shown = run.request.shownDocument;
   if (run.read == 2) return {2, "cannot read " + shown};
   if (run.read == 1) return {1, shown + " is refused by check"};
-  if (!run.wants.error.empty())
-    return {2, shown + " gives a row the store cannot take (" +
-                   run.wants.error + ")"};
   if (!run.baseRead)
     return {2, "cannot read " + run.shownBase + ": " + run.baseError};
   return kGoOn;
@@ -403,8 +389,9 @@ Stop CheckStore(Run& run) {
   return kGoOn;
 }
 
-// The plan, and what the guards look at: the local sites, the base, a
-// media the store keeps whose identifier the document takes.
+// The plan, the rows it touches, and what the guards look at: the local
+// sites, the base, a media the store keeps whose identifier the document
+// takes.
 Stop FindFacts(Run& run) {
   GuardFacts& f = run.facts;
   f.base = run.shownBase;
@@ -422,17 +409,22 @@ Stop FindFacts(Run& run) {
       f.baseChanges = changes.str();
     }
   }
-  std::vector<std::string> kept;
+  run.plan = MakePlan(run.current, run.wanted);
+  f.plan = &run.plan;
   std::string error;
+  if (!TouchedRows(run.wanted, run.plan, &run.wants.content, &run.wants.touched,
+                   &error))
+    return {2, run.request.shownDocument +
+                   " gives a row the store cannot take (" + error + ")"};
+  std::vector<std::string> kept;
   if (!run.change->KeptMedia(run.wants.content, &kept, &error))
     return {2, "cannot read " + f.store + ": " + error};
   if (!kept.empty()) {
-    const auto row = static_cast<std::size_t>(run.wants.content.Find(kept[0]));
-    f.keptMedia = vantrel::Escaped("x" + vantrel::Hex(kept[0]));
-    f.keptMediaTakenBy = LayoutOf(run.wants.kinds[row]).name;
+    const std::string identifier = "x" + vantrel::Hex(kept[0]);
+    f.keptMedia = vantrel::Escaped(identifier);
+    f.keptMediaTakenBy =
+        LayoutOf(run.wanted.Objects()[run.wanted.Find(identifier)].kind).name;
   }
-  run.plan = MakePlan(run.current, run.wanted);
-  f.plan = &run.plan;
   return kGoOn;
 }
 
@@ -449,8 +441,7 @@ Stop Change(Run& run) {
       run.logLine =
           run.log.AppliedLine(run.before, run.wants.exported, run.plan);
     });
-    written =
-        run.change->Apply(run.wants.content, RowsTouched(run.plan), &error);
+    written = run.change->Apply(run.wants.content, run.wants.touched, &error);
     saying.Wait();
   }
   if (!written)

@@ -1,6 +1,8 @@
 #include "DocumentRows.h"
 
+#include <algorithm>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "Hex.h"
@@ -204,6 +206,66 @@ KivStoreTouched RowsTouched(const Plan& plan) {
                                  OidBytes(c.parent.oid));
   }
   return touched;
+}
+
+namespace {
+
+// The identifier of o's parent, "" for none.
+std::string ParentOf(const PlanDocument& doc, const PlanDocument::Object& o) {
+  return o.parent.size == 0 ? std::string() : Identifier(o.parent, doc.Long());
+}
+
+// The objects of wanted that plan's changes need, in the document's order.
+std::vector<std::size_t> Needed(const PlanDocument& wanted,
+                                const KivStoreTouched& touched) {
+  std::vector<std::size_t> needed;
+  for (const KivStoreTouched::Object& o : touched.objects) {
+    const std::size_t i = wanted.Find("x" + vantrel::Hex(o.oid));
+    if (i != std::string::npos) needed.push_back(i);
+  }
+  if (!touched.lists.empty()) {
+    // Each object of a list touched: one pass over the document.
+    std::set<std::pair<std::string, std::string>> lists;
+    for (const auto& [table, owner] : touched.lists)
+      lists.emplace(table, owner.empty() ? "" : "x" + vantrel::Hex(owner));
+    const auto& objects = wanted.Objects();
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+      const char* table = LayoutOf(objects[i].kind).table;
+      if (table && lists.count({table, ParentOf(wanted, objects[i])}))
+        needed.push_back(i);
+    }
+  }
+  std::sort(needed.begin(), needed.end());
+  needed.erase(std::unique(needed.begin(), needed.end()), needed.end());
+  return needed;
+}
+
+}  // namespace
+
+bool TouchedRows(const PlanDocument& wanted, const Plan& plan,
+                 KivStoreContent* content, KivStoreTouched* touched,
+                 std::string* error) {
+  *touched = RowsTouched(plan);
+  Line line;
+  line.type = Line::kStart;
+  for (const std::size_t i : Needed(wanted, *touched)) {
+    // The element's line again, from the values the plan's document holds.
+    const PlanDocument::Object& o = wanted.Objects()[i];
+    line.kind = o.kind;
+    line.present = o.present;
+    line.values.clear();
+    std::string_view values = wanted.Values(o);
+    for (std::size_t end; (end = values.find('\n')) != std::string_view::npos;
+         values.remove_prefix(end + 1))
+      line.values.push_back(values.substr(0, end));
+    const bool added = RowsOf(
+        line, ParentOf(wanted, o),
+        [&](const char* table, const std::vector<W::Value>& row, bool once) {
+          return content->Add(table, row, error, once);
+        });
+    if (!added) return false;
+  }
+  return true;
 }
 
 }  // namespace doc

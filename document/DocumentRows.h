@@ -41,6 +41,15 @@ bool AddRows(KivStoreWriter& writer, const Line& line, std::string_view parent,
 // an addition), and each list an object enters or moves in.
 KivStoreTouched RowsTouched(const Plan& plan);
 
+// Sets *touched to RowsTouched(plan) and adds to *content the rows of
+// wanted, plan's document after, that its changes need: those of each
+// object it touches, and of every object of each list they enter or move
+// in, in the document's order. False with *error for a row the store's
+// schema does not take.
+bool TouchedRows(const PlanDocument& wanted, const Plan& plan,
+                 KivStoreContent* content, KivStoreTouched* touched,
+                 std::string* error);
+
 // What keeps the layouts from agreeing with the store's tables: a table
 // or link table the store lacks, a column that no attribute fills, or an
 // attribute that goes to no column. Empty when they agree.
