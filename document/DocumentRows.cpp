@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <vector>
 
 #include "Hex.h"
@@ -215,23 +214,39 @@ std::string ParentOf(const PlanDocument& doc, const PlanDocument::Object& o) {
   return o.parent.size == 0 ? std::string() : Identifier(o.parent, doc.Long());
 }
 
-// The objects of wanted that plan's changes need, in the document's order.
-std::vector<std::size_t> Needed(const PlanDocument& wanted,
-                                const KivStoreTouched& touched) {
+// A list of objects: their table, and their parent in the document.
+struct ListKey {
+  std::string_view table;
+  Id parent;
+};
+
+// The objects of wanted that plan's changes need, in the document's order:
+// each it names, and each of a list that one of them enters or moves in.
+std::vector<std::size_t> Needed(const PlanDocument& wanted, const Plan& plan) {
+  const Spill& spill = wanted.Long();
+  const auto before = [&](const ListKey& a, const ListKey& b) {
+    return a.table != b.table ? a.table < b.table
+                              : Compare(a.parent, spill, b.parent, spill) < 0;
+  };
   std::vector<std::size_t> needed;
-  for (const KivStoreTouched::Object& o : touched.objects) {
-    const std::size_t i = wanted.Find("x" + vantrel::Hex(o.oid));
-    if (i != std::string::npos) needed.push_back(i);
+  std::vector<ListKey> lists;
+  for (const PlanChange& c : plan.changes) {
+    if (c.action == PlanChange::kRemoved) continue;
+    const std::size_t i = wanted.Find(c.object.oid);
+    if (i == std::string::npos) continue;
+    needed.push_back(i);
+    const char* table = LayoutOf(c.kind).table;
+    if (table && (c.action != PlanChange::kChanged || c.wasKind != c.kind))
+      lists.push_back({table, wanted.Objects()[i].parent});
   }
-  if (!touched.lists.empty()) {
-    // Each object of a list touched: one pass over the document.
-    std::set<std::pair<std::string, std::string>> lists;
-    for (const auto& [table, owner] : touched.lists)
-      lists.emplace(table, owner.empty() ? "" : "x" + vantrel::Hex(owner));
+  if (!lists.empty()) {
+    std::sort(lists.begin(), lists.end(), before);
     const auto& objects = wanted.Objects();
     for (std::size_t i = 0; i < objects.size(); ++i) {
       const char* table = LayoutOf(objects[i].kind).table;
-      if (table && lists.count({table, ParentOf(wanted, objects[i])}))
+      if (table &&
+          std::binary_search(lists.begin(), lists.end(),
+                             ListKey{table, objects[i].parent}, before))
         needed.push_back(i);
     }
   }
@@ -248,7 +263,7 @@ bool TouchedRows(const PlanDocument& wanted, const Plan& plan,
   *touched = RowsTouched(plan);
   Line line;
   line.type = Line::kStart;
-  for (const std::size_t i : Needed(wanted, *touched)) {
+  for (const std::size_t i : Needed(wanted, plan)) {
     // The element's line again, from the values the plan's document holds.
     const PlanDocument::Object& o = wanted.Objects()[i];
     line.kind = o.kind;
