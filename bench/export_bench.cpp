@@ -267,23 +267,50 @@ BENCHMARK(BM_DocumentVsExport)
     ->Iterations(2)
     ->Unit(benchmark::kMillisecond);
 
+// Makes the store at from, changed by sql, into a copy at to, and exports
+// it to wanted.
+void Changed(const std::string& from, const std::string& to, const char* sql,
+             const std::string& wanted) {
+  std::filesystem::copy_file(from, to,
+                             std::filesystem::copy_options::overwrite_existing);
+  sqlite3* db = nullptr;
+  sqlite3_open(to.c_str(), &db);
+  sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  Export(to, wanted);
+}
+
+// Times the export of have, then an apply of wanted to a fresh copy of it
+// at work; adds the seconds of each.
+void ExportThenApply(benchmark::State& state, const std::string& have,
+                     const std::string& wanted, const std::string& work,
+                     double* exported, double* applied) {
+  state.PauseTiming();
+  std::filesystem::copy_file(have, work,
+                             std::filesystem::copy_options::overwrite_existing);
+  state.ResumeTiming();
+  std::ostringstream sink;
+  const auto t0 = std::chrono::steady_clock::now();
+  if (Export(have) != 0) state.SkipWithError("the export failed");
+  const auto t1 = std::chrono::steady_clock::now();
+  if (vdoc::DocApply(wanted, work, vdoc::ApplyOptions(), sink, sink) != 0)
+    state.SkipWithError("the apply failed");
+  const auto t2 = std::chrono::steady_clock::now();
+  *exported += Seconds(t1 - t0);
+  *applied += Seconds(t2 - t1);
+}
+
 // A large apply beside the export of the store it changes: a store of about
 // 30 thousand projects made to export the document of one of about 20
 // thousand, its projects and hosts renamed.
 void BM_ApplyVsExport(benchmark::State& state) {
   const std::string have = Store(270000, false);
   const std::string dir = BENCH_DIR;
-  const std::string renamed = dir + "/renamed.db", wanted = dir + "/wanted.xml";
-  std::filesystem::copy_file(Store(180000, false), renamed,
-                             std::filesystem::copy_options::overwrite_existing);
-  sqlite3* db = nullptr;
-  sqlite3_open(renamed.c_str(), &db);
-  sqlite3_exec(db,
-               "UPDATE project SET name = name || ' renamed';"
-               "UPDATE host SET name = 'h-' || name;",
-               nullptr, nullptr, nullptr);
-  sqlite3_close(db);
-  Export(renamed, wanted);
+  const std::string wanted = dir + "/wanted.xml";
+  Changed(Store(180000, false), dir + "/renamed.db",
+          "UPDATE project SET name = name || ' renamed';"
+          "UPDATE host SET name = 'h-' || name;",
+          wanted);
   const std::string work = dir + "/applied.db",
                     before = dir + "/apply-before.xml";
   Export(have, before);
@@ -296,18 +323,7 @@ void BM_ApplyVsExport(benchmark::State& state) {
   double exported = 0, applied = 0;
   std::ostringstream sink;
   for (auto _ : state) {
-    state.PauseTiming();
-    std::filesystem::copy_file(
-        have, work, std::filesystem::copy_options::overwrite_existing);
-    state.ResumeTiming();
-    const auto t0 = std::chrono::steady_clock::now();
-    if (Export(have) != 0) state.SkipWithError("the export failed");
-    const auto t1 = std::chrono::steady_clock::now();
-    if (vdoc::DocApply(wanted, work, vdoc::ApplyOptions(), sink, sink) != 0)
-      state.SkipWithError("the apply failed");
-    const auto t2 = std::chrono::steady_clock::now();
-    exported += Seconds(t1 - t0);
-    applied += Seconds(t2 - t1);
+    ExportThenApply(state, have, wanted, work, &exported, &applied);
     for (int v = 0; v < 3; ++v) {
       const auto start = std::chrono::steady_clock::now();
       if (vdoc::DocDiff(before, wanted, views[v].first, dir + "/plan.view",
@@ -338,36 +354,15 @@ BENCHMARK(BM_ApplyVsExport)->Iterations(3)->Unit(benchmark::kMillisecond);
 void BM_OneChangeApplyVsExport(benchmark::State& state) {
   const std::string have = Store(48500, false);
   const std::string dir = BENCH_DIR;
-  const std::string changed = dir + "/one-change.db",
-                    wanted = dir + "/one-change.xml",
-                    work = dir + "/one-change-applied.db";
-  std::filesystem::copy_file(have, changed,
-                             std::filesystem::copy_options::overwrite_existing);
-  sqlite3* db = nullptr;
-  sqlite3_open(changed.c_str(), &db);
-  sqlite3_exec(db,
-               "UPDATE host SET name = name || ' renamed' WHERE rowid = "
-               "(SELECT min(rowid) FROM host);",
-               nullptr, nullptr, nullptr);
-  sqlite3_close(db);
-  Export(changed, wanted);
+  const std::string wanted = dir + "/one-change.xml";
+  Changed(have, dir + "/one-change.db",
+          "UPDATE host SET name = name || ' renamed' WHERE rowid = "
+          "(SELECT min(rowid) FROM host);",
+          wanted);
   double exported = 0, applied = 0;
-  std::ostringstream sink;
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::filesystem::copy_file(
-        have, work, std::filesystem::copy_options::overwrite_existing);
-    state.ResumeTiming();
-    const auto t0 = std::chrono::steady_clock::now();
-    if (Export(have) != 0) state.SkipWithError("the export failed");
-    const auto t1 = std::chrono::steady_clock::now();
-    if (vdoc::DocApply(wanted, work, vdoc::ApplyOptions(), sink, sink) != 0)
-      state.SkipWithError("the apply failed");
-    const auto t2 = std::chrono::steady_clock::now();
-    exported += Seconds(t1 - t0);
-    applied += Seconds(t2 - t1);
-    sink.str("");
-  }
+  for (auto _ : state)
+    ExportThenApply(state, have, wanted, dir + "/one-change-applied.db",
+                    &exported, &applied);
   state.counters["export_s"] =
       exported / static_cast<double>(state.iterations());
   state.counters["xApply"] = applied / exported;

@@ -173,7 +173,8 @@ bool Readable(const std::string& file, Temporary& input, std::string* path,
 // bounded, and only from a regular file. False with the reason in *error.
 bool ReadDocumentFile(const std::string& file, std::string* bytes,
                       std::string* error) {
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  // Not blocking: a FIFO is refused as what it is, not waited on.
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   struct stat st {};
   if (fd < 0 || ::fstat(fd, &st) != 0) {
     *error = std::strerror(errno);
@@ -349,6 +350,15 @@ Stop CheckRead(Run& run) {
   if (run.read == 1) return {1, shown + " is refused by check"};
   if (!run.baseRead)
     return {2, "cannot read " + run.shownBase + ": " + run.baseError};
+  struct stat base {
+  }, store{};
+  if (!run.options.base.empty() &&
+      ::stat(run.options.base.c_str(), &base) == 0 &&
+      ::stat(run.request.store.c_str(), &store) == 0 &&
+      base.st_dev == store.st_dev && base.st_ino == store.st_ino)
+    return {2, run.shownBase +
+                   " is the store itself: --base names the archive the plan "
+                   "was reviewed against"};
   return kGoOn;
 }
 

@@ -256,6 +256,10 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                             "INSERT INTO host VALUES (x'0A09', 'gamma', "
                             "'', '');"})));
   const std::string directory = OutputPath(""), missing = OutputPath("no.xml");
+  // A FIFO that no one writes: refused, not waited on.
+  const std::string fifo = OutputPath("apply-base.fifo");
+  std::remove(fifo.c_str());
+  ::mkfifo(fifo.c_str(), 0600);
   const std::string demo = OutputPath("apply-demo.xml");
   WriteFile(demo, Exported(""));
   // A column of numbers: the name the document gives is stored as another
@@ -319,6 +323,20 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        2,
        "vantrel-doc: cannot read " + directory + ": Is a directory; " + store +
            " was not changed\n"},
+      {"a base that is a FIFO",
+       {"apply", "--base", fifo, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot read " + fifo + ": not a regular file; " + store +
+           " was not changed\n"},
+      {"a base that is the store itself",
+       {"apply", "--base", store, wanted, store},
+       store,
+       2,
+       "vantrel-doc: " + store +
+           " is the store itself: --base names the archive the plan was "
+           "reviewed against; " +
+           store + " was not changed\n"},
       {"a base that is a device",
        {"apply", "--base", "/dev/zero", wanted, store},
        store,

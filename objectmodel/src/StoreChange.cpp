@@ -624,7 +624,10 @@ struct KivStoreChangePhases {
             ShapeOf(Table(t)).owner == stored)
           lists.emplace(t, oid);
     }
-    for (const auto& [t, o] : lists) {
+    for (const auto& list : lists) {
+      // Named apart: a lambda may not capture a structured binding.
+      const int t = list.first;
+      const std::string& o = list.second;
       const kiv::TableShape& shape = ShapeOf(Table(t));
       const std::string name = Quoted(shape.name);
       const std::string owner = Quoted(shape.columns[0]);

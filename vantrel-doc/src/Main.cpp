@@ -26,6 +26,26 @@ struct Arguments {
   }
 };
 
+// A value that names a file or an object: an empty one names nothing, and
+// is a bad command line rather than an option switched off.
+const CLI::Validator kNamed(
+    [](std::string& value) {
+      return value.empty() ? std::string("an empty value names nothing")
+                           : std::string();
+    },
+    "", "named");
+
+// A count of objects: 0 or more, in decimal digits.
+const CLI::Validator kCount(
+    [](std::string& value) {
+      const bool digits =
+          !value.empty() && value.size() < 19 &&
+          value.find_first_not_of("0123456789") == std::string::npos;
+      return digits ? std::string()
+                    : value + " is not a count of objects (0 or more)";
+    },
+    "", "count");
+
 // Adds --format and -o, for the commands that write a plan.
 void PlanOptions(CLI::App& command, Arguments& a) {
   command.add_option("--format", a.format, "The plan's form")
@@ -33,7 +53,8 @@ void PlanOptions(CLI::App& command, Arguments& a) {
   command
       .add_option("-o,--output", a.output,
                   "Where the plan goes (- for standard output)")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(kNamed);
 }
 
 // Adds DOC and OUT, for the commands that convert a document.
@@ -50,20 +71,24 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
   command
       .add_option("--base", o.base,
                   "Refuses a store that no longer exports BASE")
-      ->type_name("BASE");
+      ->type_name("BASE")
+      ->check(kNamed);
   command.add_option("--log", o.log, "Appends a JSON line per apply to FILE")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(kNamed);
   command
       .add_option("--max-removals", o.maxRemovals,
                   "Refuses a plan that removes more than N objects")
-      ->type_name("N");
+      ->type_name("N")
+      ->check(kCount);
   command.add_flag("--other-installation", o.otherInstallation,
                    "Takes a document of another local site");
   command
       .add_option("--only", o.only,
                   "Applies only these objects, with their children")
       ->delimiter(',')
-      ->type_name("ID,...");
+      ->type_name("ID,...")
+      ->check(kNamed);
   command.add_option("DOC", a.first, "The document wanted")->required();
   command.add_option("STORE", a.second, "The store")->required();
 }
