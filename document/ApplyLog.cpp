@@ -5,6 +5,9 @@
 #include <pwd.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 
 #include "Files.h"
 #include "Hex.h"
@@ -98,7 +102,55 @@ std::string ApplyLog::AppliedLine(const std::string& before,
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-bool ApplyLog::Failed(const std::string& why, std::string* error) const {
+ApplyLog::~ApplyLog() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool ApplyLog::Open(const std::vector<std::string>& others,
+                    std::string* error) {
+  if (path_.empty()) return true;
+  struct stat st {};
+  const bool existed = ::stat(path_.c_str(), &st) == 0;
+  if (existed && !S_ISREG(st.st_mode)) {
+    *error = S_ISDIR(st.st_mode) ? std::strerror(EISDIR) : "not a regular file";
+    return false;
+  }
+  // A store is not a log, whatever its name.
+  char head[16] = {};
+  std::ifstream(path_, std::ios::binary).read(head, sizeof head);
+  if (existed && std::memcmp(head, "SQLite format 3", 16) == 0) {
+    *error = "it is an SQLite store";
+    return false;
+  }
+  for (const std::string& other : others) {
+    struct stat it {};
+    if (existed && ::stat(other.c_str(), &it) == 0 && it.st_dev == st.st_dev &&
+        it.st_ino == st.st_ino) {
+      *error = "it is a file of the apply itself (" + other + ")";
+      return false;
+    }
+  }
+  fd_ = ::open(path_.c_str(),
+               O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644);
+  if (fd_ < 0 || ::flock(fd_, LOCK_EX) != 0 || ::fstat(fd_, &st) != 0) {
+    *error = std::strerror(errno);
+    return false;
+  }
+  created_ = !existed;
+  // Read once the lock is had: the last line's end, through a reader of
+  // its own, since the log is opened for writing only.
+  char last = '\n';
+  if (st.st_size > 0) {
+    std::ifstream tail(path_, std::ios::binary);
+    tail.seekg(-1, std::ios::end);
+    tail.get(last);
+    if (!tail) last = '\n';
+  }
+  unended_ = last != '\n';
+  return true;
+}
+
+bool ApplyLog::Failed(const std::string& why, std::string* error) {
   if (path_.empty()) return true;
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
@@ -111,28 +163,28 @@ bool ApplyLog::Failed(const std::string& why, std::string* error) const {
                 error);
 }
 
-bool ApplyLog::Append(const std::string& line, std::string* error) const {
-  if (path_.empty()) return true;
-  const int fd =
-      ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    *error = std::strerror(errno);
-    return false;
-  }
-  // One write: lines of applies run at once never interleave.
+bool ApplyLog::Append(const std::string& line, std::string* error) {
+  if (path_.empty() || fd_ < 0) return true;
+  // One write: lines of applies run at once never interleave. A partial
+  // line left by a crash is ended first, so that every whole record stays
+  // a JSON line.
+  const std::string_view text(line);
+  const char ended[] = "\n";
+  struct iovec parts[2] = {
+      {const_cast<char*>(ended), unended_ ? std::size_t{1} : 0},
+      {const_cast<char*>(text.data()), text.size()}};
+  const auto whole = static_cast<ssize_t>(parts[0].iov_len + text.size());
   ssize_t wrote;
   do {
     errno = 0;
-    wrote = ::write(fd, line.data(), line.size());
+    wrote = ::writev(fd_, parts, 2);
   } while (wrote < 0 && errno == EINTR);
-  bool done = wrote == static_cast<ssize_t>(line.size()) && ::fsync(fd) == 0;
+  bool done = wrote == whole && ::fsync(fd_) == 0;
   if (!done) *error = errno ? std::strerror(errno) : "a short write";
-  if (::close(fd) != 0 && done) {
-    done = false;
-    *error = std::strerror(errno);
-  }
+  // A line cut short is ended by the next, as a crash's would be.
+  if (wrote > 0) unended_ = wrote < whole;
   // A log made by this line needs its directory entry on the disk too.
-  if (done && !vantrel::Sync(directory_)) {
+  if (done && created_ && !vantrel::Sync(directory_)) {
     done = false;
     *error = std::strerror(errno);
   }

@@ -1,9 +1,11 @@
 // The record of applies: one JSON line per apply appended to a log file,
+// which is opened, checked and locked before the store is touched, and
 // written to the disk once the apply has ended.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "DocumentPlan.h"
 
@@ -16,20 +18,33 @@ class ApplyLog {
  public:
   // A log at path; an empty path keeps no log.
   ApplyLog(std::string path, std::string store, std::string document);
+  ~ApplyLog();
+  ApplyLog(const ApplyLog&) = delete;
+  ApplyLog& operator=(const ApplyLog&) = delete;
+  // Opens the log to append to it, creating it, and locks it against other
+  // applies until it is closed; a partial last line, left by a crash, is
+  // closed before the next. Refused, with the reason in *error: what is not
+  // a regular file, and the files of the apply itself (each of others
+  // names one). True when no log is kept.
+  bool Open(const std::vector<std::string>& others, std::string* error);
   // The line of an apply that commits, or finds nothing to do (an empty
   // plan): the digests of what the store exported before and after, and
   // the plan. Made before the commit; "" when no log is kept.
   std::string AppliedLine(const std::string& before, const std::string& after,
                           const Plan& plan) const;
-  // Appends line, as AppliedLine made it: it allocates nothing, so that
-  // it may follow a commit. False with *error.
-  bool Append(const std::string& line, std::string* error) const;
+  // Appends line, as AppliedLine made it, with one write, and syncs it:
+  // it allocates nothing, so that it may follow a commit. False with
+  // *error; nothing is written to a log that is not open.
+  bool Append(const std::string& line, std::string* error);
   // Appends the line of an apply that failed or was refused, with why:
   // nothing changed. False with *error.
-  bool Failed(const std::string& why, std::string* error) const;
+  bool Failed(const std::string& why, std::string* error);
 
  private:
   std::string path_, directory_, store_, document_;
+  int fd_ = -1;
+  bool created_ = false;  // its directory entry is to be synced
+  bool unended_ = false;  // its last line lacks its line break
 };
 
 }  // namespace doc

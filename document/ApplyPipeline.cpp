@@ -231,7 +231,7 @@ struct Run {
   ApplySaying& say;
   std::ostream& out;
   std::ostream& err;
-  const ApplyLog log;
+  ApplyLog log;
   std::string shownBase = request.shownBase;
   // The documents: standard input copied to be read twice, a part made.
   Temporary input, part, snapshot;
@@ -526,11 +526,18 @@ Stop Prepare(Run& run) {
   const auto interrupted = [] {
     return Stop{2, "interrupted by signal " + std::to_string(caught)};
   };
-  if (run.document == "-") {
-    std::string error;
-    if (!Readable(run.document, run.input, &run.document, &error))
-      return {2, error};
-  }
+  // The record is made sure of before the store is touched: an apply that
+  // cannot be recorded is not made.
+  std::string error;
+  const std::string& store = run.request.store;
+  if (!run.log.Open({store, store + "-journal", store + "-wal",
+                     run.request.document, run.options.base},
+                    &error))
+    return {2, "cannot write " + vantrel::Escaped(run.options.log) + ": " +
+                   vantrel::Escaped(error)};
+  if (run.document == "-" &&
+      !Readable(run.document, run.input, &run.document, &error))
+    return {2, error};
   if (!run.options.only.empty()) {
     const Stop part = MakePart(run);
     if (part.status) return part;

@@ -10,7 +10,8 @@
 //   Kept       what the document does not carry: statuses without a
 //              server, media paths, NULL texts
 //   Unchanged  a dry run, one that says what the apply would refuse, a
-//              stale --base, each guard, a refused document, a store the
+//              stale --base, each guard, a log that cannot be written or is
+//              a file of the apply, a refused document, a store the
 //              exporter refuses, a change that misses a row or stores
 //              another value than the document's (the verification before
 //              the commit): the store byte for byte as it was
@@ -21,7 +22,8 @@
 //   Logged     a line per apply after its commit, with the digests before
 //              and after and the plan, a name that is not UTF-8 escaped; a
 //              refusal's line; an unchanged apply's; none for a dry run,
-//              refused or not
+//              refused or not; a line cut short by a crash ended before the
+//              next
 //   Promoted   a project with its data domains promoted by --only, what
 //              else the store holds kept; a part naming what the store
 //              lacks refused, naming it; a child the store holds under
@@ -337,6 +339,38 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
            " is the store itself: --base names the archive the plan was "
            "reviewed against; " +
            store + " was not changed\n"},
+      {"a log that is a directory",
+       {"apply", "--log", directory, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write " + directory + ": Is a directory; " + store +
+           " was not changed\n"},
+      {"a log in a missing directory",
+       {"apply", "--log", missing + "/apply.log", wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write " + missing +
+           "/apply.log: No such file or directory; " + store +
+           " was not changed\n"},
+      {"a log that is a device",
+       {"apply", "--log", "/dev/full", wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write /dev/full: not a regular file; " + store +
+           " was not changed\n"},
+      {"a log that is the store",
+       {"apply", "--log", store, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write " + store + ": it is an SQLite store; " +
+           store + " was not changed\n"},
+      {"a log that is the document",
+       {"apply", "--log", wanted, wanted, store},
+       wanted,
+       2,
+       "vantrel-doc: cannot write " + wanted +
+           ": it is a file of the apply itself (" + wanted + "); " + store +
+           " was not changed\n"},
       {"a base that is a device",
        {"apply", "--base", "/dev/zero", wanted, store},
        store,
@@ -601,7 +635,8 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
   const std::string wanted = OutputPath("apply-logged.xml"),
                     log = OutputPath("apply.log"),
                     before = OutputPath("apply-logged-before.xml");
-  std::remove(log.c_str());
+  // A record cut short by a crash: the next is written on a line of its own.
+  WriteFile(log, "{\"partial");
   WriteFile(before, Exported(store));
   // A name that is not UTF-8 reaches the JSON as its escape.
   WriteFile(wanted, Exported(Store("apply-logged-want",
@@ -630,11 +665,13 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
     args.insert(args.end(), {wanted, store});
     EXPECT_EQ(Doc(args).status, r.status) << args[3];
   }
-  // A dry run is not an apply: three lines.
+  // A dry run is not an apply: three lines after the one cut short.
   std::vector<std::string> lines;
   std::istringstream in(ReadFile(log));
   for (std::string line; std::getline(in, line);) lines.push_back(line);
-  ASSERT_EQ(lines.size(), 3u) << ReadFile(log);
+  ASSERT_EQ(lines.size(), 4u) << ReadFile(log);
+  EXPECT_EQ(lines[0], "{\"partial");
+  lines.erase(lines.begin());
   const struct {
     std::string line;
     std::vector<std::string> parts;
@@ -663,7 +700,8 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
       "/usr/bin/python3",
       {"-c",
        "import json, sys\n"
-       "for line in open(sys.argv[1], encoding='utf-8', errors='strict'):\n"
+       "for line in list(open(sys.argv[1], encoding='utf-8', "
+       "errors='strict'))[1:]:\n"
        "    json.loads(line)\n"
        "json.load(open(sys.argv[2], encoding='utf-8', errors='strict'))\n",
        log, plan},
