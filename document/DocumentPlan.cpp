@@ -279,9 +279,14 @@ void Classify(const Planner& planner, const std::vector<bool>& reordered,
          reordered[i]);
     if (changed) by[PlanChange::kChanged][now.kind].push_back(index);
     if (moved) by[PlanChange::kMoved][now.kind].push_back(index);
-    plan.changed += changed;
+    // A change of kind removes the object the store holds and adds
+    // another: the totals count it so, as the guards and gates read them.
+    const bool newKind = was.kind != now.kind;
+    plan.removed += newKind;
+    plan.added += newKind;
+    plan.changed += changed && !newKind;
     plan.moved += moved;
-    plan.changedOrMoved += changed || moved;
+    plan.changedOrMoved += (changed && !newKind) || moved;
   }
   for (const auto& kinds : by[PlanChange::kRemoved])
     plan.removed += kinds.size();

@@ -109,7 +109,8 @@ struct Plan {
   Plan& operator=(const Plan&) = delete;
 
   // Objects added, removed, changed and moved; one both changed and moved
-  // counts in both, and once in changedOrMoved.
+  // counts in both, and once in changedOrMoved; one whose identifier
+  // changes kind, listed as a change, counts as removed and added.
   std::size_t added = 0, removed = 0, changed = 0, moved = 0;
   std::size_t changedOrMoved = 0;
   // Removals, then additions, changes and moves, each kind by kind in the

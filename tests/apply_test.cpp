@@ -234,6 +234,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   WriteFile(stale, Exported(Store("apply-same-stale",
                                   {full, "UPDATE host SET name = 'x';"})));
   WriteFile(cut, ReadFile(wanted).substr(0, 900));
+  // An identifier that changes kind removes what the store holds.
+  const std::string newKind = OutputPath("apply-new-kind.xml");
+  WriteFile(newKind, Exported(Store(
+                         "apply-new-kind",
+                         {full,
+                          "DELETE FROM host WHERE oid = x'0A02';"
+                          "INSERT INTO extern_site VALUES (x'0A02', 'b');"})));
   // A base as long as the store's export, one name apart.
   const std::string staleSameSize = OutputPath("apply-stale-same-size.xml");
   WriteFile(staleSameSize,
@@ -387,6 +394,12 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
            store + " was not changed\n"},
       {"more removals than allowed",
        {"apply", "--max-removals", "0", wanted, store},
+       store,
+       1,
+       "vantrel-doc: the plan removes 1 objects, more than --max-removals 0; " +
+           store + " was not changed\n"},
+      {"a change of kind counted as a removal",
+       {"apply", "--max-removals", "0", newKind, store},
        store,
        1,
        "vantrel-doc: the plan removes 1 objects, more than --max-removals 0; " +

@@ -442,7 +442,7 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
                        "Name=\"beta\"/>\n<LOCALSITE")),
        1,
        "changed x0A02 from a HOST to a EXTERNSITE\n"
-       "0 added, 0 removed, 1 changed, 0 moved\n"},
+       "1 added, 1 removed, 0 changed, 0 moved\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

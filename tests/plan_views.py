@@ -90,8 +90,14 @@ def main(schema, json_file, text_file, dom_file):
     plan = json.load(open(json_file, encoding="utf-8"))
     jsonschema.validate(plan, json.load(open(schema, encoding="utf-8")))
     from_json = {(c["action"], c["oid"]) for c in plan["changes"]}
+    # A change of kind counts as a removal and an addition.
+    counted = {(c["action"], c["oid"]) for c in plan["changes"]
+               if "was_kind" not in c}
+    for c in plan["changes"]:
+        if "was_kind" in c:
+            counted |= {("removed", c["oid"]), ("added", c["oid"])}
     for action in ["added", "removed", "changed", "moved"]:
-        count = len({oid for a, oid in from_json if a == action})
+        count = len({oid for a, oid in counted if a == action})
         if count != plan["totals"][action]:
             fail("JSON: %d %s, totals say %d" %
                  (count, action, plan["totals"][action]))
