@@ -438,25 +438,21 @@ Stop FindFacts(Run& run) {
   return kGoOn;
 }
 
-// Writes the rows the document wants, while the plan carried out is said
-// alongside: the change is in the transaction until the commit.
+// Says the plan the change carries out, and makes the log line of its
+// commit: both are made before the commit, and alongside the change.
+void SayPlan(Run& run) {
+  std::ostringstream said;
+  WritePlanText(run.plan, said);
+  run.saidPlan = said.str();
+  run.logLine = run.log.AppliedLine(run.before, run.wants.exported, run.plan);
+}
+
+// Writes the rows the plan touches, in the transaction until the commit.
 Stop Change(Run& run) {
   std::string error;
-  bool written = false;
-  {
-    Alongside saying([&] {
-      std::ostringstream said;
-      WritePlanText(run.plan, said);
-      run.saidPlan = said.str();
-      run.logLine =
-          run.log.AppliedLine(run.before, run.wants.exported, run.plan);
-    });
-    written = run.change->Apply(run.wants.content, run.wants.touched, &error);
-    saying.Wait();
-  }
-  if (!written)
-    return {2, "cannot write " + run.request.shownStore + ": " + error};
-  return kGoOn;
+  if (run.change->Apply(run.wants.content, run.wants.touched, &error))
+    return kGoOn;
+  return {2, "cannot write " + run.request.shownStore + ": " + error};
 }
 
 // The store must export the document before it is committed: anything
@@ -580,15 +576,20 @@ int RunApply(const ApplyRequest& request, ApplySaying& say, std::ostream& out,
                               : NothingToChange(run);
   if (run.options.dryRun) return say.DryRun(run.plan, refusal, false);
   if (refusal) return Refuse(run, refusal.why, refusal.status);
-  for (Stop (*stage)(Run&) : {Change, Verify, Commit}) {
-    const Stop stop = stage(run);
-    if (stop.status)
-      return Refuse(run,
-                    Interruption::Caught() && stop.status == 2
-                        ? "interrupted by signal " + std::to_string(caught)
-                        : stop.why,
-                    stop.status);
+  Stop stop;
+  {
+    Alongside saying([&] { SayPlan(run); });
+    stop = Change(run);
+    saying.Wait();
   }
+  if (!stop.status) stop = Verify(run);
+  if (!stop.status) stop = Commit(run);
+  if (stop.status)
+    return Refuse(run,
+                  Interruption::Caught() && stop.status == 2
+                      ? "interrupted by signal " + std::to_string(caught)
+                      : stop.why,
+                  stop.status);
   return Record(run, run.logLine);
 }
 

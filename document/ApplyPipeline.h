@@ -1,7 +1,8 @@
 // apply as a pipeline of stages: read the documents, snapshot and export
 // the store, plan, guards, change, verify, commit, record. Each stage is a
-// function of its own; interruptions and the work done alongside are
-// handled by the one function that runs them.
+// function of its own; interruptions and the work done alongside (the
+// document read while the store is exported, the plan said while the store
+// is changed) are handled by the functions that run them.
 #pragma once
 
 #include <iosfwd>

@@ -5,6 +5,9 @@
 //              the test store (markup in values), stores of other shapes,
 //              a line longer than the reader's buffer
 //   Check      a whole document's summary; each problem on its FILE:LINE
+//              (an empty list among them); a reading restarted as XML
+//              forgets the identifiers it had read; the first hundred
+//              problems in their order
 //   Diff       each kind of change, the same administration, trouble;
 //              identifiers equal in their first 8 bytes, parents swapped,
 //              a child moved to the front of another parent, a change of

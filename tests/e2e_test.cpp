@@ -10,6 +10,8 @@
 //   BadStore     every store refused, when it is opened or as its rows are
 //                read: status 1, one line naming the file and the table, row
 //                or column at fault, the store left byte for byte unchanged
+//   Store        a store its user may not read (tried as another user when
+//                the tests run as root): refused with the system's reason
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
