@@ -56,11 +56,11 @@ std::string KeptMedia(const GuardFacts& f, const ApplyOptions&) {
 const std::vector<Guard>& Guards() {
   // A new guard is a row here, its fact in GuardFacts, and a test row.
   static const std::vector<Guard> guards = {
-      {"base", Base, 1, false},
-      {"part", Part, 1, false},
-      {"other-installation", OtherInstallation, 1, true},
-      {"max-removals", MaxRemovals, 1, true},
-      {"kept-media", KeptMedia, 1, true},
+      {"base", Base, kRefusedByGuard, false},
+      {"part", Part, kRefusedByGuard, false},
+      {"other-installation", OtherInstallation, kRefusedByGuard, true},
+      {"max-removals", MaxRemovals, kRefusedByGuard, true},
+      {"kept-media", KeptMedia, kRefusedByGuard, true},
   };
   return guards;
 }

@@ -20,6 +20,11 @@ struct ApplyOptions {
   std::vector<std::string> only;   // apply only these objects' subtrees
 };
 
+// The exit status of an apply a guard refuses, nothing changed: apart
+// from a document with problems (1) and trouble (2), so that a pipeline
+// tells them apart.
+constexpr int kRefusedByGuard = 3;
+
 // What the guards look at. The names are as messages show them.
 struct GuardFacts {
   const Plan* plan = nullptr;  // null when the apply has no plan to make

@@ -150,11 +150,12 @@ bool ApplyLog::Open(const std::vector<std::string>& others,
   return true;
 }
 
-bool ApplyLog::Failed(const std::string& why, std::string* error) {
+bool ApplyLog::Failed(const std::string& why, bool refused,
+                      std::string* error) {
   if (path_.empty()) return true;
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  Begin(w, store_, document_, "failed");
+  Begin(w, store_, document_, refused ? "refused" : "failed");
   Text(w, "reason", why);
   w.Key("changed");
   w.Bool(false);

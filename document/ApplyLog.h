@@ -36,9 +36,9 @@ class ApplyLog {
   // it allocates nothing, so that it may follow a commit. False with
   // *error; nothing is written to a log that is not open.
   bool Append(const std::string& line, std::string* error);
-  // Appends the line of an apply that failed or was refused, with why:
-  // nothing changed. False with *error.
-  bool Failed(const std::string& why, std::string* error);
+  // Appends the line of an apply that failed, or that a guard refused
+  // (refused), with why: nothing changed. False with *error.
+  bool Failed(const std::string& why, bool refused, std::string* error);
 
  private:
   std::string path_, directory_, store_, document_;

@@ -262,7 +262,7 @@ int Refuse(Run& run, const std::string& why, int status) {
   run.err << "vantrel-doc: " << why << "; " << run.request.shownStore
           << " was not changed\n";
   std::string error;
-  if (!run.log.Failed(why, &error))
+  if (!run.log.Failed(why, status == kRefusedByGuard, &error))
     run.err << "vantrel-doc: cannot append to "
             << vantrel::Escaped(run.options.log) << ": " << error << "\n";
   return status;

@@ -223,7 +223,7 @@ TEST(Guards, EachAtItsBoundary) {
               c.guard ? std::string(c.guard) : "");
     EXPECT_EQ(r.why, c.why);
     if (!r) continue;
-    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.status, doc::kRefusedByGuard);
     // Only the base and the part stop a dry run before its plan.
     const std::string g = r.guard;
     EXPECT_EQ(r.planShown, g != "base" && g != "part");

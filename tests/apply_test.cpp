@@ -21,9 +21,9 @@
 //              instruction is not configuration
 //   Logged     a line per apply after its commit, with the digests before
 //              and after and the plan, a name that is not UTF-8 escaped; a
-//              refusal's line; an unchanged apply's; none for a dry run,
-//              refused or not; a line cut short by a crash ended before the
-//              next
+//              guard's refusal's line; an unchanged apply's; none for a dry
+//              run, refused or not; a line cut short by a crash ended before
+//              the next
 //   Promoted   a project with its data domains promoted by --only, what
 //              else the store holds kept; a part naming what the store
 //              lacks refused, naming it; a child the store holds under
@@ -180,9 +180,10 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
     WriteFile(wanted, c.want.empty() ? Exported("")
                                      : Exported(Store("apply-want", c.want)));
     // A real apply prints the plan its dry run showed, then what it did.
-    // The demonstration is another installation's document.
+    // The demonstration is another installation's document: the dry run
+    // says that the apply would be refused.
     const RunResult plan = Doc({"apply", "--dry-run", wanted, store});
-    EXPECT_EQ(plan.status, 1) << plan.err;
+    EXPECT_EQ(plan.status, c.want.empty() ? 3 : 1) << plan.err;
     RunResult run = Doc({"apply", "--other-installation", wanted, store});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out.substr(0, plan.out.size()), plan.out);
@@ -311,13 +312,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
       {"a stale base",
        {"apply", "--base", stale, wanted, store},
        store,
-       1,
+       3,
        "vantrel-doc: " + store + " no longer exports " + stale +
            ": it was changed since; " + store + " was not changed\n"},
       {"a stale base of the same size",
        {"apply", "--base", staleSameSize, wanted, store},
        store,
-       1,
+       3,
        "vantrel-doc: " + store + " no longer exports " + staleSameSize +
            ": it was changed since; " + store + " was not changed\n"},
       {"a refused document",
@@ -387,7 +388,7 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
       {"another installation's document",
        {"apply", demo, store},
        store,
-       1,
+       3,
        "vantrel-doc: " + demo +
            " is another installation's: its local site is x0901, the "
            "store's is x1201 (--other-installation applies it all the same); " +
@@ -395,13 +396,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
       {"more removals than allowed",
        {"apply", "--max-removals", "0", wanted, store},
        store,
-       1,
+       3,
        "vantrel-doc: the plan removes 1 objects, more than --max-removals 0; " +
            store + " was not changed\n"},
       {"a change of kind counted as a removal",
        {"apply", "--max-removals", "0", newKind, store},
        store,
-       1,
+       3,
        "vantrel-doc: the plan removes 1 objects, more than --max-removals 0; " +
            store + " was not changed\n"},
       {"a missing base",
@@ -421,7 +422,7 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
       {"a kept media whose identifier the document gives a host",
        {"apply", takesMedia, mediaStore},
        mediaStore,
-       1,
+       3,
        "vantrel-doc: the store's media x0A09 is kept by apply, and " +
            takesMedia +
            " gives its identifier to a HOST: remove the media row or change "
@@ -430,13 +431,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
       {"a dry run the removals guard would refuse",
        {"apply", "--dry-run", "--max-removals", "0", wanted, store},
        store,
-       1,
+       3,
        "vantrel-doc: apply would refuse: the plan removes 1 objects, more than "
        "--max-removals 0\n"},
       {"a dry run the kept media would refuse",
        {"apply", "--dry-run", takesMedia, mediaStore},
        mediaStore,
-       1,
+       3,
        "vantrel-doc: apply would refuse: the store's media x0A09 is kept by "
        "apply, and " +
            takesMedia +
@@ -487,7 +488,7 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   WriteFile(manyBase, Exported(many));
   Sql(many, "UPDATE project SET name = name || 'x';");
   const RunResult manyRun = Doc({"apply", "--base", manyBase, manyBase, many});
-  EXPECT_EQ(manyRun.status, 1);
+  EXPECT_EQ(manyRun.status, 3);
   std::size_t listed = 0;
   for (std::size_t at = 0;
        (at = manyRun.err.find("\nchanged PROJECT ", at)) != std::string::npos;
@@ -667,8 +668,8 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
   const struct {
     std::vector<std::string> options;
     int status;
-  } runs[] = {{{"--max-removals", "0"}, 1},
-              {{"--dry-run", "--base", wanted}, 1},
+  } runs[] = {{{"--max-removals", "0"}, 3},
+              {{"--dry-run", "--base", wanted}, 3},
               {{"--dry-run"}, 1},
               {{}, 0},
               {{}, 0}};
@@ -690,7 +691,7 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
     std::vector<std::string> parts;
   } expected[] = {
       {lines[0],
-       {"\"outcome\":\"failed\"",
+       {"\"outcome\":\"refused\"",
         "\"reason\":\"the plan removes 1 objects, more than --max-removals 0\"",
         "\"changed\":false", "\"store\":\"" + store + "\""}},
       {lines[1],
@@ -769,8 +770,8 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
   std::remove(log.c_str());
   const RunResult refused =
       Doc({"apply", "--log", log, "--only", "x5058", source, store});
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_NE(ReadFile(log).find("\"outcome\":\"failed\""), std::string::npos);
+  EXPECT_EQ(refused.status, 3);
+  EXPECT_NE(ReadFile(log).find("\"outcome\":\"refused\""), std::string::npos);
   EXPECT_EQ(refused.err, "vantrel-doc: the part names objects that " + store +
                              " lacks: x424E4557 (add them to --only); " +
                              store + " was not changed\n");
@@ -822,7 +823,7 @@ TEST(Promoted, AWriterMeanwhileIsNotUndone) {
             SQLITE_OK);
   sqlite3_close(db);
   apply.join();
-  EXPECT_EQ(run.status, 1) << run.err;
+  EXPECT_EQ(run.status, 3) << run.err;
   EXPECT_NE(run.err.find(" no longer exports its export before the part"),
             std::string::npos)
       << run.err;

@@ -32,7 +32,8 @@ class Saying : public doc::ApplySaying {
     if (nothingToChange) return written;
     if (refusal)
       err_ << "vantrel-doc: apply would refuse: " << refusal.why << "\n";
-    return written ? written : 1;
+    // A dry run the apply would refuse says so as the apply would.
+    return written ? written : refusal ? refusal.status : 1;
   }
 
  private:

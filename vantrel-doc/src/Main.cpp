@@ -274,7 +274,8 @@ std::string Usage() {
          "A file named - is standard input or standard output.\n"
          "Exit status: 0 success, 1 a document or plan with problems (diff:\n"
          "documents that differ), 2 a file that cannot be read or written, "
-         "or a\nbad command line. See vantrel-doc(1).\n";
+         "or a\nbad command line, 3 apply refused by a guard, nothing "
+         "changed. See\nvantrel-doc(1).\n";
 }
 
 std::vector<CommandNames> ListCommands() {
