@@ -511,6 +511,19 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
             "changed SUBSCRIPTION x1601 \"SONE\" ExternSite: \"x1102\" "
             "(\"WEST\") -> (none)\n"
             "0 added, 1 removed, 1 changed, 0 moved\n");
+  // A dry run with nothing to change still writes its plan where it is
+  // asked to, and says when it cannot.
+  const std::string same = OutputPath("apply-same-store.xml"),
+                    planFile = OutputPath("apply-same-plan.txt");
+  WriteFile(same, Exported(store));
+  WriteFile(planFile, "an old plan");
+  const RunResult empty =
+      Doc({"apply", "--dry-run", "-o", planFile, same, store});
+  EXPECT_EQ(empty.status, 0) << empty.err;
+  EXPECT_EQ(ReadFile(planFile), "");
+  const RunResult device = Doc({"apply", "--dry-run", "--format", "json", "-o",
+                                "/dev/full", same, store});
+  EXPECT_EQ(device.status, 2) << device.err;
   // With the base it was planned from, it applies.
   const std::string base = OutputPath("apply-base.xml");
   WriteFile(base, Exported(store));

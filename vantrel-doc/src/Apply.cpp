@@ -23,7 +23,9 @@ class Saying : public doc::ApplySaying {
         err_(err) {}
   int DryRun(const doc::Plan& plan, const doc::Refusal& refusal,
              bool nothingToChange) override {
-    if (nothingToChange && o_.format == PlanFormat::kText) {
+    // A plan asked for in a file is written even when empty: an old one
+    // left there would be taken for it.
+    if (nothingToChange && o_.format == PlanFormat::kText && o_.output == "-") {
       out_ << store_ << ": nothing to change\n";
       return 0;
     }
