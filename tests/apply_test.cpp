@@ -734,6 +734,21 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
        log, plan},
       {});
   EXPECT_EQ(parsed.status, 0) << parsed.err;
+  // A store whose path is not UTF-8: the record names it by its escape.
+  const std::string odd = OutputPath("apply-\xFF.db"),
+                    oddLog = OutputPath("apply-odd.log");
+  Copy(store, odd);
+  std::remove(oddLog.c_str());
+  EXPECT_EQ(Doc({"apply", "--log", oddLog, wanted, odd}).status, 0);
+  const RunResult oddParsed = test_support::Run(
+      "/usr/bin/python3",
+      {"-c",
+       "import json, sys\n"
+       "line = open(sys.argv[1], encoding='utf-8', errors='strict').read()\n"
+       "assert json.loads(line)['store'].endswith('apply-\\\\xFF.db')\n",
+       oddLog},
+      {});
+  EXPECT_EQ(oddParsed.status, 0) << oddParsed.err;
 }
 
 // A part promoted from one generated store to another: the project named,
