@@ -234,7 +234,8 @@ class Page {
   }
 
   // The objects that change and those they name directly, coloured by what
-  // happens to them; past kMostPlanDrawn, the counts of each kind.
+  // happens to them; past kMostPlanDrawn objects or kMostPlanEdges links,
+  // the counts of each kind.
   bool Picture(std::string* svg, std::string* error) const {
     if (sections_.size() > kMostPlanDrawn) return Overview(svg, error);
     Graph graph;
@@ -296,7 +297,9 @@ class Page {
         }
       }
     }
-    if (graph.nodes.size() > 2 * kMostPlanDrawn) return Overview(svg, error);
+    if (graph.nodes.size() > 2 * kMostPlanDrawn ||
+        graph.edges.size() > kMostPlanEdges)
+      return Overview(svg, error);
     return DrawSvg(graph, svg, error);
   }
 

@@ -14,6 +14,9 @@ namespace doc {
 // The most objects the page's picture draws one by one; past them it shows
 // the counts of each kind.
 constexpr std::size_t kMostPlanDrawn = 400;
+// The most links a plan's picture draws: Graphviz's layout grows faster
+// than its edges (1,000 take about 0.3 s, 3,000 about 4 s).
+constexpr std::size_t kMostPlanEdges = 1000;
 
 // Writes the page of plan, titled with what it goes from and to; false with
 // the reason in *error when its picture cannot be drawn.

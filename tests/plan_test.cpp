@@ -71,6 +71,18 @@ TEST(Views, ListTheSameChangesAndThePageRendersThem) {
        {Projects(500, "p")},
        {Projects(500, "renamed")},
        "counted per kind"},
+      {"past the picture's limit of links: 10 projects each naming 150 "
+       "servers",
+       {},
+       {"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+        "WHERE i < 150) INSERT INTO data_server (oid, name) SELECT "
+        "CAST(printf('S%03d', i) AS BLOB), 's' || i FROM n;"
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+        "WHERE i < 10) INSERT INTO project SELECT CAST(printf('P%03d', i) AS "
+        "BLOB), 'p' || i FROM n;"
+        "INSERT INTO project_data_server SELECT p.oid, s.oid FROM project p, "
+        "data_server s;"},
+       "counted per kind"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
