@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "Escape.h"
+#include "Hex.h"
 
 namespace doc {
 
@@ -21,8 +22,14 @@ std::string GraphLabel(std::string_view text) {
       while (i < text.size() && text[i] != '\n') ++i;
       continue;
     }
-    // A character whole: never cut inside a UTF-8 sequence.
-    const std::size_t n = std::max<std::size_t>(1, vantrel::Utf8At(text, i));
+    // A character whole: never cut inside a UTF-8 sequence. A byte that is
+    // not UTF-8 is shown by its escape: Graphviz takes only UTF-8.
+    const std::size_t n = vantrel::Utf8At(text, i);
+    if (n == 0) {
+      label += "\\\\x" + vantrel::Hex(text.substr(i, 1));
+      ++i;
+      continue;
+    }
     if (text[i] == '\\') label += '\\';
     label.append(text.data() + i, std::min(n, text.size() - i));
     i += n;
@@ -121,7 +128,12 @@ void AddNodesAndEdges(Agraph_t* g, const Graph& graph, Frames& clusters) {
 bool DrawSvg(const Graph& graph, std::string* svg, std::string* error) {
   // One context for the process: a context freed and made again leaves
   // Graphviz's text plugin reading the fonts of the freed one.
-  static GVC_t* const gvc = gvContext();
+  static GVC_t* const gvc = [] {
+    // Graphviz's own messages name options of its command line: what fails
+    // is told by this tool, in its own words.
+    agseterrf([](char*) { return 0; });
+    return gvContext();
+  }();
   if (!gvc) {
     *error = "Graphviz cannot start";
     return false;
