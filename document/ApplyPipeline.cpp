@@ -310,8 +310,8 @@ Stop MakePart(Run& run) {
   return kGoOn;
 }
 
-// Reads the document wanted: its rows, as load would make them, and its
-// objects for the plan; its problems are held until they are told.
+// Reads the document wanted: its lines as the exporter writes them, and
+// its objects for the plan; its problems are held until they are told.
 void ReadWanted(Run& run) {
   struct stat size {};
   if (::stat(run.document.c_str(), &size) == 0)
