@@ -511,6 +511,10 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
             "changed SUBSCRIPTION x1601 \"SONE\" ExternSite: \"x1102\" "
             "(\"WEST\") -> (none)\n"
             "0 added, 1 removed, 1 changed, 0 moved\n");
+  // -q leaves the exit status: nothing on standard output.
+  const RunResult quiet = Doc({"apply", "-q", "--dry-run", wanted, store});
+  EXPECT_EQ(quiet.status, 1);
+  EXPECT_EQ(quiet.out + quiet.err, "");
   // A dry run with nothing to change still writes its plan where it is
   // asked to, and says when it cannot.
   const std::string same = OutputPath("apply-same-store.xml"),

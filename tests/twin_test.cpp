@@ -423,9 +423,12 @@ TEST(Command, TheUsualCommandLine) {
     int status;
     std::string out, err;  // the beginning of each
   } cases[] = {
-      {{"--help"}, 0, "usage: vantrel-doc check DOC\n", ""},
-      {{"-h"}, 0, "usage: vantrel-doc check DOC\n", ""},
+      {{"--help"}, 0, "usage: vantrel-doc check [-q] DOC\n", ""},
+      {{"-h"}, 0, "usage: vantrel-doc check [-q] DOC\n", ""},
       {{"--version"}, 0, "vantrel-doc 1.0.0\n", ""},
+      // -q: the exit status alone tells.
+      {{"check", "-q", DataPath("full.xml")}, 0, "", ""},
+      {{"diff", "-q", DataPath("full.xml"), DataPath("full.xml")}, 0, "", ""},
       {{}, 2, "", "vantrel-doc: a command is needed\nusage: vantrel-doc check"},
       {{"check"}, 2, "", "vantrel-doc: check needs DOC\nusage: "},
       {{"apply", "doc.xml"}, 2, "", "vantrel-doc: apply needs DOC and STORE\n"},
@@ -501,6 +504,9 @@ TEST(Command, TheUsualCommandLine) {
     const RunResult run = Doc(c.args);
     EXPECT_EQ(run.status, c.status);
     EXPECT_EQ(run.out.substr(0, c.out.size()), c.out);
+    if (c.out.empty()) {
+      EXPECT_EQ(run.out, "");
+    }
     EXPECT_EQ(run.err.substr(0, c.err.size()), c.err);
   }
   EXPECT_FALSE(test_support::FileExists(OutputPath("from-nothing.db")));

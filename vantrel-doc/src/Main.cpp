@@ -19,6 +19,12 @@ struct Arguments {
   std::string first, second, output = "-", format = "text";
   bool quiet = false;
   ApplyOptions apply;
+  // Where a command's report goes: nowhere with -q, which leaves the exit
+  // status and the problems.
+  std::ostream& Out() {
+    static std::ostream nowhere(nullptr);
+    return quiet ? nowhere : std::cout;
+  }
   PlanFormat Format() const {
     return format == "json"   ? PlanFormat::kJson
            : format == "html" ? PlanFormat::kHtml
@@ -46,6 +52,12 @@ const CLI::Validator kCount(
     },
     "", "count");
 
+// Adds -q, for the commands whose report a pipeline may do without.
+void Quiet(CLI::App& command, Arguments& a) {
+  command.add_flag("-q,--quiet", a.quiet,
+                   "Says nothing but problems: the exit status tells");
+}
+
 // Adds --format and -o, for the commands that write a plan.
 void PlanOptions(CLI::App& command, Arguments& a) {
   command.add_option("--format", a.format, "The plan's form")
@@ -65,6 +77,7 @@ void Converted(CLI::App& command, Arguments& a) {
 
 void ApplyArguments(CLI::App& command, Arguments& a) {
   ApplyOptions& o = a.apply;
+  Quiet(command, a);
   command.add_flag("--dry-run", o.dryRun,
                    "Shows the plan and writes nothing; needs no lock");
   PlanOptions(command, a);
@@ -108,20 +121,22 @@ struct Command {
 // A new command is a row here and a function of its own.
 const Command kCommands[] = {
     {"check", "Checks a document: whole, consistent, as the exporter writes it",
-     "DOC", "DOC",
+     "[-q] DOC", "DOC",
      [](CLI::App& c, Arguments& a) {
+       Quiet(c, a);
        c.add_option("DOC", a.first, "The document")->required();
      },
-     [](Arguments& a) { return DocCheck(a.first, std::cout, std::cerr); }},
+     [](Arguments& a) { return DocCheck(a.first, a.Out(), std::cerr); }},
     {"diff", "Shows the plan from document OLD to document NEW",
-     "[--format text|json|html] [-o FILE] OLD NEW", "OLD and NEW",
+     "[-q] [--format text|json|html] [-o FILE] OLD NEW", "OLD and NEW",
      [](CLI::App& c, Arguments& a) {
+       Quiet(c, a);
        PlanOptions(c, a);
        c.add_option("OLD", a.first, "The document before")->required();
        c.add_option("NEW", a.second, "The document after")->required();
      },
      [](Arguments& a) {
-       return DocDiff(a.first, a.second, a.Format(), a.output, std::cout,
+       return DocDiff(a.first, a.second, a.Format(), a.output, a.Out(),
                       std::cerr);
      }},
     {"load", "Creates a store from a document", "DOC STORE", "DOC and STORE",
@@ -158,7 +173,7 @@ const Command kCommands[] = {
        return DocExport(a.first, a.second, a.quiet, std::cout, std::cerr);
      }},
     {"apply", "Makes a store export a document, in one verified transaction",
-     "[--dry-run] [--format text|json|html] [-o FILE]\n"
+     "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
      "                         [--other-installation] [--only ID[,ID...]]\n"
      "                         DOC STORE",
@@ -166,7 +181,7 @@ const Command kCommands[] = {
      [](Arguments& a) {
        a.apply.format = a.Format();
        a.apply.output = a.output;
-       return DocApply(a.first, a.second, a.apply, std::cout, std::cerr);
+       return DocApply(a.first, a.second, a.apply, a.Out(), std::cerr);
      }},
 };
 
