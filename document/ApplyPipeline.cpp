@@ -477,7 +477,10 @@ Stop Commit(Run& run) {
           << done.changed << " changed, " << done.removed << " removed, "
           << run.plan.reordered.size() << " lists put in order, "
           << done.relinked << " link lists rewritten\n";
-  const std::string said = std::move(run.saidPlan) + counted.str();
+  std::string summary = counted.str(), error;
+  if (!run.say.Carried(run.plan, &run.saidPlan, &summary, &error))
+    return {2, error};
+  const std::string said = std::move(run.saidPlan) + summary;
   const vantrel::HeldSignals held;
   if (Interruption::Caught())
     return {2, "interrupted by signal " + std::to_string(caught)};
@@ -485,7 +488,6 @@ Stop Commit(Run& run) {
     return {2, run.request.shownStore +
                    " was replaced by another file during the apply: the "
                    "change went to a file that no longer has the name"};
-  std::string error;
   if (!run.change->Commit(&error))
     return {2, "cannot commit to " + run.request.shownStore + ": " + error};
   run.out << said << std::flush;

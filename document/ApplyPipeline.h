@@ -33,6 +33,13 @@ class ApplySaying {
   // the document; returns the exit status.
   virtual int DryRun(const Plan& plan, const Refusal& refusal,
                      bool nothingToChange) = 0;
+  // The plan an apply carries out, written where it is asked for before
+  // the commit: false with *error, and nothing is committed. text (the
+  // plan as text) and summary (the line of what was done) are what standard
+  // output gets after the commit; the command clears what it does not want
+  // there.
+  virtual bool Carried(const Plan& plan, std::string* text,
+                       std::string* summary, std::string* error) = 0;
 };
 
 // Runs the apply of request; its messages go to err (a refused document's

@@ -379,6 +379,12 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        "vantrel-doc: cannot write " + wanted +
            ": it is a file of the apply itself (" + wanted + "); " + store +
            " was not changed\n"},
+      {"a plan that cannot be written",
+       {"apply", "--format", "json", "-o", "/dev/full", wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write /dev/full: No space left on device; " +
+           store + " was not changed\n"},
       {"a base that is a device",
        {"apply", "--base", "/dev/zero", wanted, store},
        store,
@@ -528,10 +534,18 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   const RunResult device = Doc({"apply", "--dry-run", "--format", "json", "-o",
                                 "/dev/full", same, store});
   EXPECT_EQ(device.status, 2) << device.err;
-  // With the base it was planned from, it applies.
-  const std::string base = OutputPath("apply-base.xml");
+  // With the base it was planned from, it applies, and writes the plan it
+  // carried out where it is asked to.
+  const std::string base = OutputPath("apply-base.xml"),
+                    carried = OutputPath("apply-carried.json");
   WriteFile(base, Exported(store));
-  EXPECT_EQ(Doc({"apply", "--base", base, wanted, store}).status, 0);
+  const RunResult applied = Doc({"apply", "--base", base, "--format", "json",
+                                 "-o", carried, wanted, store});
+  EXPECT_EQ(applied.status, 0) << applied.err;
+  EXPECT_EQ(applied.out.find("removed EXTERNSITE"), std::string::npos);
+  EXPECT_NE(applied.out.find(": now exports "), std::string::npos);
+  EXPECT_NE(ReadFile(carried).find("\"oid\":\"x1102\",\"name\":\"WEST\""),
+            std::string::npos);
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
 }
 

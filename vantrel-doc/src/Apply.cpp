@@ -1,4 +1,5 @@
 #include <ostream>
+#include <sstream>
 
 #include "ApplyPipeline.h"
 #include "Checker.h"
@@ -36,6 +37,25 @@ class Saying : public doc::ApplySaying {
       err_ << "vantrel-doc: apply would refuse: " << refusal.why << "\n";
     // A dry run the apply would refuse says so as the apply would.
     return written ? written : refusal ? refusal.status : 1;
+  }
+
+  bool Carried(const doc::Plan& plan, std::string* text, std::string* summary,
+               std::string* error) override {
+    if (o_.output == "-" && o_.format == PlanFormat::kText) return true;
+    // Standard output holds the plan alone; a file holds it, and standard
+    // output the line of what was done.
+    text->clear();
+    if (o_.output == "-") summary->clear();
+    std::ostringstream said;
+    if (WritePlan(plan, o_.format, o_.output, title_, out_, said) == 0)
+      return true;
+    *error = said.str();
+    // The reason as WritePlan says it, without its prefix and line end.
+    const std::string prefix = "vantrel-doc: ";
+    if (error->compare(0, prefix.size(), prefix) == 0)
+      error->erase(0, prefix.size());
+    if (!error->empty() && error->back() == '\n') error->pop_back();
+    return false;
   }
 
  private:

@@ -50,10 +50,10 @@ int DocReport(const std::string& file, const std::string& output,
 // added, removed and changed since.
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err);
-// How apply goes: the pipeline's options, and where a dry run's plan goes.
+// How apply goes: the pipeline's options, and where its plan goes.
 struct ApplyOptions : doc::ApplyOptions {
-  PlanFormat format = PlanFormat::kText;  // of a dry run's plan
-  std::string output = "-";               // where a dry run's plan goes
+  PlanFormat format = PlanFormat::kText;  // of the plan, shown or carried out
+  std::string output = "-";               // where the plan goes
 };
 // Makes store export file byte for byte, writing only what differs in one
 // transaction, which it commits only once the store exports file; then
