@@ -263,7 +263,7 @@ void Change(Compact& w, const PlanChange& c) {
 // a block at a time. Each change and each list is one line of its own.
 template <typename Writer>
 void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
-               std::ostream* out) {
+               std::ostream* out, const Refusal* refusal = nullptr) {
   rapidjson::StringBuffer one;
   Compact compact(one);
   const auto put = [&] {
@@ -292,6 +292,17 @@ void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
     w.Uint64(count);
   }
   w.EndObject();
+  // What the apply of a dry run's plan would meet: a gate reads it first.
+  if (refusal && *refusal) {
+    w.Key("refused");
+    w.StartObject();
+    w.Key("guard");
+    w.String(refusal->guard);
+    w.Key("reason");
+    const std::string reason = JsonSafe(refusal->why);
+    w.String(reason.data(), static_cast<rapidjson::SizeType>(reason.size()));
+    w.EndObject();
+  }
   w.Key("changes");
   w.StartArray();
   for (const PlanChange& c : plan.changes) {
@@ -317,11 +328,12 @@ void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
 
 }  // namespace
 
-void WritePlanJson(const Plan& plan, std::ostream& out) {
+void WritePlanJson(const Plan& plan, std::ostream& out,
+                   const Refusal* refusal) {
   rapidjson::StringBuffer buffer;
   rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
   writer.SetIndent(' ', 2);
-  WriteJson(plan, writer, buffer, &out);
+  WriteJson(plan, writer, buffer, &out, refusal);
   out.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
   out << '\n';
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "ApplyGuards.h"
 #include "DocumentPlan.h"
 
 namespace doc {
@@ -18,7 +19,8 @@ void WritePlanText(const Plan& plan, std::ostream& out,
 // "3 added, 1 removed, 4 changed, 1 moved".
 std::string PlanTotals(const Plan& plan);
 // The plan as one JSON object, as the plan's JSON Schema describes it.
-void WritePlanJson(const Plan& plan, std::ostream& out);
+void WritePlanJson(const Plan& plan, std::ostream& out,
+                   const Refusal* refusal = nullptr);
 // Writes the plan's JSON object, on one line, into a line of the apply
 // log: the caller gives the keys around it.
 std::string PlanJsonText(const Plan& plan);

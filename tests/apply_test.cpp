@@ -9,7 +9,8 @@
 //              writes nothing
 //   Kept       what the document does not carry: statuses without a
 //              server, media paths, NULL texts
-//   Unchanged  a dry run, one that says what the apply would refuse, a
+//   Unchanged  a dry run, one that says what the apply would refuse (in its
+//              JSON plan too, as the schema says), a
 //              stale --base, each guard, a log that cannot be written or is
 //              a file of the apply, a refused document, a store the
 //              exporter refuses, a change that misses a row or stores
@@ -517,6 +518,28 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
             "changed SUBSCRIPTION x1601 \"SONE\" ExternSite: \"x1102\" "
             "(\"WEST\") -> (none)\n"
             "0 added, 1 removed, 1 changed, 0 moved\n");
+  // A dry run's JSON plan carries what the apply would be refused by, as
+  // its schema says.
+  const std::string refusedPlan = OutputPath("apply-refused-plan.json");
+  EXPECT_EQ(Doc({"apply", "--dry-run", "--format", "json", "--max-removals",
+                 "0", "-o", refusedPlan, wanted, store})
+                .status,
+            3);
+  EXPECT_NE(ReadFile(refusedPlan)
+                .find("\"refused\": {\n    \"guard\": \"max-removals\",\n    "
+                      "\"reason\": \"the plan removes 1 objects, more than "
+                      "--max-removals 0\"\n  }"),
+            std::string::npos)
+      << ReadFile(refusedPlan);
+  const RunResult valid =
+      test_support::Run("/usr/bin/python3",
+                        {"-c",
+                         "import json, sys, jsonschema\n"
+                         "jsonschema.validate(json.load(open(sys.argv[1])), "
+                         "json.load(open(sys.argv[2])))\n",
+                         refusedPlan, SHARE_DIR "/vantrel-plan.schema.json"},
+                        {});
+  EXPECT_EQ(valid.status, 0) << valid.err;
   // -q leaves the exit status: nothing on standard output.
   const RunResult quiet = Doc({"apply", "-q", "--dry-run", wanted, store});
   EXPECT_EQ(quiet.status, 1);

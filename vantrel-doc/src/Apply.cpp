@@ -31,7 +31,7 @@ class Saying : public doc::ApplySaying {
       return 0;
     }
     const int written =
-        WritePlan(plan, o_.format, o_.output, title_, out_, err_);
+        WritePlan(plan, o_.format, o_.output, title_, out_, err_, &refusal);
     if (nothingToChange) return written;
     if (refusal)
       err_ << "vantrel-doc: apply would refuse: " << refusal.why << "\n";

@@ -15,13 +15,13 @@ namespace {
 
 // Writes plan to out in format; false with *error.
 bool Write(const doc::Plan& plan, PlanFormat format, const std::string& title,
-           std::ostream& out, std::string* error) {
+           std::ostream& out, std::string* error, const doc::Refusal* refusal) {
   switch (format) {
     case PlanFormat::kText:
       doc::WritePlanText(plan, out);
       return true;
     case PlanFormat::kJson:
-      doc::WritePlanJson(plan, out);
+      doc::WritePlanJson(plan, out, refusal);
       return true;
     case PlanFormat::kHtml:
       return doc::WritePlanPage(plan, title, out, error);
@@ -33,18 +33,19 @@ bool Write(const doc::Plan& plan, PlanFormat format, const std::string& title,
 
 int WritePlan(const doc::Plan& plan, PlanFormat format,
               const std::string& output, const std::string& title,
-              std::ostream& out, std::ostream& err) {
+              std::ostream& out, std::ostream& err,
+              const doc::Refusal* refusal) {
   std::string error;
   // The plan is whole before it is written: standard output needs no spool.
   if (output == "-") {
-    if (Write(plan, format, title, out, &error)) return 0;
+    if (Write(plan, format, title, out, &error, refusal)) return 0;
     err << "vantrel-doc: cannot write the plan: " << error << "\n";
     return 2;
   }
   Output written;
   if (written.Open(output, &error)) {
     std::ofstream& file = written.Stream();
-    const bool whole = Write(plan, format, title, file, &error);
+    const bool whole = Write(plan, format, title, file, &error, refusal);
     file.flush();
     if (whole && file.fail()) error = "the write failed";
     if (whole && !file.fail() && written.Commit(&error)) return 0;

@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <string>
 
+#include "ApplyGuards.h"
 #include "DocumentPlan.h"
 
 namespace vdoc {
@@ -11,9 +12,11 @@ namespace vdoc {
 enum class PlanFormat { kText, kJson, kHtml };
 
 // Writes plan to output (out for "-") whole or not at all; 0, or
-// 2 after saying why it cannot be written. title names the two sides.
+// 2 after saying why it cannot be written. title names the two sides; the
+// JSON carries refusal, what a dry run's apply would meet, when given.
 int WritePlan(const doc::Plan& plan, PlanFormat format,
               const std::string& output, const std::string& title,
-              std::ostream& out, std::ostream& err);
+              std::ostream& out, std::ostream& err,
+              const doc::Refusal* refusal = nullptr);
 
 }  // namespace vdoc
