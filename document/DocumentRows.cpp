@@ -177,6 +177,14 @@ std::string OidBytes(std::string_view identifier) {
   return bytes;
 }
 
+// True when c's object enters a list of the document it is added to: as
+// new, as a new kind, or moved (to another owner, or in a list put in
+// another order: each of its objects that moves).
+bool EntersList(const PlanChange& c) {
+  return c.action == PlanChange::kAdded || c.action == PlanChange::kMoved ||
+         (c.action == PlanChange::kChanged && c.wasKind != c.kind);
+}
+
 }  // namespace
 
 KivStoreTouched RowsTouched(const Plan& plan) {
@@ -196,11 +204,7 @@ KivStoreTouched RowsTouched(const Plan& plan) {
     touched.objects.push_back({OidBytes(c.object.oid),
                                added ? nullptr : LayoutOf(c.wasKind).table,
                                links});
-    // It enters a list: as new, as a new kind, or moved (to another owner,
-    // or in a list put in another order: each of its objects that moves).
-    const bool enters =
-        added || c.action == PlanChange::kMoved || c.wasKind != c.kind;
-    if (enters && LayoutOf(c.kind).table)
+    if (EntersList(c) && LayoutOf(c.kind).table)
       touched.lists.emplace_back(LayoutOf(c.kind).table,
                                  OidBytes(c.parent.oid));
   }
@@ -236,7 +240,7 @@ std::vector<std::size_t> Needed(const PlanDocument& wanted, const Plan& plan) {
     if (i == std::string::npos) continue;
     needed.push_back(i);
     const char* table = LayoutOf(c.kind).table;
-    if (table && (c.action != PlanChange::kChanged || c.wasKind != c.kind))
+    if (table && EntersList(c))
       lists.push_back({table, wanted.Objects()[i].parent});
   }
   if (!lists.empty()) {
