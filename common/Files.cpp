@@ -5,8 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <utility>
+
+#include "Escape.h"
 
 namespace vantrel {
 
@@ -50,6 +55,53 @@ Copied CopyFile(int from, int to, std::uint64_t limit) {
       got -= put;
     }
   }
+}
+
+namespace {
+
+// The name path would have once its directory's links are resolved, for
+// files that do not exist yet; path itself when its directory is unknown.
+std::string Resolved(const std::string& path) {
+  char dir[PATH_MAX];
+  if (!::realpath(DirectoryOf(path).c_str(), dir)) return path;
+  const std::size_t slash = path.rfind('/');
+  return std::string(dir) + "/" +
+         (slash == std::string::npos ? path : path.substr(slash + 1));
+}
+
+// Whether a and b are one file: the same inode when both exist, else the
+// same name once resolved.
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat sa {}, sb {};
+  const bool hasA = ::stat(a.c_str(), &sa) == 0,
+             hasB = ::stat(b.c_str(), &sb) == 0;
+  if (hasA && hasB) return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+  return !hasA && !hasB && Resolved(a) == Resolved(b);
+}
+
+}  // namespace
+
+std::string RefusedOutput(const std::string& path,
+                          const std::vector<std::string>& inputs) {
+  if (path == "-") return std::string();
+  struct stat st {};
+  const bool exists = ::stat(path.c_str(), &st) == 0;
+  if (exists && S_ISDIR(st.st_mode)) return std::strerror(EISDIR);
+  // A store is never an output, whatever its name: what writes one is
+  // load, apply or revert, in a transaction.
+  char head[16] = {};
+  if (exists && S_ISREG(st.st_mode))
+    std::ifstream(path, std::ios::binary).read(head, sizeof head);
+  if (std::memcmp(head, "SQLite format 3", sizeof head) == 0)
+    return "it is an SQLite store";
+  for (const std::string& input : inputs) {
+    if (input.empty() || input == "-") continue;
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"})
+      if (SameFile(path, input + suffix))
+        return std::string("it is ") + (*suffix ? "a journal of " : "") +
+               Escaped(input) + ", a file of the command itself";
+  }
+  return std::string();
 }
 
 std::string TemporaryDirectory() {

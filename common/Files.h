@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 struct stat;
 
@@ -34,6 +35,16 @@ enum class Copied { kWhole, kReadFailed, kWriteFailed, kTooLarge };
 Copied CopyFile(
     int from, int to,
     std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
+
+// Why path may not be an output of a command that reads inputs (as
+// given on its command line, "" for none), or "" when it may be: every
+// output of every command is held to this one rule. Refused are a
+// directory, an SQLite store whatever its name, and any input or a
+// journal of one (NAME-journal, -wal, -shm), by its identity on the disk
+// when both exist and by its name otherwise. "-" is standard output and
+// always may be.
+std::string RefusedOutput(const std::string& path,
+                          const std::vector<std::string>& inputs);
 
 // The directory of temporary files: TMPDIR, else /tmp.
 std::string TemporaryDirectory();

@@ -115,21 +115,9 @@ bool ApplyLog::Open(const std::vector<std::string>& others,
     *error = S_ISDIR(st.st_mode) ? std::strerror(EISDIR) : "not a regular file";
     return false;
   }
-  // A store is not a log, whatever its name.
-  char head[16] = {};
-  std::ifstream(path_, std::ios::binary).read(head, sizeof head);
-  if (existed && std::memcmp(head, "SQLite format 3", 16) == 0) {
-    *error = "it is an SQLite store";
-    return false;
-  }
-  for (const std::string& other : others) {
-    struct stat it {};
-    if (existed && ::stat(other.c_str(), &it) == 0 && it.st_dev == st.st_dev &&
-        it.st_ino == st.st_ino) {
-      *error = "it is a file of the apply itself (" + other + ")";
-      return false;
-    }
-  }
+  // The rule of every output: no store, none of the apply's own files.
+  *error = vantrel::RefusedOutput(path_, others);
+  if (!error->empty()) return false;
   fd_ = ::open(path_.c_str(),
                O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644);
   if (fd_ < 0 || ::flock(fd_, LOCK_EX) != 0 || ::fstat(fd_, &st) != 0) {

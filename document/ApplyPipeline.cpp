@@ -508,8 +508,13 @@ int Record(Run& run, const std::string& line) {
 // The store already exports the document: said, and recorded. Returns the exit
 // status.
 int NothingToChange(Run& run) {
-  run.out << run.request.shownStore << ": nothing to change\n";
-  std::string error;
+  // A plan asked for in a file is written, empty: an old one left there
+  // would be taken for it.
+  std::string text, summary = run.request.shownStore + ": nothing to change\n",
+                    error;
+  if (!run.say.Carried(run.plan, &text, &summary, &error))
+    return Refuse(run, error, 2);
+  run.out << summary;
   if (!run.log.Append(
           run.log.AppliedLine(run.before, run.wants.exported, run.plan),
           &error))
@@ -528,11 +533,11 @@ Stop Prepare(Run& run) {
   // cannot be recorded is not made.
   std::string error;
   const std::string& store = run.request.store;
-  if (!run.log.Open({store, store + "-journal", store + "-wal",
-                     run.request.document, run.options.base},
-                    &error))
+  if (!run.log.Open(
+          {store, run.request.document, run.options.base, run.request.planOutput},
+          &error))
     return {2, "cannot write " + vantrel::Escaped(run.options.log) + ": " +
-                   vantrel::Escaped(error)};
+                   error};
   if (run.document == "-" &&
       !Readable(run.document, run.input, &run.document, &error))
     return {2, error};

@@ -21,6 +21,7 @@ struct ApplyRequest {
   // given, the base and the store.
   std::string shownDocument, shownFile, shownBase, shownStore;
   ApplyOptions options;
+  std::string planOutput;  // the plan's file, which the log is not ("-")
 };
 
 // How the command says what an apply does: the pipeline decides, the

@@ -267,6 +267,7 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                             "INSERT INTO host VALUES (x'0A09', 'gamma', "
                             "'', '');"})));
   const std::string directory = OutputPath(""), missing = OutputPath("no.xml");
+  std::remove(missing.c_str());
   // A FIFO that no one writes: refused, not waited on.
   const std::string fifo = OutputPath("apply-base.fifo");
   std::remove(fifo.c_str());
@@ -377,9 +378,14 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        {"apply", "--log", wanted, wanted, store},
        wanted,
        2,
-       "vantrel-doc: cannot write " + wanted +
-           ": it is a file of the apply itself (" + wanted + "); " + store +
-           " was not changed\n"},
+       "vantrel-doc: cannot write " + wanted + ": it is " + wanted +
+           ", a file of the command itself; " + store + " was not changed\n"},
+      {"a plan that would be the log, neither made yet",
+       {"apply", "-o", missing, "--log", missing, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write " + missing + ": it is " + missing +
+           ", a file of the command itself\n"},
       {"a plan that cannot be written",
        {"apply", "--format", "json", "-o", "/dev/full", wanted, store},
        store,

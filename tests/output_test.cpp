@@ -1,11 +1,14 @@
 // Tests of what an output replaces, through the built binaries.
 //
 // Plan:
-//   Targets  each command's output over each kind of target (a new file, a
-//            0600 file, a symbolic link, a link to nothing, a FIFO, a
-//            character device, a directory, a store, another file): the
-//            exit status, the message, and what became of the target (its
-//            bytes, its mode, the link, the device)
+//   Targets  every output of every command (export's archive, the OUT of
+//            xml, json and report, -o of diff and apply, apply's log) over
+//            every kind of target (a new file, a 0600 file of other text,
+//            a symbolic link, a link to nothing, a FIFO, a directory, a
+//            store, the command's input, a journal of it): the exit status,
+//            the message, and what became of the target, the store and the
+//            input (their bytes, the mode, the link); an export cut short;
+//            character devices
 //   Stdout   "-" for every input, read in the exporter's layout or as XML,
 //            and a standard output that cannot be written
 //   Limits   a file-size limit removes the partial file; a temporary
@@ -66,192 +69,228 @@ class Targets : public ::testing::Test {
   std::string demo, store;
 };
 
-TEST_F(Targets, EachCommandOverEachKindOfTarget) {
-  const std::string target = OutputPath("target"),
-                    linked = OutputPath("target-linked");
-  const std::string other = "a note of the administrator's\n";
-  // What a target is made as before the command runs.
-  const auto file = [&](const std::string& bytes, int mode) {
-    return [&, bytes, mode] {
-      WriteFile(target, bytes);
-      ::chmod(target.c_str(), static_cast<mode_t>(mode));
-    };
-  };
-  const auto link = [&] {
-    WriteFile(linked, "");
-    ::chmod(linked.c_str(), 0640);
-    ::symlink(linked.c_str(), target.c_str());
-  };
-  const auto dangling = [&] { ::symlink(linked.c_str(), target.c_str()); };
-  const auto directory = [&] { ::mkdir(target.c_str(), 0755); };
-  const auto fifo = [&] { ::mkfifo(target.c_str(), 0600); };
-  const std::string storeBytes = ReadFile(store);
-  const std::string bad = OutputPath("targets-bad.xml");
-  WriteFile(bad, ReadFile(demo).substr(0, 200));
-  enum Kept { kWritten, kAsItWas };
+// Every output of every command, over every kind of target: one rule
+// for all of them. The outputs are rows, the targets columns; what differs
+// between outputs (an archive replaces only an archive and only a regular
+// file, a log is appended to) is said by the output's kind.
+TEST_F(Targets, EveryOutputOverEveryKindOfTarget) {
+  enum Kind { kReplaced, kArchive, kAppended };
+  // "@" stands for the target, "%" for the input that a target may be.
   const struct {
     const char* name;
-    std::vector<std::string> args;  // the target stands for "@"
-    std::function<void()> make;
-    int status;
-    std::string err;  // a pattern
-    Kept kept;
-    int mode;  // of the file written, or kept
-  } cases[] = {
-      {"a new archive",
-       {"export", "-q", store, "@"},
-       [] {},
-       0,
-       "",
-       kWritten,
-       0644},
-      {"an archive at 0600 stays so",
-       {"export", "-q", store, "@"},
-       file("", 0600),
-       0,
-       "",
-       kWritten,
-       0600},
-      {"an export cut short is replaced",
-       {"export", "-q", store, "@"},
-       file("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<!DOCTYPE "
-            "AdminObjects SYSTEM \"KivAdmin.dtd\" >\n<Admin",
-            0640),
-       0,
-       "",
-       kWritten,
-       0640},
-      {"a store is refused",
-       {"export", store, "@"},
-       file(storeBytes, 0644),
-       2,
-       "it is not a document of this tool, which alone it replaces; .* is as "
-       "it was\n",
-       kAsItWas,
-       0644},
-      {"any other file is refused",
-       {"export", store, "@"},
-       file(other, 0644),
-       2,
-       "it is not a document of this tool",
-       kAsItWas,
-       0644},
-      {"an archive through a link",
-       {"export", "-q", store, "@"},
-       link,
-       0,
-       "",
-       kWritten,
-       0640},
-      {"an archive is not a FIFO",
-       {"export", store, "@"},
-       fifo,
-       2,
-       ": not a regular file; ",
-       kAsItWas,
-       0600},
-      {"xml into a FIFO", {"xml", demo, "@"}, fifo, 0, "", kAsItWas, 0600},
-      {"nor a directory",
-       {"export", store, "@"},
-       directory,
-       2,
-       ": Is a directory; ",
-       kAsItWas,
-       0755},
-      {"xml over a 0600 file",
-       {"xml", demo, "@"},
-       file(other, 0600),
-       0,
-       "",
-       kWritten,
-       0600},
-      {"xml through a link to nothing",
-       {"xml", demo, "@"},
-       dangling,
-       0,
-       "",
-       kWritten,
-       0644},
-      {"xml into a directory",
-       {"xml", demo, "@"},
-       directory,
-       2,
-       "^vantrel-doc: cannot write .*target: Is a directory\n$",
-       kAsItWas,
-       0755},
-      {"json through a link", {"json", demo, "@"}, link, 0, "", kWritten, 0640},
-      {"report over a 0640 file",
-       {"report", demo, "@"},
-       file(other, 0640),
-       0,
-       "",
-       kWritten,
-       0640},
-      {"a refused document writes no report",
-       {"report", bad, "@"},
-       file(other, 0644),
-       1,
-       "is refused: no report was made\n$",
-       kAsItWas,
-       0644},
+    std::vector<std::string> args;
+    bool storeIsInput;  // "%" is the store, else the changed document
+    Kind kind;
+    int status;  // when written
+  } outputs[] = {
+      {"export", {"export", "-q", "%", "@"}, true, kArchive, 0},
+      {"xml", {"xml", "%", "@"}, false, kReplaced, 0},
+      {"json", {"json", "%", "@"}, false, kReplaced, 0},
+      {"report", {"report", "%", "@"}, false, kReplaced, 0},
+      {"diff -o", {"diff", "-o", "@", "=demo", "%"}, false, kReplaced, 1},
+      {"a dry run's -o",
+       {"apply", "--dry-run", "-o", "@", "%", "=store"},
+       false,
+       kReplaced,
+       1},
+      {"apply -o",
+       {"apply", "-q", "--format", "json", "-o", "@", "--log", "=log", "%",
+        "=store"},
+       false,
+       kReplaced,
+       0},
+      {"apply --log", {"apply", "-q", "--log", "@", "%", "=store"}, false,
+       kAppended, 0},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::remove(target.c_str());
-    ::rmdir(target.c_str());
-    std::remove(linked.c_str());
-    c.make();
-    struct stat st {};
-    const bool regular =
-        ::lstat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-    const std::string before = regular ? ReadFile(target) : "";
-    const bool wasLink = IsLink(target);
-    std::vector<std::string> args = c.args;
-    for (std::string& a : args)
-      if (a == "@") a = target;
-    // A FIFO is read while it is written.
-    std::thread reader;
-    std::string read;
-    std::atomic<bool> readerDone{false};
-    if (S_ISFIFO(st.st_mode))
-      reader = std::thread([&] {
-        read = ReadFile(target);
-        readerDone = true;
-      });
-    const RunResult run = Doc(args);
-    if (reader.joinable()) {
-      // A reader still waiting for a writer is let go.
-      while (!readerDone) {
-        const int fd = ::open(target.c_str(), O_WRONLY | O_NONBLOCK);
-        if (fd >= 0) ::close(fd);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  const std::string target = OutputPath("target"),
+                    linked = OutputPath("target-linked"),
+                    input = OutputPath("target-input"),
+                    log = OutputPath("target-log");
+  const std::string other = "a note of the administrator's\n";
+  const std::string storeBytes = ReadFile(store);
+  std::string changed = ReadFile(demo);
+  changed.replace(changed.find("Name=\"ares\""), 11, "Name=\"zeus\"");
+  const std::string changedFile = OutputPath("targets-changed.xml");
+  WriteFile(changedFile, changed);
+  enum Outcome { kWritten, kRefused, kWrittenUnlessArchive };
+  // The targets, each with how it is made, what becomes of it and the
+  // reason of a refusal (a pattern).
+  const struct {
+    const char* name;
+    std::function<void(const std::string& inputBytes)> make;
+    Outcome outcome;
+    int mode;  // of the file written, or kept
+    std::string why;
+    bool isInput = false;  // "%" is the target, or the file it is a journal of
+  } targets[] = {
+      {"a new file", [](const std::string&) {}, kWritten, 0644, ""},
+      {"a 0600 file of other text",
+       [&](const std::string&) {
+         WriteFile(target, other);
+         ::chmod(target.c_str(), 0600);
+       },
+       kWrittenUnlessArchive, 0600,
+       "it is not a document of this tool, which alone it replaces"},
+      {"a link to a 0640 file",
+       [&](const std::string&) {
+         WriteFile(linked, "");
+         ::chmod(linked.c_str(), 0640);
+         ::symlink(linked.c_str(), target.c_str());
+       },
+       kWritten, 0640, ""},
+      {"a link to nothing",
+       [&](const std::string&) { ::symlink(linked.c_str(), target.c_str()); },
+       kWritten, 0644, ""},
+      {"a FIFO",
+       [&](const std::string&) { ::mkfifo(target.c_str(), 0600); },
+       kWrittenUnlessArchive, 0600, "not a regular file"},
+      {"a directory",
+       [&](const std::string&) { ::mkdir(target.c_str(), 0755); }, kRefused,
+       0755, ": Is a directory"},
+      {"a store",
+       [&](const std::string&) {
+         WriteFile(target, storeBytes);
+         ::chmod(target.c_str(), 0644);
+       },
+       kRefused, 0644, ": it is an SQLite store"},
+      {"the command's input",
+       [&](const std::string& bytes) {
+         WriteFile(target, bytes);
+         ::chmod(target.c_str(), 0644);
+       },
+       kRefused, 0644,
+       ": it is .*target, a file of the command itself|: it is the store or a "
+       "file of the store|: it is an SQLite store",
+       true},
+      {"a journal of the command's input",
+       [&](const std::string& bytes) {
+         WriteFile(input, bytes);
+         WriteFile(target, other);
+         ::chmod(target.c_str(), 0644);
+       },
+       kRefused, 0644,
+       ": it is a journal of .*target-input, a file of the command itself|: "
+       "it is the store or a file of the store",
+       true},
+  };
+  for (const auto& o : outputs)
+    for (const auto& t : targets) {
+      SCOPED_TRACE(std::string(o.name) + " over " + t.name);
+      for (const std::string& path : {target, linked, input, log})
+        std::remove(path.c_str());
+      ::rmdir(target.c_str());
+      WriteFile(store, storeBytes);
+      const bool journal = std::string(t.name).find("journal") !=
+                           std::string::npos;
+      const std::string inputFile =
+          !t.isInput ? (o.storeIsInput ? store : changedFile)
+          : journal  ? input
+                     : target;
+      t.make(o.storeIsInput ? storeBytes : changed);
+      if (journal) ::rename(target.c_str(), (input + "-journal").c_str());
+      const std::string at = journal ? input + "-journal" : target;
+      std::vector<std::string> args = o.args;
+      for (std::string& a : args)
+        a = a == "@"       ? at
+            : a == "%"     ? inputFile
+            : a == "=demo" ? demo
+            : a == "=store" ? store
+            : a == "=log"   ? log
+                            : a;
+      struct stat st {};
+      const bool exists = ::lstat(at.c_str(), &st) == 0;
+      const bool regular = exists && S_ISREG(st.st_mode);
+      const std::string before = regular ? ReadFile(at) : "";
+      const bool wasLink = IsLink(at);
+      const bool written =
+          t.outcome == kWritten ||
+          (t.outcome == kWrittenUnlessArchive && o.kind == kReplaced) ||
+          (t.outcome == kWrittenUnlessArchive && o.kind == kAppended &&
+           regular);
+      // A FIFO is read while it is written.
+      std::thread reader;
+      std::string read;
+      std::atomic<bool> readerDone{false};
+      if (exists && S_ISFIFO(st.st_mode))
+        reader = std::thread([&] {
+          read = ReadFile(at);
+          readerDone = true;
+        });
+      const RunResult run = Doc(args);
+      if (reader.joinable()) {
+        // A reader still waiting for a writer is let go.
+        while (!readerDone) {
+          const int fd = ::open(at.c_str(), O_WRONLY | O_NONBLOCK);
+          if (fd >= 0) ::close(fd);
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        reader.join();
       }
-      reader.join();
-    }
-    EXPECT_EQ(run.status, c.status) << run.err;
-    if (c.err.empty())
+      EXPECT_EQ(IsLink(at), wasLink);
+      EXPECT_EQ(ModeOf(at), t.mode);
+      const bool fifo = exists && S_ISFIFO(st.st_mode);
+      const std::string now = fifo ? read : ReadFile(at);
+      if (!written) {
+        EXPECT_EQ(run.status, 2) << run.err;
+        EXPECT_TRUE(std::regex_search(
+            run.err, std::regex("^vantrel-doc: cannot (write|export) .*(" +
+                                t.why + ")")))
+            << run.err;
+        // Nothing written: not the target, nor the store, nor the input.
+        if (regular) {
+          EXPECT_TRUE(now == before);
+        }
+        if (fifo) {
+          EXPECT_EQ(read, "");
+        }
+        EXPECT_TRUE(ReadFile(store) == storeBytes);
+        EXPECT_TRUE(ReadFile(changedFile) == changed);
+        EXPECT_FALSE(test_support::FileExists(log));
+        continue;
+      }
+      EXPECT_EQ(run.status, o.status) << run.err;
       EXPECT_EQ(run.err, "");
-    else
-      EXPECT_TRUE(std::regex_search(run.err, std::regex(c.err))) << run.err;
-    EXPECT_EQ(IsLink(target), wasLink);
-    EXPECT_EQ(ModeOf(target), c.mode);
-    struct stat now {};
-    ASSERT_EQ(::stat(target.c_str(), &now), 0);
-    if (c.kept == kAsItWas && c.status != 0 && S_ISREG(now.st_mode)) {
-      EXPECT_TRUE(ReadFile(target) == before);
-    }
-    if (c.kept == kWritten || (S_ISFIFO(now.st_mode) && c.status == 0)) {
-      const std::string written =
-          S_ISFIFO(now.st_mode) ? read : ReadFile(target);
-      EXPECT_NE(written.find("x0401"), std::string::npos);
-      if (args[0] == "json") {
-        EXPECT_EQ(written.back(), '\n');
+      if (o.kind == kAppended) {
+        // The log keeps what it held, and ends with this apply's line.
+        EXPECT_EQ(now.compare(0, before.size(), before), 0);
+        EXPECT_NE(now.find("\"outcome\":\"applied\"", before.size()),
+                  std::string::npos)
+            << now;
+      } else {
+        EXPECT_NE(now, before);
+        EXPECT_FALSE(now.empty());
       }
+      NothingLeftBehind(".partial-");
     }
-    NothingLeftBehind(".partial-");
-  }
-  std::remove(target.c_str());
+  for (const std::string& path :
+       {target, linked, input, input + "-journal", log, changedFile})
+    std::remove(path.c_str());
   ::rmdir(target.c_str());
+}
+
+// What only an archive or a report meets: an export cut short is
+// replaced, and a refused document writes no report.
+TEST_F(Targets, AnExportCutShortAndARefusedReport) {
+  const std::string target = OutputPath("target"),
+                    bad = OutputPath("targets-bad.xml");
+  WriteFile(bad, ReadFile(demo).substr(0, 200));
+  const std::string cut =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<!DOCTYPE "
+      "AdminObjects SYSTEM \"KivAdmin.dtd\" >\n<Admin";
+  WriteFile(target, cut);
+  ::chmod(target.c_str(), 0640);
+  RunResult run = Doc({"export", "-q", store, target});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(ModeOf(target), 0640);
+  EXPECT_NE(ReadFile(target).find("x0401"), std::string::npos);
+  run = Doc({"report", bad, target});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(std::regex_search(run.err,
+                                std::regex("is refused: no report was made\n$")))
+      << run.err;
+  EXPECT_NE(ReadFile(target).find("x0401"), std::string::npos);
+  std::remove(target.c_str());
+  std::remove(bad.c_str());
 }
 
 TEST_F(Targets, DevicesAreWrittenIntoAndStay) {

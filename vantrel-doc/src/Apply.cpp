@@ -4,6 +4,7 @@
 #include "ApplyPipeline.h"
 #include "Checker.h"
 #include "Escape.h"
+#include "Files.h"
 #include "Plans.h"
 #include "VantrelDoc.h"
 
@@ -15,9 +16,11 @@ namespace {
 // otherwise.
 class Saying : public doc::ApplySaying {
  public:
-  Saying(const ApplyOptions& o, std::string title, std::string store,
-         std::ostream& out, std::ostream& err)
+  Saying(const ApplyOptions& o, std::vector<std::string> inputs,
+         std::string title, std::string store, std::ostream& out,
+         std::ostream& err)
       : o_(o),
+        inputs_(std::move(inputs)),
         title_(std::move(title)),
         store_(std::move(store)),
         out_(out),
@@ -31,7 +34,8 @@ class Saying : public doc::ApplySaying {
       return 0;
     }
     const int written =
-        WritePlan(plan, o_.format, o_.output, title_, out_, err_, &refusal);
+        WritePlan(plan, o_.format, o_.output, inputs_, title_, out_, err_,
+                  &refusal);
     if (nothingToChange) return written;
     if (refusal)
       err_ << "vantrel-doc: apply would refuse: " << refusal.why << "\n";
@@ -47,7 +51,7 @@ class Saying : public doc::ApplySaying {
     text->clear();
     if (o_.output == "-") summary->clear();
     std::ostringstream said;
-    if (WritePlan(plan, o_.format, o_.output, title_, out_, said) == 0)
+    if (WritePlan(plan, o_.format, o_.output, inputs_, title_, out_, said) == 0)
       return true;
     *error = said.str();
     // The reason as WritePlan says it, without its prefix and line end.
@@ -60,6 +64,7 @@ class Saying : public doc::ApplySaying {
 
  private:
   const ApplyOptions& o_;
+  const std::vector<std::string> inputs_;  // what -o never replaces
   std::string title_, store_;
   std::ostream& out_;
   std::ostream& err_;
@@ -73,6 +78,7 @@ int DocApply(const std::string& file, const std::string& store,
   request.document = file;
   request.store = store;
   request.options = o;
+  request.planOutput = o.output;
   request.shownFile = doc::Shown(file);
   request.shownStore = doc::Shown(store);
   request.shownBase = doc::Shown(o.base);
@@ -83,7 +89,17 @@ int DocApply(const std::string& file, const std::string& store,
       request.shownDocument += (i ? "," : "") + vantrel::Escaped(o.only[i]);
     request.shownDocument += ")";
   }
-  Saying saying(o, request.shownStore + " to " + request.shownDocument,
+  // The plan's file is held to the rule of every output before anything
+  // is read, so that a refused one leaves the store, and the log, as they
+  // were.
+  std::vector<std::string> inputs{file, store, o.base, o.log};
+  const std::string refused = vantrel::RefusedOutput(o.output, inputs);
+  if (!refused.empty()) {
+    err << "vantrel-doc: cannot write " << doc::ShownOutput(o.output) << ": "
+        << refused << "\n";
+    return 2;
+  }
+  Saying saying(o, std::move(inputs), request.shownStore + " to " + request.shownDocument,
                 request.shownStore, out, err);
   return doc::RunApply(request, saying, out, err);
 }

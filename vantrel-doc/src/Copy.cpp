@@ -15,7 +15,7 @@ int CopyDocument(
         << error << "\n";
     return 2;
   };
-  if (!copy.Open(output, &error)) return cannotWrite();
+  if (!copy.Open(output, {file}, &error)) return cannotWrite();
   const std::unique_ptr<ReportingWriter> writer = make(copy);
   // The copy is made line by line: the identifiers are not held.
   doc::Checker checker(file, err, writer.get(), false);

@@ -37,7 +37,7 @@ int DocDiff(const std::string& oldFile, const std::string& newFile,
     return status;
   const doc::Plan plan = doc::MakePlan(before, after);
   if (const int written = WritePlan(
-          plan, format, output,
+          plan, format, output, {oldFile, newFile},
           doc::Shown(oldFile) + " to " + doc::Shown(newFile), out, err))
     return written;
   return plan.Empty() ? 0 : 1;

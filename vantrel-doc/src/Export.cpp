@@ -56,7 +56,7 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
   std::string error;
   // An archive is a file, and only an archive (or an empty file) is
   // replaced: a store named by mistake stays as it was.
-  if (!archive.Open(file, &error, true, doc::StartsLikeDocument))
+  if (!archive.Open(file, {store}, &error, true, doc::StartsLikeDocument))
     return failed(error);
   std::ofstream& document = archive.Stream();
   // What a writer killed outright left (a hot journal) is rolled back

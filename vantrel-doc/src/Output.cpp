@@ -67,8 +67,11 @@ Output::~Output() {
   std::remove(partial_.c_str());
 }
 
-bool Output::Open(const std::string& path, std::string* error, bool regularOnly,
-                  const Replaceable& replaceable) {
+bool Output::Open(const std::string& path,
+                  const std::vector<std::string>& inputs, std::string* error,
+                  bool regularOnly, const Replaceable& replaceable) {
+  *error = vantrel::RefusedOutput(path, inputs);
+  if (!error->empty()) return false;
   struct stat old {};
   bool existed = false;
   if (path == "-") {
@@ -82,10 +85,6 @@ bool Output::Open(const std::string& path, std::string* error, bool regularOnly,
     // a pipe among them); a regular file's links are followed here, so that
     // the rename replaces the file and the links stay.
     existed = ::stat(path.c_str(), &old) == 0;
-    if (existed && S_ISDIR(old.st_mode)) {
-      *error = Reason(EISDIR);
-      return false;
-    }
     if (existed && !S_ISREG(old.st_mode)) {
       if (regularOnly) {
         *error = "not a regular file";

@@ -19,6 +19,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Signals.h"
 
@@ -36,11 +37,13 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  // Creates the partial file for path; false with the reason, naming what
-  // failed, in *error. With regularOnly, a target that is not a regular
-  // file is refused.
-  bool Open(const std::string& path, std::string* error,
-            bool regularOnly = false, const Replaceable& replaceable = nullptr);
+  // Creates the partial file for path, an output of a command that reads
+  // inputs; false with the reason, naming what failed, in *error. What
+  // no output may be (vantrel::RefusedOutput) is refused, and with
+  // regularOnly so is a target that is not a regular file.
+  bool Open(const std::string& path, const std::vector<std::string>& inputs,
+            std::string* error, bool regularOnly = false,
+            const Replaceable& replaceable = nullptr);
   std::ofstream& Stream() { return file_; }
   // The partial file being written.
   const std::string& PartialPath() const { return partial_; }

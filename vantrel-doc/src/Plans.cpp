@@ -32,7 +32,8 @@ bool Write(const doc::Plan& plan, PlanFormat format, const std::string& title,
 }  // namespace
 
 int WritePlan(const doc::Plan& plan, PlanFormat format,
-              const std::string& output, const std::string& title,
+              const std::string& output, const std::vector<std::string>& inputs,
+              const std::string& title,
               std::ostream& out, std::ostream& err,
               const doc::Refusal* refusal) {
   std::string error;
@@ -43,7 +44,7 @@ int WritePlan(const doc::Plan& plan, PlanFormat format,
     return 2;
   }
   Output written;
-  if (written.Open(output, &error)) {
+  if (written.Open(output, inputs, &error)) {
     std::ofstream& file = written.Stream();
     const bool whole = Write(plan, format, title, file, &error, refusal);
     file.flush();

@@ -133,7 +133,7 @@ int DocReport(const std::string& file, const std::string& output,
     return 2;
   }
   Output page;
-  if (!page.Open(output, &error) || !(page.Stream() << html) ||
+  if (!page.Open(output, {file}, &error) || !(page.Stream() << html) ||
       !page.Commit(&error)) {
     err << "vantrel-doc: cannot write " << doc::ShownOutput(output) << ": "
         << error << "\n";
