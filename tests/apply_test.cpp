@@ -627,6 +627,22 @@ TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
   sqlite3_close(db);
   EXPECT_EQ(Wait(apply), 0);
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
+  // A writer holding its exclusive lock past the wait: the dry run gives
+  // up after the time it says, not after a wait per lock it tried.
+  ASSERT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN EXCLUSIVE; UPDATE host SET name = 'x'",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  const auto start = std::chrono::steady_clock::now();
+  const RunResult locked = Doc({"apply", "--dry-run", wanted, store});
+  const auto waited = std::chrono::steady_clock::now() - start;
+  sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  EXPECT_EQ(locked.status, 2);
+  EXPECT_NE(locked.err.find("(another process writes it; gave up after 5 s)"),
+            std::string::npos)
+      << locked.err;
+  EXPECT_LT(waited, std::chrono::seconds(8));
 }
 
 // A store renamed over while an apply writes it: the change went to a

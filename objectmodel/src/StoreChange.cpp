@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <cstring>
 #include <set>
@@ -206,6 +207,21 @@ class Statements {
   std::unordered_map<std::uint64_t, sqlite3_stmt*> statements_;
 };
 
+// How long a change waits for a writer at work before it begins.
+constexpr int kWaitMs = 5000;
+
+// SQLite's own timeout counts each lock it waits for afresh, and a
+// snapshot of a store with a writer at work may wait for more than one:
+// the wait for the transaction's start is bounded as a whole, as its
+// message tells it.
+int WaitUntil(void* deadline, int) {
+  if (std::chrono::steady_clock::now() >=
+      *static_cast<std::chrono::steady_clock::time_point*>(deadline))
+    return 0;
+  sqlite3_sleep(10);
+  return 1;
+}
+
 }  // namespace
 
 KivStoreChange::KivStoreChange(sqlite3* db, std::string path)
@@ -247,23 +263,31 @@ std::unique_ptr<KivStoreChange> KivStoreChange::Begin(const std::string& path,
   }
   interruptible.store(db);
   // A writer at work is waited for, a bounded time.
-  sqlite3_busy_timeout(db, 5000);
+  std::chrono::steady_clock::time_point deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+  sqlite3_busy_handler(db, WaitUntil, &deadline);
   // The change and the exports that bracket it read and write most pages of
   // a large store: a cache to hold them spares reading them again, and
   // writing them out to make room before the commit.
   sqlite3_exec(db, "PRAGMA cache_size = -65536", nullptr, nullptr, nullptr);
   // A snapshot's read transaction begins with its first read, which holds
   // the store's state until the end.
-  if (sqlite3_exec(db,
-                   snapshot ? "BEGIN; SELECT count(*) FROM sqlite_schema"
-                            : "BEGIN IMMEDIATE",
-                   nullptr, nullptr, nullptr) != SQLITE_OK) {
+  const int begun = sqlite3_exec(
+      db, snapshot ? "BEGIN; SELECT count(*) FROM sqlite_schema" : "BEGIN IMMEDIATE",
+      nullptr, nullptr, nullptr);
+  const bool busy = sqlite3_errcode(db) == SQLITE_BUSY;
+  *error = sqlite3_errmsg(db);
+  // Later waits (the commit's, for readers to finish) each have their own
+  // bound: the deadline above ends with this function.
+  sqlite3_busy_timeout(db, kWaitMs);
+  if (begun != SQLITE_OK) {
     *refusal = Refusal::kLock;
-    *error = sqlite3_errmsg(db);
-    if (sqlite3_errcode(db) == SQLITE_BUSY)
-      *error += " (another process writes it; gave up after 5 s)";
+    if (busy)
+      *error += " (another process writes it; gave up after " +
+                std::to_string(kWaitMs / 1000) + " s)";
     return nullptr;
   }
+  error->clear();
   change->open_ = true;
   // The path must name the file the connection writes, from the lock taken
   // to the commit.
