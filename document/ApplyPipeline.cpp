@@ -164,7 +164,7 @@ bool Readable(const std::string& file, Temporary& input, std::string* path,
     *path = input.path;
     return true;
   }
-  *error = std::string("cannot read <stdin>: ") +
+  *error = std::string("cannot read standard input: ") +
            (errno == EFBIG ? "larger than any document" : std::strerror(errno));
   return false;
 }
@@ -234,7 +234,7 @@ struct Run {
   ApplyLog log;
   std::string shownBase = request.shownBase;
   // The documents: standard input copied to be read twice, a part made.
-  Temporary input, part, snapshot;
+  Temporary input, baseInput, part, snapshot;
   std::string document = request.document;
   Wants wants;
   PlanDocument wanted;
@@ -278,7 +278,8 @@ Stop MakePart(Run& run) {
   const std::string& shown = run.request.shownFile;
   {
     PlanDocument checked;
-    const int read = ReadForPlan(run.document, checked, run.err);
+    const int read = ReadForPlan(run.document, checked, run.err, nullptr,
+                                 run.request.shownFile);
     if (read == 2) return {2, "cannot read " + shown};
     if (read == 1) return {1, shown + " is refused by check"};
   }
@@ -317,7 +318,10 @@ void ReadWanted(Run& run) {
   if (::stat(run.document.c_str(), &size) == 0)
     run.wants.exported.reserve(static_cast<std::size_t>(size.st_size));
   Gatherer gatherer(run.wants);
-  run.read = ReadForPlan(run.document, run.wanted, run.readErr, &gatherer);
+  // A part's lines are its own: it is named as the part of the document.
+  run.read = ReadForPlan(run.document, run.wanted, run.readErr, &gatherer,
+                         run.options.only.empty() ? run.request.shownFile
+                                                  : run.request.shownDocument);
 }
 
 // Reads the base, opens the store (a snapshot for a dry run, else its
@@ -412,7 +416,8 @@ Stop FindFacts(Run& run) {
     // What changed since the base, in the plan's words, briefly.
     PlanDocument based;
     std::ostringstream unused, changes;
-    if (ReadForPlan(run.options.base, based, unused) == 0) {
+    if (ReadForPlan(run.options.base, based, unused, nullptr, run.shownBase) ==
+        0) {
       changes << "vantrel-doc: since " << run.shownBase << ", " << f.store
               << " changed:\n";
       WritePlanText(MakePlan(based, run.current), changes, 18);
@@ -538,9 +543,18 @@ Stop Prepare(Run& run) {
           &error))
     return {2, "cannot write " + vantrel::Escaped(run.options.log) + ": " +
                    error};
+  if (run.document == "-" && run.options.base == "-")
+    return {2,
+            "standard input is the document or the base, not both: "
+            "name one of them as a file"};
   if (run.document == "-" &&
       !Readable(run.document, run.input, &run.document, &error))
     return {2, error};
+  if (run.options.base == "-") {
+    if (!Readable(run.options.base, run.baseInput, &run.options.base, &error))
+      return {2, error};
+    run.shownBase = "the base on standard input";
+  }
   if (!run.options.only.empty()) {
     const Stop part = MakePart(run);
     if (part.status) return part;

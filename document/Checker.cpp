@@ -18,7 +18,7 @@ std::string Shown(const std::string& file) {
 }
 
 std::string ShownOutput(const std::string& file) {
-  return file == "-" ? "<stdout>" : vantrel::Escaped(file);
+  return file == "-" ? "standard output" : vantrel::Escaped(file);
 }
 
 namespace {
@@ -35,13 +35,17 @@ std::size_t FileSize(const std::string& file) {
 
 Checker::Checker(const std::string& file, std::ostream& err, Visitor* next,
                  bool identifiers)
-    : file_(file), err_(err), next_(next), identifiers_(identifiers) {}
+    : file_(file),
+      shown_(Shown(file)),
+      err_(err),
+      next_(next),
+      identifiers_(identifiers) {}
 
 void Checker::Problem(std::size_t n, const std::string& what) {
   if (problems_ >= kMaxProblems) return;
-  err_ << Shown(file_) << ":" << n << ": " << what << "\n";
+  err_ << shown_ << ":" << n << ": " << what << "\n";
   if (++problems_ == kMaxProblems)
-    err_ << Shown(file_) << ": " << kMaxProblems
+    err_ << shown_ << ": " << kMaxProblems
          << " problems: not a document the exporter writes; stopped\n";
 }
 
@@ -91,7 +95,7 @@ bool Checker::Run() {
   }
   walked_ = Walk(file_, *this);
   if (!walked_.opened) {
-    err_ << "vantrel-doc: " << Shown(file_) << ": "
+    err_ << "vantrel-doc: " << shown_ << ": "
          << (walked_.temporary
                  ? "cannot be copied to the temporary directory " +
                        vantrel::Escaped(vantrel::TemporaryDirectory()) + ": "
@@ -158,12 +162,13 @@ void Checker::CheckIdentifiers() {
 }
 
 int ReadForPlan(const std::string& file, PlanDocument& plan, std::ostream& err,
-                Visitor* visitor) {
+                Visitor* visitor, const std::string& shown) {
   struct stat st {};
   if (::stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode))
     plan.Reserve(static_cast<std::size_t>(st.st_size));
   Both both(plan, *(visitor ? visitor : &plan));
   Checker checker(file, err, visitor ? static_cast<Visitor*>(&both) : &plan);
+  if (!shown.empty()) checker.ShowAs(shown);
   if (!checker.Run()) return 2;
   if (checker.Problems()) return 1;
   plan.Finish();

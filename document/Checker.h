@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <string_view>
 #include <vector>
 
@@ -37,6 +38,9 @@ class Checker : public Visitor {
   void Other(const Line& line, std::size_t n) override;
   void Problem(std::size_t n, const std::string& what) override;
   void Restart() override;
+  // Names the file shown in messages: a copy or a part of a document is
+  // named as the user named the document.
+  void ShowAs(std::string shown) { shown_ = std::move(shown); }
   bool Stopped() const override { return problems_ >= kMaxProblems; }
 
   // Walks the file; false after reporting why it cannot be read. Then
@@ -58,6 +62,7 @@ class Checker : public Visitor {
   };
   void CheckIdentifiers();
   std::string file_;
+  std::string shown_;  // file_ as messages name it
   std::ostream& err_;
   Visitor* next_;
   bool identifiers_;
@@ -71,9 +76,10 @@ class Checker : public Visitor {
 
 // Reads and checks file into plan, through visitor too when given; 0, or
 // the exit status of the failure after reporting its problems: 1 for a
-// document check refuses, 2 for one that cannot be read.
+// document check refuses, 2 for one that cannot be read. Messages name the
+// file shown, when given, else the file.
 class PlanDocument;
 int ReadForPlan(const std::string& file, PlanDocument& plan, std::ostream& err,
-                Visitor* visitor = nullptr);
+                Visitor* visitor = nullptr, const std::string& shown = "");
 
 }  // namespace doc

@@ -266,6 +266,11 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                            {full,
                             "INSERT INTO host VALUES (x'0A09', 'gamma', "
                             "'', '');"})));
+  // Two objects of one identifier.
+  const std::string clash = OutputPath("apply-clash.xml");
+  std::string clashing = ReadFile(wanted);
+  clashing.replace(clashing.find("x0A02"), 5, "x0A01");
+  WriteFile(clash, clashing);
   const std::string directory = OutputPath(""), missing = OutputPath("no.xml");
   std::remove(missing.c_str());
   // A FIFO that no one writes: refused, not waited on.
@@ -305,7 +310,7 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                             "x'0A02';"})));
   const struct {
     const char* name;
-    std::vector<std::string> args;
+    std::vector<std::string> args;  // "<FILE" first: standard input reads FILE
     std::string store;
     int status;
     std::string err;  // the last line
@@ -392,6 +397,27 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        2,
        "vantrel-doc: cannot write /dev/full: No space left on device; " +
            store + " was not changed\n"},
+      {"a stale base on standard input",
+       {"<" + stale, "apply", "--base", "-", wanted, store},
+       store,
+       3,
+       "vantrel-doc: " + store +
+           " no longer exports the base on standard input: it was changed "
+           "since; " +
+           store + " was not changed\n"},
+      {"the document and the base both on standard input",
+       {"<" + wanted, "apply", "--base", "-", "-", store},
+       store,
+       2,
+       "vantrel-doc: standard input is the document or the base, not both: "
+       "name one of them as a file; " +
+           store + " was not changed\n"},
+      {"a clash in a document on standard input, named as given",
+       {"<" + clash, "apply", "-", store},
+       store,
+       1,
+       "vantrel-doc: <stdin> is refused by check; " + store +
+           " was not changed\n"},
       {"a base that is a device",
        {"apply", "--base", "/dev/zero", wanted, store},
        store,
@@ -480,12 +506,18 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string bytes = ReadFile(c.store);
-    const RunResult run = Doc(c.args);
+    const RunResult run =
+        c.args[0][0] != '<'
+            ? Doc(c.args)
+            : binaries::DocFrom(c.args[0].substr(1),
+                                {c.args.begin() + 1, c.args.end()});
     EXPECT_EQ(run.status, c.status) << run.err;
     EXPECT_EQ(run.err.substr(run.err.empty()
                                  ? 0
                                  : run.err.rfind('\n', run.err.size() - 2) + 1),
               c.err);
+    // A copy of standard input is named as the user named it.
+    EXPECT_EQ(run.err.find("/proc/self/fd"), std::string::npos) << run.err;
     EXPECT_TRUE(ReadFile(c.store) == bytes);
   }
   // A stale base: what changed in the store since, in the plan's words.

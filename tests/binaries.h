@@ -16,6 +16,14 @@ inline test_support::RunResult Doc(const std::vector<std::string>& args) {
                            {{"KIV_ADMIN_STORE", std::nullopt}});
 }
 
+// Runs vantrel-doc with args, its standard input read from the file input.
+inline test_support::RunResult DocFrom(const std::string& input,
+                                       std::vector<std::string> args) {
+  args.insert(args.begin(), {"-c", "f=$1; shift; exec \"$0\" \"$@\" <\"$f\"",
+                             VANTREL_DOC_BINARY, input});
+  return test_support::Run("/bin/sh", args, {{"KIV_ADMIN_STORE", std::nullopt}});
+}
+
 // Exports store ("" for the demonstration) to file with the built exporter,
 // which must succeed; returns the document.
 inline std::string Export(const std::string& store, const std::string& file) {

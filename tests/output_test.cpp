@@ -333,7 +333,7 @@ TEST_F(Targets, StandardOutputForEveryInput) {
         {});
     EXPECT_EQ(full.status, 2) << command;
     EXPECT_EQ(full.err,
-              "vantrel-doc: cannot write <stdout>: No space left on device\n");
+              "vantrel-doc: cannot write standard output: No space left on device\n");
   }
 }
 
@@ -357,7 +357,7 @@ TEST_F(Targets, ATemporaryDirectoryThatCannotBeWrittenIsNamed) {
                          {"KIV_ADMIN_STORE", std::nullopt}});
   EXPECT_EQ(run.status, 2);
   EXPECT_EQ(run.err,
-            "vantrel-doc: cannot write <stdout>: cannot create a "
+            "vantrel-doc: cannot write standard output: cannot create a "
             "file in the temporary directory " +
                 OutputPath("no/such/tmp") + ": No such file or directory\n");
   // Standard input is copied there to be read twice.

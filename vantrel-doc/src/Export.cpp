@@ -41,8 +41,9 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
               std::ostream& out, std::ostream& err) {
   const auto failed = [&](const std::string& why) {
     err << "vantrel-doc: cannot export " << doc::Shown(store) << " to "
-        << doc::Shown(file) << ": " << why << "; " << doc::Shown(file)
-        << " is as it was\n";
+        << doc::ShownOutput(file) << ": " << why;
+    if (file != "-") err << "; " << doc::Shown(file) << " is as it was";
+    err << "\n";
     return 2;
   };
   ::setenv("KIV_ADMIN_STORE", store.c_str(), 1);
@@ -51,7 +52,8 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
 
   // The new archive is a file of its own beside the old one, which it
   // replaces only once it is whole, checked and on the disk.
-  if (file == "-") return failed("an archive is a file");
+  if (file == "-")
+    return failed("an archive is a file, which standard output is not");
   Output archive;
   std::string error;
   // An archive is a file, and only an archive (or an empty file) is
@@ -76,6 +78,8 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
 
   std::ostringstream problems;
   doc::Checker checker(archive.PartialPath(), problems);
+  // Its problems are on the lines of the new archive, not of the old one.
+  checker.ShowAs("the new " + doc::Shown(file));
   if (!checker.Run() || checker.Problems()) {
     err << problems.str();
     return failed("the new document is not whole");
