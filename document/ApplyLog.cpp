@@ -152,6 +152,19 @@ bool ApplyLog::Failed(const std::string& why, bool refused,
                 error);
 }
 
+bool ApplyLog::Reserve(std::size_t size, std::string* error) {
+  struct stat st {};
+  if (path_.empty() || fd_ < 0) return true;
+  if (::fstat(fd_, &st) == 0 &&
+      ::fallocate(fd_, FALLOC_FL_KEEP_SIZE, st.st_size,
+                  static_cast<off_t>(size)) == 0)
+    return true;
+  // A file system that cannot reserve is written as it comes.
+  if (errno == EOPNOTSUPP || errno == ENOSYS) return true;
+  *error = std::strerror(errno);
+  return false;
+}
+
 bool ApplyLog::Append(const std::string& line, std::string* error) {
   if (path_.empty() || fd_ < 0) return true;
   // One write: lines of applies run at once never interleave. A partial

@@ -36,6 +36,11 @@ class ApplyLog {
   // it allocates nothing, so that it may follow a commit. False with
   // *error; nothing is written to a log that is not open.
   bool Append(const std::string& line, std::string* error);
+  // Makes sure the disk holds room for size more bytes of the log, where
+  // the file system can say so, so that a full disk refuses the apply
+  // before its commit rather than losing its record after; false with
+  // *error.
+  bool Reserve(std::size_t size, std::string* error);
   // Appends the line of an apply that failed, or that a guard refused
   // (refused), with why: nothing changed. False with *error.
   bool Failed(const std::string& why, bool refused, std::string* error);

@@ -483,6 +483,10 @@ Stop Commit(Run& run) {
           << run.plan.reordered.size() << " lists put in order, "
           << done.relinked << " link lists rewritten\n";
   std::string summary = counted.str(), error;
+  // The line ended by a crash's partial one, and the end of this one.
+  if (!run.log.Reserve(run.logLine.size() + 2, &error))
+    return {2, "cannot write " + vantrel::Escaped(run.options.log) + ": " +
+                   error};
   if (!run.say.Carried(run.plan, &run.saidPlan, &summary, &error))
     return {2, error};
   const std::string said = std::move(run.saidPlan) + summary;

@@ -11,7 +11,9 @@
 //            character devices
 //   Stdout   "-" for every input, read in the exporter's layout or as XML,
 //            and a standard output that cannot be written
-//   Limits   a file-size limit removes the partial file; a temporary
+//   Limits   every output on a full disk tells the errno, leaves nothing
+//            and changes no store; a file-size limit removes the partial
+//            file; a temporary
 //            directory that cannot be written is named, not the store
 #include <fcntl.h>
 #include <signal.h>
@@ -335,6 +337,53 @@ TEST_F(Targets, StandardOutputForEveryInput) {
     EXPECT_EQ(full.err,
               "vantrel-doc: cannot write standard output: No space left on device\n");
   }
+}
+
+// Every output on a full disk (a small file system of its own, in a mount
+// namespace of the test's, where the machine allows one): the errno is
+// told, nothing is left there, and the store is as it was.
+TEST_F(Targets, AFullDiskIsToldAndLosesNothing) {
+  const std::string full = OutputPath("full"), at = full + "/out";
+  ::mkdir(full.c_str(), 0755);
+  std::string changed = ReadFile(demo);
+  changed.replace(changed.find("Name=\"ares\""), 11, "Name=\"zeus\"");
+  const std::string changedFile = OutputPath("targets-full.xml");
+  WriteFile(changedFile, changed);
+  const std::string storeBytes = ReadFile(store);
+  const std::vector<std::vector<std::string>> outputs = {
+      {"export", store, at},
+      {"xml", demo, at},
+      {"json", demo, at},
+      {"report", demo, at},
+      {"diff", "-o", at, demo, changedFile},
+      {"apply", "--dry-run", "-o", at, changedFile, store},
+      {"apply", "--format", "json", "-o", at, changedFile, store},
+      {"apply", "--log", at, changedFile, store},
+  };
+  for (const std::vector<std::string>& o : outputs) {
+    SCOPED_TRACE(o[0] + " " + o[1]);
+    std::vector<std::string> args = {
+        "-rm", "/bin/sh", "-c",
+        "mount -t tmpfs -o size=64k none \"$0\" || exit 99\n"
+        "dd if=/dev/zero of=\"$0\"/filler bs=1k count=64 2>/dev/null\n"
+        "\"$@\" >/dev/null; rc=$?\n"
+        "ls -A \"$0\"; find \"$0\" -name out -size +0 >&2; exit $rc",
+        full, VANTREL_DOC_BINARY};
+    args.insert(args.end(), o.begin(), o.end());
+    const RunResult run =
+        test_support::Run("/usr/bin/unshare", args, {{"KIV_ADMIN_STORE", std::nullopt}});
+    if (run.status == 99 || run.status == 1)
+      GTEST_SKIP() << "no file system of the test's own here: " << run.err;
+    EXPECT_EQ(run.status, 2) << run.err;
+    EXPECT_NE(run.err.find(": No space left on device"), std::string::npos)
+        << run.err;
+    // A log is made before the apply, and stays, empty: another apply may
+    // wait on it already.
+    EXPECT_EQ(run.out, o[1] == "--log" ? "filler\nout\n" : "filler\n");
+    EXPECT_TRUE(ReadFile(store) == storeBytes);
+  }
+  std::remove(changedFile.c_str());
+  ::rmdir(full.c_str());
 }
 
 TEST_F(Targets, AFileSizeLimitRemovesThePartialFile) {

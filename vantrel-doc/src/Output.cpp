@@ -154,10 +154,13 @@ bool Output::Rewind(std::string* error) {
 }
 
 bool Output::Commit(std::string* error) {
+  // A stream that failed already holds the errno of its failing write (a
+  // failed stream makes no more calls); one that fails now, its last.
+  const int failed = file_.fail() ? errno : 0;
   errno = 0;
   file_.close();
   if (file_.fail()) {
-    *error = Reason(errno);
+    *error = Reason(failed ? failed : errno);
     return false;
   }
   const bool done = direct_ >= 0 ? CommitSpool(error) : CommitFile(error);

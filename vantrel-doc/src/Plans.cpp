@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <ostream>
 
 #include "Checker.h"
@@ -48,7 +50,7 @@ int WritePlan(const doc::Plan& plan, PlanFormat format,
     std::ofstream& file = written.Stream();
     const bool whole = Write(plan, format, title, file, &error, refusal);
     file.flush();
-    if (whole && file.fail()) error = "the write failed";
+    if (whole && file.fail()) error = std::strerror(errno ? errno : EIO);
     if (whole && !file.fail() && written.Commit(&error)) return 0;
   }
   err << "vantrel-doc: cannot write " << doc::ShownOutput(output) << ": "

@@ -133,8 +133,12 @@ int DocReport(const std::string& file, const std::string& output,
     return 2;
   }
   Output page;
-  if (!page.Open(output, {file}, &error) || !(page.Stream() << html) ||
-      !page.Commit(&error)) {
+  bool written = page.Open(output, {file}, &error);
+  if (written) {
+    page.Stream() << html;  // a write that fails is told by the commit
+    written = page.Commit(&error);
+  }
+  if (!written) {
     err << "vantrel-doc: cannot write " << doc::ShownOutput(output) << ": "
         << error << "\n";
     return 2;
