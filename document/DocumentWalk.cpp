@@ -548,7 +548,9 @@ class XmlWalk {
   }
 
   // Reads the attributes of the element of kind into values_ and line_'s
-  // present bits; false after telling each problem.
+  // present bits, telling each problem. A value the exporter never writes
+  // is left out; false when the element has no place: an attribute its
+  // kind has not, one it lacks, or an identifier that is not one.
   bool ReadAttributes(std::size_t n, Kind kind) {
     const Layout& layout = LayoutOf(kind);
     values_.assign(layout.attributes.size(), std::string());
@@ -562,7 +564,16 @@ class XmlWalk {
         valid = false;
         continue;
       }
-      valid = Value(n, layout, i, attribute) && valid;
+      // A value the exporter never writes is told and left out, and the
+      // element stays in its place: its children and the references to it
+      // are not told as problems of their own. Without its identifier it
+      // has no place.
+      if (!Value(n, layout, i, attribute)) {
+        values_[static_cast<std::size_t>(i)].clear();
+        if (layout.attributes[static_cast<std::size_t>(i)].field ==
+            Field::kOid)
+          valid = false;
+      }
     }
     xmlTextReaderMoveToElement(reader_);
     for (std::size_t i = 0; i < layout.attributes.size(); ++i)

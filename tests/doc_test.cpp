@@ -317,6 +317,14 @@ TEST(Check, AReadingRestartedAsXmlForgetsWhatWasRead) {
   const Outcome o = Doc(vdoc::DocCheck, file);
   EXPECT_EQ(o.rc, 0) << o.err;
   EXPECT_EQ(o.err, "");
+  // A line break that XML decodes in a parent's value is its one problem:
+  // the parent keeps its place, and its children theirs.
+  WriteFile(file, Changed("Name=\"P&amp;ONE\"", "Name=\"P&#10;ONE\"", text));
+  const Outcome broken = Doc(vdoc::DocCheck, file);
+  EXPECT_EQ(broken.rc, 1);
+  EXPECT_EQ(broken.err,
+            file + ":4: PROJECT Name holds a line break, which no store value "
+                   "holds\n");
 }
 
 // Problems are told in the order of their lines, the first hundred, then
