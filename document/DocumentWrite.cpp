@@ -85,7 +85,7 @@ std::size_t IllFormedAt(std::string_view text) {
 }
 
 bool WriteLine(const Line& line, bool escaped, std::string& out,
-               std::string* problem) {
+               std::string* problem, bool shown) {
   switch (line.type) {
     case Line::kDeclaration:
       out += kDeclarationLine;
@@ -142,9 +142,14 @@ bool WriteLine(const Line& line, bool escaped, std::string& out,
     out += a.name;
     out += "=\"";
     std::size_t at = 0;
+    const std::size_t start = out.size();
     if (!escaped || a.field != Field::kText) {
       out += line.values[i];
-    } else if (!EscapeValue(line.values[i], out, &at)) {
+    } else if (EscapeValue(line.values[i], out, &at)) {
+    } else if (shown) {
+      out.resize(start);
+      EscapeValue(vantrel::Escaped(line.values[i]), out, &at);
+    } else {
       *problem = std::string(layout.name) + " " + a.name + " holds " +
                  Character(line.values[i], at) + ", which XML 1.0 cannot carry";
       return false;

@@ -17,9 +17,11 @@ extern const char kTwinMark[];
 // Appends line, as the exporter writes it, to out. With escaped, values are
 // written as XML escapes them (the well-formed twin): false, leaving out
 // unspecified and naming the attribute in *problem, for a value that XML 1.0
-// cannot carry (a control character, a byte that is not UTF-8).
+// cannot carry (a control character, a byte that is not UTF-8). With
+// shown as well, such a value is written as messages show it, its bytes
+// as \xNN (a view of the document, such as its report, not a copy).
 bool WriteLine(const Line& line, bool escaped, std::string& out,
-               std::string* problem);
+               std::string* problem, bool shown = false);
 
 // The first character of text that keeps it out of a well-formed XML
 // attribute value as written unescaped ('&', '<', '"', a control character

@@ -435,6 +435,16 @@ TEST_F(Targets, ANameThatIsNotUtf8IsEscaped) {
   EXPECT_EQ(check.status, 1);
   EXPECT_NE(check.err.find("caf\\xE9.xml:"), std::string::npos) << check.err;
   EXPECT_EQ(check.err.find('\xE9'), std::string::npos);
+  // Values XML cannot carry, which the exporter writes as a store holds
+  // them: the report shows them as messages do.
+  std::string odd = ReadFile(demo);
+  odd.replace(odd.find("Name=\"ares\""), 11, "Name=\"a\x01r\xFF\"");
+  WriteFile(latin, odd);
+  const std::string page = OutputPath("targets-odd.html");
+  const RunResult report = Doc({"report", latin, page});
+  EXPECT_EQ(report.status, 0) << report.err;
+  EXPECT_NE(ReadFile(page).find("a\\x01r\\xFF"), std::string::npos);
+  std::remove(page.c_str());
   std::remove(latin.c_str());
 }
 

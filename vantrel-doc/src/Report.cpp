@@ -111,10 +111,14 @@ int DocReport(const std::string& file, const std::string& output,
   // The report is made from the well-formed twin, so that any document the
   // exporter writes has one, in memory as the page is.
   std::ostringstream twin;
-  TwinWriter writer(twin, [&](std::string*) {
-    twin.str("");
-    return true;
-  });
+  // A value XML cannot carry is shown as messages show it.
+  TwinWriter writer(
+      twin,
+      [&](std::string*) {
+        twin.str("");
+        return true;
+      },
+      true);
   PictureData data;
   doc::Both both(writer, data);
   doc::Checker checker(file, err, &both);

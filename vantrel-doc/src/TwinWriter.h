@@ -14,9 +14,11 @@ namespace vdoc {
 class TwinWriter : public ReportingWriter {
  public:
   // Writes to stream; rewind empties what was written, for a walk that
-  // starts again (false with the reason in its argument).
-  TwinWriter(std::ostream& stream, std::function<bool(std::string*)> rewind)
-      : stream_(stream), rewind_(std::move(rewind)) {}
+  // starts again (false with the reason in its argument). With shown, a
+  // value XML cannot carry is written as messages show it: for a view.
+  TwinWriter(std::ostream& stream, std::function<bool(std::string*)> rewind,
+             bool shown = false)
+      : stream_(stream), rewind_(std::move(rewind)), shown_(shown) {}
   void Element(const doc::Line& line, std::size_t n,
                const doc::Place&) override {
     Write(line, n);
@@ -31,13 +33,14 @@ class TwinWriter : public ReportingWriter {
   void Write(const doc::Line& line, std::size_t n) {
     text_.clear();
     std::string problem;
-    if (!doc::WriteLine(line, true, text_, &problem))
+    if (!doc::WriteLine(line, true, text_, &problem, shown_))
       return checker_->Problem(n, problem);
     text_ += '\n';
     stream_ << text_;
   }
   std::ostream& stream_;
   std::function<bool(std::string*)> rewind_;
+  bool shown_;
   std::string text_;
 };
 
