@@ -453,10 +453,19 @@ void SayPlan(Run& run) {
 }
 
 // Writes the rows the plan touches, in the transaction until the commit.
+// Why a change to a store that was renamed over stops: SQLite's own words
+// for it ("attempt to write a readonly database") name no cause.
+Stop ReplacedStore(const Run& run) {
+  return {2, run.request.shownStore +
+                 " was replaced by another file during the apply: the "
+                 "change went to a file that no longer has the name"};
+}
+
 Stop Change(Run& run) {
   std::string error;
   if (run.change->Apply(run.wants.content, run.wants.touched, &error))
     return kGoOn;
+  if (run.change->Replaced()) return ReplacedStore(run);
   return {2, "cannot write " + run.request.shownStore + ": " + error};
 }
 
@@ -493,12 +502,12 @@ Stop Commit(Run& run) {
   const vantrel::HeldSignals held;
   if (Interruption::Caught())
     return {2, "interrupted by signal " + std::to_string(caught)};
-  if (run.change->Replaced())
-    return {2, run.request.shownStore +
-                   " was replaced by another file during the apply: the "
-                   "change went to a file that no longer has the name"};
+  if (run.change->Replaced()) return ReplacedStore(run);
   if (!run.change->Commit(&error))
-    return {2, "cannot commit to " + run.request.shownStore + ": " + error};
+    return run.change->Replaced()
+               ? ReplacedStore(run)
+               : Stop{2, "cannot commit to " + run.request.shownStore + ": " +
+                             error};
   run.out << said << std::flush;
   return kGoOn;
 }

@@ -680,24 +680,51 @@ TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
 // A store renamed over while an apply writes it: the change went to a
 // file without the name, which is said; the file at the name stays.
 TEST(Guarded, AStoreReplacedDuringTheApplyIsNotClaimed) {
-  const std::string store = Store("apply-replaced", {Projects(30000, "p")});
-  const std::string other = Store("apply-other", {Projects(10, "other")});
   const std::string wanted = OutputPath("apply-replaced.xml");
   WriteFile(wanted, Exported(Store("apply-replaced-want",
                                    {Projects(20000, "renamed")})));
-  const std::string kept = ReadFile(other);
   const std::string log = OutputPath("apply-replaced.log");
-  std::remove(log.c_str());
-  const pid_t apply = Start({"apply", "--log", log, wanted, store});
-  const std::string journal = store + "-journal";
-  for (int i = 0; i < 20000 && !test_support::FileExists(journal); ++i)
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
-  ASSERT_EQ(std::rename(other.c_str(), store.c_str()), 0);
-  EXPECT_EQ(Wait(apply), 2);
-  EXPECT_TRUE(ReadFile(store) == kept);
-  // The record follows the commit: a refused commit is logged as such.
-  EXPECT_EQ(ReadFile(log).find("\"outcome\":\"applied\""), std::string::npos);
-  EXPECT_NE(ReadFile(log).find("\"outcome\":\"failed\""), std::string::npos);
+  // Renamed over once the apply holds its lock and before it writes, or
+  // once it writes: either step says so.
+  const struct {
+    const char* when;
+    std::function<bool(const std::string& store)> reached;
+  } moments[] = {
+      {"locked, not yet written",
+       [](const std::string& store) {
+         sqlite3* db = nullptr;
+         sqlite3_open(store.c_str(), &db);
+         const bool locked = sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr,
+                                          nullptr, nullptr) == SQLITE_BUSY;
+         sqlite3_close(db);
+         return locked;
+       }},
+      {"writing",
+       [](const std::string& store) {
+         return test_support::FileExists(store + "-journal");
+       }},
+  };
+  for (const auto& m : moments) {
+    SCOPED_TRACE(m.when);
+    const std::string store = Store("apply-replaced", {Projects(30000, "p")});
+    const std::string other = Store("apply-other", {Projects(10, "other")});
+    const std::string kept = ReadFile(other);
+    std::remove(log.c_str());
+    const pid_t apply = Start({"apply", "--log", log, wanted, store});
+    for (int i = 0; i < 20000 && !m.reached(store); ++i)
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    ASSERT_EQ(std::rename(other.c_str(), store.c_str()), 0);
+    EXPECT_EQ(Wait(apply), 2);
+    EXPECT_TRUE(ReadFile(store) == kept);
+    // The record follows the commit: a refused commit is logged as such,
+    // and names the store renamed over, whichever step met it.
+    const std::string logged = ReadFile(log);
+    EXPECT_EQ(logged.find("\"outcome\":\"applied\""), std::string::npos);
+    EXPECT_NE(logged.find("\"outcome\":\"failed\""), std::string::npos);
+    EXPECT_NE(logged.find(" was replaced by another file during the apply"),
+              std::string::npos)
+        << logged;
+  }
 }
 
 // A store renamed over while an apply waits for its lock: the file opened
