@@ -296,9 +296,9 @@ Stop MakePart(Run& run) {
       return {2, run.request.shownStore + " cannot be exported"};
   }
   std::string wanted;
-  if (!PromotePart(run.snapshot.path, run.document, run.options.only, &wanted,
-                   &run.facts.missing, &error))
-    return run.facts.missing.empty() ? Stop{1, vantrel::Escaped(error)} : kGoOn;
+  if (!PromotePart(run.snapshot.path, run.document, shown, run.options.only,
+                   &wanted, &run.facts.missing, &error))
+    return run.facts.missing.empty() ? Stop{1, error} : kGoOn;
   if (run.part.fd < 0 || ::write(run.part.fd, wanted.data(), wanted.size()) !=
                              static_cast<ssize_t>(wanted.size()))
     return {2, std::string("cannot make a file in memory: ") +

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
+#include <iterator>
+#include <list>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "DocumentWalk.h"
 #include "DocumentWrite.h"
+#include "Escape.h"
 
 namespace doc {
 namespace {
@@ -15,18 +17,21 @@ namespace {
 // An object of a document with its line as the exporter writes it, the
 // identifiers it names, and for a top-level element its children and end
 // tag. The server wrapper is a top-level node without an identifier.
+// Lists are linked, so that an object is taken out of one and put into
+// another at a known place in constant time.
 struct Node {
   Kind kind;
   std::string oid, line, end;
   std::vector<std::string> names;
-  std::vector<Node> children;
+  std::list<Node> children;
 };
+using List = std::list<Node>;
 
 // A document as nodes: the lines before and after them, and the top-level
 // nodes in order.
 struct Model {
   std::string head, tail;
-  std::vector<Node> top;
+  List top;
 };
 
 // Builds the model of a document as it is walked.
@@ -34,7 +39,7 @@ class Modeller : public Visitor {
  public:
   explicit Modeller(Model& model) : model_(model) {}
   void Element(const Line& line, std::size_t, const Place&) override {
-    Node node{line.kind, "", Text(line), "", {}, {}};
+    Node node{line.kind, "", Text(line), "", {}, List()};
     const Layout& layout = LayoutOf(line.kind);
     for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
       if (!line.Has(static_cast<int>(i))) continue;
@@ -74,143 +79,156 @@ class Modeller : public Visitor {
   std::string problem_;
 };
 
-bool Read(const std::string& file, Model& model, std::string* error) {
+// Reads file, named shown in messages, into model; false with *error.
+bool Read(const std::string& file, const std::string& shown, Model& model,
+          std::string* error) {
   Modeller modeller(model);
   const Walked walked = Walk(file, modeller);
   if (!walked.opened) {
-    *error = file + ": " + std::strerror(walked.error);
+    *error = shown + ": " + std::strerror(walked.error);
     return false;
   }
   if (!modeller.FirstProblem().empty()) {
-    *error = file + ": " + modeller.FirstProblem();
+    *error = shown + ": " + modeller.FirstProblem();
     return false;
   }
   return true;
 }
 
-// Where an object stands: its top-level node, and its place among that
-// node's children (npos for the top-level node itself).
-struct At {
-  std::size_t top, child;
-};
-constexpr std::size_t kTop = std::string::npos;
+// The key of a node among the store's: its identifier, or for the server
+// wrapper its kind.
+std::string KeyOf(const Node& node) {
+  return node.oid.empty() ? "#" + std::to_string(node.kind) : node.oid;
+}
 
-// The place of each identifier of model.
-std::unordered_map<std::string, At> Places(const Model& model) {
-  std::unordered_map<std::string, At> at;
-  for (std::size_t t = 0; t < model.top.size(); ++t) {
-    if (!model.top[t].oid.empty()) at[model.top[t].oid] = {t, kTop};
-    for (std::size_t c = 0; c < model.top[t].children.size(); ++c)
-      at[model.top[t].children[c].oid] = {t, c};
+// The store's document, each of its objects found by its key in constant
+// time, as the part is put in.
+class Store {
+ public:
+  explicit Store(Model& model) : model_(model) {
+    for (auto t = model_.top.begin(); t != model_.top.end(); ++t)
+      Index(model_.top, t);
   }
-  return at;
-}
-
-// The top-level node of model that stands for parent of source: the same
-// identifier, or the server wrapper.
-std::size_t SameTop(const Model& model, const Node& parent) {
-  for (std::size_t t = 0; t < model.top.size(); ++t)
-    if (model.top[t].kind == parent.kind && model.top[t].oid == parent.oid)
-      return t;
-  return kTop;
-}
-
-// Removes the object oid from model wherever it stands.
-void Remove(Model& model, const std::string& oid) {
-  for (auto t = model.top.begin(); t != model.top.end(); ++t) {
-    if (t->oid == oid) {
-      model.top.erase(t);
-      return;
+  bool Has(const std::string& key) const { return where_.count(key) != 0; }
+  // The children list of the top-level node standing for parent, or null.
+  List* ChildrenOf(const Node& parent) {
+    const auto found = where_.find(KeyOf(parent));
+    return found == where_.end() || found->second.list != &model_.top ||
+                   found->second.at->kind != parent.kind
+               ? nullptr
+               : &found->second.at->children;
+  }
+  List& Top() { return model_.top; }
+  // Takes the object oid out of the store wherever it stands, with its
+  // children.
+  void Remove(const std::string& oid) {
+    const auto found = where_.find(oid);
+    if (found == where_.end()) return;
+    const Where w = found->second;
+    for (const Node& child : w.at->children) where_.erase(KeyOf(child));
+    where_.erase(found);
+    w.list->erase(w.at);
+  }
+  // Puts node, the one at from in source, into list where source places it:
+  // after the nearest of its siblings before it that list holds, else
+  // before the first node of list of its kind or a later one.
+  void Insert(List& list, const List& source, List::const_iterator from) {
+    List::iterator at = list.end();
+    bool placed = false;
+    for (auto before = from; !placed && before != source.begin();) {
+      --before;
+      const auto found = where_.find(KeyOf(*before));
+      if (found == where_.end() || found->second.list != &list ||
+          found->second.at->kind != before->kind)
+        continue;
+      at = std::next(found->second.at);
+      placed = true;
     }
-    for (auto c = t->children.begin(); c != t->children.end(); ++c)
-      if (c->oid == oid) {
-        t->children.erase(c);
-        return;
-      }
+    if (!placed)
+      at = std::find_if(list.begin(), list.end(),
+                        [&](const Node& n) { return n.kind >= from->kind; });
+    Index(list, list.insert(at, *from));
   }
-}
 
-// Where in list node goes: after the nearest of its siblings before it in
-// source (sourceList, at index) that list holds, else before the first
-// node of list of its kind or a later one.
-std::size_t Position(const std::vector<Node>& list,
-                     const std::vector<Node>& sourceList, std::size_t index) {
-  for (std::size_t i = index; i-- > 0;) {
-    const Node& before = sourceList[i];
-    for (std::size_t j = 0; j < list.size(); ++j)
-      if (list[j].kind == before.kind && list[j].oid == before.oid)
-        return j + 1;
+ private:
+  struct Where {
+    List* list;
+    List::iterator at;
+  };
+  void Index(List& list, List::iterator at) {
+    where_[KeyOf(*at)] = {&list, at};
+    for (auto c = at->children.begin(); c != at->children.end(); ++c)
+      where_[KeyOf(*c)] = {&at->children, c};
   }
-  const Kind kind = sourceList[index].kind;
-  for (std::size_t j = 0; j < list.size(); ++j)
-    if (list[j].kind >= kind) return j;
-  return list.size();
-}
+  Model& model_;
+  std::unordered_map<std::string, Where> where_;
+};
 
 }  // namespace
 
 bool PromotePart(const std::string& current, const std::string& source,
+                 const std::string& shownSource,
                  const std::vector<std::string>& ids, std::string* wanted,
                  std::vector<std::string>* missing, std::string* error) {
-  Model store, from;
-  if (!Read(current, store, error) || !Read(source, from, error)) return false;
-  const auto inSource = Places(from);
-  std::set<std::string> chosen;
+  Model model, from;
+  if (!Read(current, "the store's export", model, error) ||
+      !Read(source, shownSource, from, error))
+    return false;
+  std::unordered_set<std::string> inSource;
+  for (const Node& top : from.top) {
+    inSource.insert(top.oid);
+    for (const Node& child : top.children) inSource.insert(child.oid);
+  }
+  std::unordered_set<std::string> chosen;
   for (const std::string& id : ids) {
-    if (!inSource.count(id)) {
-      *error = id + " is no object of " + source;
+    if (id.empty() || !inSource.count(id)) {
+      *error = vantrel::Escaped(id, 60) + " is no object of " + shownSource;
       return false;
     }
     chosen.insert(id);
   }
+  Store store(model);
   std::vector<const Node*> promoted;
   // In the source's order, so that each one's siblings before it are in
   // place first.
-  for (std::size_t t = 0; t < from.top.size(); ++t) {
-    const Node& top = from.top[t];
+  for (auto t = from.top.cbegin(); t != from.top.cend(); ++t) {
+    const Node& top = *t;
     if (!top.oid.empty() && chosen.count(top.oid)) {
       // The node comes whole: its children leave any other parent.
-      Remove(store, top.oid);
-      for (const Node& child : top.children) Remove(store, child.oid);
-      store.top.insert(store.top.begin() + static_cast<std::ptrdiff_t>(Position(
-                                               store.top, from.top, t)),
-                       top);
+      store.Remove(top.oid);
+      for (const Node& child : top.children) store.Remove(child.oid);
+      store.Insert(store.Top(), from.top, t);
       promoted.push_back(&top);
       for (const Node& child : top.children) promoted.push_back(&child);
       continue;
     }
-    for (std::size_t c = 0; c < top.children.size(); ++c) {
-      const Node& child = top.children[c];
-      if (!chosen.count(child.oid)) continue;
-      Remove(store, child.oid);
-      promoted.push_back(&child);
-      const std::size_t parent = SameTop(store, top);
-      if (parent == kTop) {
+    for (auto c = top.children.cbegin(); c != top.children.cend(); ++c) {
+      if (!chosen.count(c->oid)) continue;
+      store.Remove(c->oid);
+      promoted.push_back(&*c);
+      List* const list = store.ChildrenOf(top);
+      if (!list) {
         // Its parent is not in the store: named as missing below.
         missing->push_back(top.oid);
         continue;
       }
-      std::vector<Node>& list = store.top[parent].children;
-      list.insert(list.begin() + static_cast<std::ptrdiff_t>(
-                                     Position(list, top.children, c)),
-                  child);
+      store.Insert(*list, top.children, c);
     }
   }
-  const auto inStore = Places(store);
-  std::set<std::string> named(missing->begin(), missing->end());
+  std::unordered_set<std::string> named(missing->begin(), missing->end());
   for (const Node* node : promoted)
     for (const std::string& name : node->names)
-      if (!inStore.count(name) && named.insert(name).second)
+      if (!store.Has(name) && named.insert(name).second)
         missing->push_back(name);
   if (!missing->empty()) return false;
   wanted->clear();
-  *wanted += store.head;
-  for (const Node& top : store.top) {
+  *wanted += model.head;
+  for (const Node& top : model.top) {
     *wanted += top.line;
     for (const Node& child : top.children) *wanted += child.line;
     *wanted += top.end;
   }
-  *wanted += store.tail;
+  *wanted += model.tail;
   return true;
 }
 

@@ -16,8 +16,9 @@
 //              exporter refuses, a change that misses a row or stores
 //              another value than the document's (the verification before
 //              the commit): the store byte for byte as it was
-//   Guarded    an apply waits for a writer and reads what it wrote; a store
-//              renamed over during the apply is not claimed, nor one
+//   Guarded    an apply waits for a writer and reads what it wrote, and
+//              gives up after the wait it says; a store renamed over during
+//              the apply (locked, or writing) is not claimed, nor one
 //              renamed over while the apply waits for its lock; a stylesheet
 //              instruction is not configuration
 //   Logged     a line per apply after its commit, with the digests before
@@ -27,7 +28,8 @@
 //              the next
 //   Promoted   a project with its data domains promoted by --only, what
 //              else the store holds kept; a part naming what the store
-//              lacks refused, naming it; a child the store holds under
+//              lacks refused, naming it; 160 objects at once, the line
+//              naming them by their count; a child the store holds under
 //              another parent leaves it; a writer that commits while the
 //              part waits for the lock is not undone
 //   Killed     SIGKILL, SIGTERM, SIGINT and SIGHUP at several moments of a
@@ -926,6 +928,34 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
                              " lacks: x424E4557 (add them to --only); " +
                              store + " was not changed\n");
   EXPECT_TRUE(ReadFile(store) == bytes);
+  // Many objects at once: every second project renamed, the new ones
+  // among them put in their places; the line names the part by its count.
+  const std::string many = Store("promote-many", {Projects(300, "p")});
+  const std::string manySource = OutputPath("promote-many.xml");
+  const std::string renamed =
+      "UPDATE project SET name = 'q' || rowid WHERE rowid % 2 = 0;";
+  WriteFile(manySource, Exported(Store("promote-many-source",
+                                       {Projects(320, "p"), renamed})));
+  std::string ids;
+  for (int i = 2; i <= 320; i += 2) {
+    char id[32];
+    const int n = std::snprintf(id, sizeof id, "P%06d", i);
+    ids += ids.empty() ? "x" : ",x";
+    for (int c = 0; c < n; ++c) {
+      char hex[3];
+      std::snprintf(hex, sizeof hex, "%02X", static_cast<unsigned char>(id[c]));
+      ids += hex;
+    }
+  }
+  const RunResult all = Doc({"apply", "--only", ids, manySource, many});
+  EXPECT_EQ(all.status, 0) << all.err;
+  EXPECT_NE(all.out.find(" (only 160 objects): "), std::string::npos)
+      << all.out.substr(0, 300);
+  EXPECT_TRUE(Exported(many) ==
+              Exported(Store("promote-many-expected",
+                             {Projects(320, "p"), renamed,
+                              "DELETE FROM project WHERE rowid > 300 AND "
+                              "rowid % 2 = 1;"})));
 }
 
 // A promoted object comes whole: a child that the store holds under

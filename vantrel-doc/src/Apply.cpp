@@ -12,6 +12,9 @@ namespace vdoc {
 
 namespace {
 
+// The most identifiers of --only that messages list.
+constexpr std::size_t kMostNamed = 5;
+
 // A dry run's plan goes to -o in --format; the store's own words
 // otherwise.
 class Saying : public doc::ApplySaying {
@@ -83,7 +86,11 @@ int DocApply(const std::string& file, const std::string& store,
   request.shownStore = doc::Shown(store);
   request.shownBase = doc::Shown(o.base);
   request.shownDocument = request.shownFile;
-  if (!o.only.empty()) {
+  // A part is named by its identifiers, a long list by its count.
+  if (o.only.size() > kMostNamed) {
+    request.shownDocument +=
+        " (only " + std::to_string(o.only.size()) + " objects)";
+  } else if (!o.only.empty()) {
     request.shownDocument += " (only ";
     for (std::size_t i = 0; i < o.only.size(); ++i)
       request.shownDocument += (i ? "," : "") + vantrel::Escaped(o.only[i]);
