@@ -7,8 +7,9 @@ namespace vantrel {
 namespace {
 
 // Appends text to shown escaped, stopping with "..." once shown holds more
-// than limit bytes.
-void Append(std::string& shown, std::string_view text, std::size_t limit) {
+// than limit bytes; quotes are escaped with quoted.
+void Append(std::string& shown, std::string_view text, std::size_t limit,
+            bool quoted = true) {
   for (std::size_t i = 0; i < text.size();) {
     if (shown.size() >= limit) {
       shown += "...";
@@ -18,7 +19,9 @@ void Append(std::string& shown, std::string_view text, std::size_t limit) {
     std::size_t plain = i;
     while (plain < text.size() && shown.size() + (plain - i) < limit) {
       const auto c = static_cast<unsigned char>(text[plain]);
-      if (c < 0x20 || c >= 0x7F || c == '\'' || c == '"' || c == '\\') break;
+      if (c < 0x20 || c >= 0x7F || c == '\\' ||
+          (quoted && (c == '\'' || c == '"')))
+        break;
       ++plain;
     }
     if (plain > i) {
@@ -28,7 +31,7 @@ void Append(std::string& shown, std::string_view text, std::size_t limit) {
     }
     const auto c = static_cast<unsigned char>(text[i]);
     const std::size_t n = c >= 0x80 ? Utf8At(text, i) : 1;
-    if (n > 1) {
+    if (n > 1 || (!quoted && (c == '\'' || c == '"'))) {
       shown.append(text.data() + i, n);
       i += n;
       continue;
@@ -49,6 +52,12 @@ std::string Escaped(std::string_view text, std::size_t max) {
 
 void AppendEscaped(std::string& shown, std::string_view text) {
   Append(shown, text, std::string::npos);
+}
+
+std::string ValueEscaped(std::string_view text) {
+  std::string shown;
+  Append(shown, text, std::string::npos, false);
+  return shown;
 }
 
 std::size_t Utf8At(std::string_view text, std::size_t i) {

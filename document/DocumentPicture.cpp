@@ -22,15 +22,15 @@ std::string GraphLabel(std::string_view text) {
       while (i < text.size() && text[i] != '\n') ++i;
       continue;
     }
-    // A character whole: never cut inside a UTF-8 sequence. A byte that is
-    // not UTF-8 is shown by its escape: Graphviz takes only UTF-8.
+    // A character whole: never cut inside a UTF-8 sequence. A backslash, a control byte and a byte that is not UTF-8 are shown by
+    // their escape, as in every view: Graphviz takes only UTF-8.
+    const auto c = static_cast<unsigned char>(text[i]);
     const std::size_t n = vantrel::Utf8At(text, i);
-    if (n == 0) {
+    if (n == 0 || c == '\\' || (c < 0x20 && c != '\n') || c == 0x7F) {
       label += "\\\\x" + vantrel::Hex(text.substr(i, 1));
       ++i;
       continue;
     }
-    if (text[i] == '\\') label += '\\';
     label.append(text.data() + i, std::min(n, text.size() - i));
     i += n;
   }

@@ -16,12 +16,12 @@ const char* const kHeadings[] = {"Removed", "Added", "Changed", "Moved"};
 const char* const kClasses[] = {"removed", "added", "changed", "moved"};
 const char* const kFills[] = {"#f6c6c6", "#c9ecc9", "#fbe7a8", "#c9dcf7"};
 
-// Appends text to html, escaped for HTML, any byte that is not UTF-8
-// escaped first.
+// Appends text to html, escaped for HTML, after the escape of every view.
 void AppendHtml(std::string& html, std::string_view text) {
-  if (!Utf8(text)) {
-    const std::string safe = vantrel::Escaped(text);
-    return AppendHtml(html, safe);
+  std::string safe;
+  if (!Plain(text)) {
+    safe = vantrel::ValueEscaped(text);
+    text = safe;
   }
   for (std::size_t i = 0; i < text.size();) {
     const std::size_t plain = text.find_first_of("&<>\"", i);

@@ -167,6 +167,13 @@ bool Utf8(std::string_view text) {
   return true;
 }
 
+bool Plain(std::string_view text) {
+  for (const char c : text)
+    if (c == '\\' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+      return false;
+  return Utf8(text);
+}
+
 std::string JsonSafe(std::string_view text) {
   return Utf8(text) ? std::string(text) : vantrel::Escaped(text);
 }
@@ -175,13 +182,13 @@ namespace {
 
 using Compact = rapidjson::Writer<rapidjson::StringBuffer>;
 
-// s as a JSON string: itself when it is UTF-8, else escaped.
+// The value s as a JSON string, escaped as every view escapes it.
 void Text(Compact& w, std::string_view s) {
-  if (Utf8(s)) {
+  if (Plain(s)) {
     w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
     return;
   }
-  const std::string safe = vantrel::Escaped(s);
+  const std::string safe = vantrel::ValueEscaped(s);
   w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
 }
 

@@ -30,5 +30,8 @@ std::string PlanJsonText(const Plan& plan);
 std::string JsonSafe(std::string_view text);
 // Whether text is UTF-8 as Utf8At takes it.
 bool Utf8(std::string_view text);
+// Whether every view writes the value text as it is: UTF-8, without a
+// backslash or a control byte (see vantrel::ValueEscaped).
+bool Plain(std::string_view text);
 
 }  // namespace doc

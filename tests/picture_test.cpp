@@ -86,7 +86,8 @@ TEST(Picture, EachObjectUpToTheLimitThenEachKind) {
     std::string host;  // the name of each host, before its number
     std::string holds, lacks;
   } cases[] = {
-      {"a name holding a Graphviz escape", 2, "a\\N", ">a\\N1<", ">ax0001<"},
+      {"a name holding a Graphviz escape", 2, "a\\N", ">a\\x5CN1<",
+       ">ax0001<"},
       {"at the limit, each object", vdoc::kMostDrawn, "h", "href=\"#x0001\"",
        "#kind-hosts"},
       {"past it, each kind", vdoc::kMostDrawn + 1, "h", "href=\"#kind-hosts\"",

@@ -9,7 +9,9 @@
 //          changes with the same totals, and the page as headless Chromium
 //          renders it has a section per changed object, links that all
 //          resolve, and the changed objects in its picture (or the counts
-//          per kind past the limit)
+//          per kind past the limit); a byte, a control byte and a
+//          backslash, each against text that reads like its escape, told
+//          apart in every view
 #include <string>
 #include <vector>
 
@@ -118,6 +120,59 @@ TEST(Views, ListTheSameChangesAndThePageRendersThem) {
               std::string::npos);
     // The byte 0xFF drawn as its escape, never as the Latin-1 letter.
     EXPECT_EQ(ReadFile(page).find("\xC3\xBF"), std::string::npos);
+  }
+}
+
+// A value holding what no view can write as it is, against a value whose
+// text reads like its escape: every view tells the two apart, by one rule
+// (a backslash, a control byte, a byte that is not UTF-8 as \xNN).
+TEST(Views, AnEscapeIsToldApartFromTextThatReadsLikeIt) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const struct {
+    const char* name;
+    const char *before, *after;  // SQL values of a host's name
+    const char *shownBefore, *shownAfter;  // as every view writes them
+  } pairs[] = {
+      {"a byte that is not UTF-8", "CAST(x'61FF62' AS TEXT)", "'a\\xFFb'",
+       "a\\xFFb", "a\\x5CxFFb"},
+      {"a control byte", "CAST(x'610162' AS TEXT)", "'a\\x01b'", "a\\x01b",
+       "a\\x5Cx01b"},
+      {"a backslash", "'a\\b'", "'a\\x5Cb'", "a\\x5Cb", "a\\x5Cx5Cb"},
+  };
+  for (const auto& p : pairs) {
+    SCOPED_TRACE(p.name);
+    const auto named = [&](const char* value) {
+      return std::vector<std::string>{
+          full, std::string("UPDATE host SET name = ") + value +
+                    " WHERE oid = x'0A01';"};
+    };
+    const std::string before = Document("plan-pair-before", named(p.before)),
+                      after = Document("plan-pair-after", named(p.after));
+    const std::string a = p.shownBefore, b = p.shownAfter;
+    // Each view's own syntax around the one escape.
+    const std::string json = [](std::string s) {
+      std::string out;
+      for (char c : s) out += c == '\\' ? std::string("\\\\") : std::string(1, c);
+      return out;
+    }(a + "\x01" + b);
+    const std::size_t cut = json.find('\x01');
+    const struct {
+      const char* format;
+      std::string shown;
+    } views[] = {
+        {"text", "Name: \"" + a + "\" -> \"" + b + "\""},
+        {"json", "\"old\":\"" + json.substr(0, cut) + "\",\"new\":\"" +
+                     json.substr(cut + 1) + "\""},
+        {"html", "<code>" + a + "</code></td><td class=\"new\"><code>" + b +
+                     "</code>"},
+        {"html", ">" + b + "</text>"},  // the picture's label
+    };
+    for (const auto& v : views) {
+      const RunResult run = Doc({"diff", "--format", v.format, before, after});
+      EXPECT_EQ(run.status, 1) << run.err;
+      EXPECT_NE(run.out.find(v.shown), std::string::npos)
+          << v.format << ": " << v.shown;
+    }
   }
 }
 
