@@ -369,6 +369,12 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
        "vantrel-doc: cannot write " + missing +
            "/apply.log: No such file or directory; " + store +
            " was not changed\n"},
+      {"a log that is a FIFO",
+       {"apply", "--log", fifo, wanted, store},
+       store,
+       2,
+       "vantrel-doc: cannot write " + fifo + ": not a regular file; " + store +
+           " was not changed\n"},
       {"a log that is a device",
        {"apply", "--log", "/dev/full", wanted, store},
        store,
@@ -508,6 +514,17 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string bytes = ReadFile(c.store);
+    // Every other file the command names, as it was: the document, the
+    // base, the plan's file; a log keeps its lines whole.
+    std::vector<std::pair<std::string, std::string>> named;
+    for (std::size_t i = 0; i < c.args.size(); ++i) {
+      struct stat st {};
+      if (c.args[i] != c.store && ::stat(c.args[i].c_str(), &st) == 0 &&
+          S_ISREG(st.st_mode))
+        named.emplace_back(c.args[i], i && c.args[i - 1] == "--log"
+                                          ? std::string("\x01log")
+                                          : ReadFile(c.args[i]));
+    }
     const RunResult run =
         c.args[0][0] != '<'
             ? Doc(c.args)
@@ -521,6 +538,15 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
     // A copy of standard input is named as the user named it.
     EXPECT_EQ(run.err.find("/proc/self/fd"), std::string::npos) << run.err;
     EXPECT_TRUE(ReadFile(c.store) == bytes);
+    for (const auto& [file, was] : named) {
+      if (was != "\x01log") {
+        EXPECT_TRUE(ReadFile(file) == was) << file;
+        continue;
+      }
+      std::istringstream lines(ReadFile(file));
+      for (std::string line; std::getline(lines, line);)
+        EXPECT_TRUE(line.front() == '{' && line.back() == '}') << line;
+    }
   }
   // A stale base: what changed in the store since, in the plan's words.
   const RunResult staleRun = Doc({"apply", "--base", stale, wanted, store});
@@ -597,6 +623,13 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   const RunResult device = Doc({"apply", "--dry-run", "--format", "json", "-o",
                                 "/dev/full", same, store});
   EXPECT_EQ(device.status, 2) << device.err;
+  // So does an apply with nothing to change.
+  WriteFile(planFile, "an old plan");
+  const RunResult unchanged =
+      Doc({"apply", "--format", "json", "-o", planFile, same, store});
+  EXPECT_EQ(unchanged.status, 0) << unchanged.err;
+  EXPECT_NE(ReadFile(planFile).find("\"removed\": 0"), std::string::npos)
+      << ReadFile(planFile);
   // With the base it was planned from, it applies, and writes the plan it
   // carried out where it is asked to.
   const std::string base = OutputPath("apply-base.xml"),
