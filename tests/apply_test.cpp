@@ -1059,23 +1059,28 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
   WriteFile(before, Exported(original));
   WriteFile(after,
             Exported(Store("killed-wanted", {Projects(20000, "renamed")})));
-  // A moment: a time after the start, or after the first write (the
-  // journal appearing); the signal sent then.
+  // A moment: a time after the start, after the first write (the
+  // journal appearing), or after the log's line begins; the signal sent
+  // then.
+  enum After { kStart, kFirstWrite, kLogging };
   const struct {
     int signal;
-    bool afterFirstWrite;
+    After after;
     int ms;
   } moments[] = {
-      {SIGKILL, false, 5}, {SIGKILL, false, 80}, {SIGKILL, true, 0},
-      {SIGKILL, true, 30}, {SIGKILL, true, 90},  {SIGTERM, true, 0},
-      {SIGTERM, true, 40}, {SIGINT, true, 20},   {SIGHUP, false, 60},
+      {SIGKILL, kStart, 5},       {SIGKILL, kStart, 80},
+      {SIGKILL, kFirstWrite, 0},  {SIGKILL, kFirstWrite, 30},
+      {SIGKILL, kFirstWrite, 90}, {SIGTERM, kFirstWrite, 0},
+      {SIGTERM, kFirstWrite, 40}, {SIGINT, kFirstWrite, 20},
+      {SIGHUP, kStart, 60},       {SIGKILL, kLogging, 0},
+      {SIGKILL, kLogging, 1},     {SIGKILL, kLogging, 3},
   };
   const std::string tmp = OutputPath("killed-tmp");
   ::mkdir(tmp.c_str(), 0700);
   int midWrite = 0;
   for (const auto& m : moments) {
-    SCOPED_TRACE(std::to_string(m.signal) + (m.afterFirstWrite ? " +" : " ") +
-                 std::to_string(m.ms) + " ms");
+    SCOPED_TRACE(std::to_string(m.signal) + " " + std::to_string(m.after) +
+                 " +" + std::to_string(m.ms) + " ms");
     const std::string store = OutputPath("killed.db"),
                       journal = store + "-journal",
                       log = OutputPath("killed.log");
@@ -1092,11 +1097,14 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
               static_cast<char*>(nullptr));
       ::_exit(127);
     }
-    bool writing = false;
-    for (int i = 0; m.afterFirstWrite && !writing && i < 20000; ++i) {
-      writing = test_support::FileExists(journal);
-      if (!writing) std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
+    const auto reached = [&] {
+      struct stat st {};
+      return m.after == kFirstWrite ? test_support::FileExists(journal)
+                                    : ::stat(log.c_str(), &st) == 0 &&
+                                          st.st_size > 0;
+    };
+    for (int i = 0; m.after != kStart && !reached() && i < 50000; ++i)
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
     std::this_thread::sleep_for(std::chrono::milliseconds(m.ms));
     const bool killedWriting = test_support::FileExists(journal);
     ::kill(child, m.signal);
@@ -1128,6 +1136,25 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
     EXPECT_TRUE(Exported(store) == now);
     EXPECT_EQ(Sql(store, "PRAGMA integrity_check"), "ok\n");
     EXPECT_TRUE(test_support::ListDirectory(tmp).empty());
+    if (m.after != kLogging) continue;
+    // A line cut short by the kill is ended by the next apply's, and every
+    // whole line is a JSON record.
+    EXPECT_EQ(Doc({"apply", "--log", log, before, store}).status, 0);
+    const RunResult lines = test_support::Run(
+        "/usr/bin/python3",
+        {"-c",
+         "import json, sys\n"
+         "lines = open(sys.argv[1], encoding='utf-8').read().split('\\n')\n"
+         "assert lines[-1] == '', 'the log ends with a line end'\n"
+         "whole = []\n"
+         "for line in lines[:-1]:\n"
+         "    try: whole.append(json.loads(line))\n"
+         "    except ValueError: pass\n"
+         "assert len(whole) >= len(lines) - 2, 'one line at most is cut'\n"
+         "assert whole[-1]['outcome'] == 'applied'\n",
+         log},
+        {});
+    EXPECT_EQ(lines.status, 0) << lines.err;
   }
   // Most moments stop it during its writes.
   EXPECT_GE(midWrite, 3);
