@@ -3,12 +3,19 @@
 //
 // Plan:
 //   Archive  the same bytes as the exporter's; a second export says what
-//            changed since; -q says nothing
+//            changed since; -q says nothing; an unchanged night leaves the
+//            archive as it was (inode and time); another installation's
+//            archive refused (3) unless --other-installation; standard
+//            output refused
 //   Failure  a missing store, a store the exporter refuses, a directory
 //            that does not exist, the store itself as the file, a document
 //            that check refuses: status 2,
 //            the exporter's chain of messages, the archive as it was and
 //            nothing left beside it
+#include <sys/stat.h>
+
+#include <tuple>
+
 #include "binaries.h"
 #include "test_support.h"
 
@@ -55,6 +62,77 @@ TEST(Archive, TheExportersBytesAndWhatChangedSince) {
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out + run.err, "");
   NothingLeftBehind();
+}
+
+// The archive kept straight: an unchanged night leaves it as it was, inode
+// and time; another installation's archive is refused unless asked for;
+// standard output is no archive.
+TEST(Archive, AnUnchangedNightAndAnotherInstallationsArchive) {
+  const std::string store = OutputPath("archived-straight.db"),
+                    other = OutputPath("archived-other.db"),
+                    archive = OutputPath("archive-straight.xml");
+  const std::string full = ReadFile(DataPath("full.sql"));
+  MakeStore(store, {full});
+  MakeStore(other, {full, "UPDATE local_site SET oid = x'1299';"
+                          "UPDATE host SET name = 'other';"});
+  std::remove(archive.c_str());
+  ASSERT_EQ(Doc({"export", "-q", store, archive}).status, 0);
+  const auto identity = [&] {
+    struct stat st {};
+    ::stat(archive.c_str(), &st);
+    return std::make_tuple(st.st_ino, st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
+  };
+  const auto was = identity();
+  const std::string bytes = ReadFile(archive);
+  const struct {
+    const char* name;
+    std::vector<std::string> args;
+    int status;
+    std::string out, err;
+    bool replaced;
+  } cases[] = {
+      {"an unchanged night",
+       {"export", store, archive},
+       0,
+       archive + ": 33 objects exported from " + store +
+           "; unchanged since the last archive\n",
+       "",
+       false},
+      {"another installation's archive",
+       {"export", other, archive},
+       3,
+       "",
+       "vantrel-doc: " + archive +
+           " is another installation's archive: its local site is x1201, the "
+           "store's local site is x1299 (--other-installation replaces it all "
+           "the same); " +
+           archive + " is as it was\n",
+       false},
+      {"standard output",
+       {"export", store, "-"},
+       2,
+       "",
+       "vantrel-doc: cannot export " + store +
+           " to standard output: an archive is a file, which standard output "
+           "is not\n",
+       false},
+      {"another installation's, asked for",
+       {"export", "-q", "--other-installation", other, archive},
+       0,
+       "",
+       "",
+       true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const RunResult run = Doc(c.args);
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_EQ(run.out, c.out);
+    EXPECT_EQ(run.err, c.err);
+    EXPECT_EQ(identity() == was, !c.replaced);
+    EXPECT_EQ(ReadFile(archive) == bytes, !c.replaced);
+    NothingLeftBehind();
+  }
 }
 
 TEST(Failure, TheArchiveAsItWasAndNothingLeftBehind) {

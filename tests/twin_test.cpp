@@ -557,6 +557,51 @@ TEST(Command, TheTableIsWhatUsageHelpAndCompletionKnow) {
   EXPECT_EQ(Words(first[1]), commands);
 }
 
+// The completion as bash runs it, without extglob: documents and
+// directories for a document, any file for a store, the document's
+// identifiers after --only, past the commas typed.
+TEST(Command, TheCompletionOffersWhatEachWordTakes) {
+  const std::string dir = OutputPath("completing");
+  ::mkdir(dir.c_str(), 0755);
+  ::mkdir((dir + "/dd").c_str(), 0755);
+  WriteFile(dir + "/d.xml", ReadFile(DataPath("full.xml")));
+  WriteFile(dir + "/d.db", "");
+  const struct {
+    std::string line;  // the words, the last one being completed
+    std::string offered;
+  } cases[] = {
+      {"vantrel-doc check d", "d.xml dd"},
+      {"vantrel-doc load d.xml d", "d.db d.xml dd"},
+      {"vantrel-doc apply --only x0D d.xml d.db", "x0D01 x0D02 x0D03"},
+      {"vantrel-doc apply --only x0D01,x0A d.xml d.db",
+       "x0D01,x0A01 x0D01,x0A02"},
+      {"vantrel-doc export --o", "--other-installation"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line);
+    std::vector<std::string> words;
+    std::istringstream in(c.line);
+    for (std::string w; in >> w;) words.push_back(w);
+    // The word completed is the one before the last for --only's cases.
+    std::size_t at = words.size() - 1;
+    for (std::size_t i = 0; i + 1 < words.size(); ++i)
+      if (words[i] == "--only") at = i + 1;
+    std::string array;
+    for (const std::string& w : words) array += " '" + w + "'";
+    const RunResult run = test_support::Run(
+        "/bin/bash",
+        {"-c",
+         "cd \"$1\" && shopt -u extglob && source \"$0\" && COMP_WORDS=(" +
+             array + ") && COMP_CWORD=" + std::to_string(at) +
+             " && _vantrel_doc && printf '%s\\n' \"${COMPREPLY[@]}\" | sort | "
+             "paste -sd ' '",
+         std::string(TEST_DIR) + "/../share/completion/vantrel-doc", dir},
+        {});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, c.offered + "\n") << run.err;
+  }
+}
+
 // The files of directory whose names hold part.
 std::vector<std::string> Partials(const std::string& directory,
                                   const std::string& part) {

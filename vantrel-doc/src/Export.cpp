@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,7 +10,9 @@
 #include <sstream>
 
 #include "AdminDocument.h"
+#include "ApplyGuards.h"
 #include "Checker.h"
+#include "Escape.h"
 #include "KivAdmin.h"
 #include "KivStoreWriter.h"
 #include "Output.h"
@@ -21,24 +24,57 @@ namespace vdoc {
 
 namespace {
 
-// What changed from the archive before to the new one, as "N added, N
-// removed, N changed": objects counted once whatever the number of their
-// changes, a move among them. "" when either cannot be read.
-std::string Changes(const std::string& before, const std::string& after) {
-  doc::PlanDocument was, now;
+// Whether the files a and b hold the same bytes.
+bool SameBytes(const std::string& a, const std::string& b) {
+  std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
+  char p[1 << 16], q[1 << 16];
+  while (x && y) {
+    x.read(p, sizeof p);
+    y.read(q, sizeof q);
+    if (x.gcount() != y.gcount() ||
+        std::memcmp(p, q, static_cast<std::size_t>(x.gcount())) != 0)
+      return false;
+  }
+  return x.eof() && y.eof();
+}
+
+// The last archive against the new one: what changed, as "N added, N
+// removed, N changed" (objects counted once whatever the number of their
+// changes, a move among them), and the local site of each. Not read when
+// the last archive is not a whole document: it is replaced as any archive
+// cut short is.
+struct SinceLast {
+  bool read = false;
+  std::string changes, was, now;
+};
+
+SinceLast Compare(const std::string& before, const std::string& after) {
+  doc::PlanDocument last, next;
   std::ostringstream err;
   int status = 0;
-  if (!ReadPlanPair(before, after, was, now, err, &status)) return "";
-  const doc::Plan plan = doc::MakePlan(was, now);
-  return std::to_string(plan.added) + " added, " +
-         std::to_string(plan.removed) + " removed, " +
-         std::to_string(plan.changedOrMoved) + " changed";
+  SinceLast since;
+  if (!ReadPlanPair(before, after, last, next, err, &status)) return since;
+  const doc::Plan plan = doc::MakePlan(last, next);
+  since.read = true;
+  since.changes = std::to_string(plan.added) + " added, " +
+                  std::to_string(plan.removed) + " removed, " +
+                  std::to_string(plan.changedOrMoved) + " changed";
+  since.was = last.LocalSite();
+  since.now = next.LocalSite();
+  return since;
+}
+
+// A local site as the refusal names it.
+std::string SiteWords(const std::string& site, const char* whose) {
+  return site.empty() ? std::string(whose) + " has no local site"
+                      : std::string(whose) + " local site is " +
+                            vantrel::Escaped(site);
 }
 
 }  // namespace
 
 int DocExport(const std::string& store, const std::string& file, bool quiet,
-              std::ostream& out, std::ostream& err) {
+              bool otherInstallation, std::ostream& out, std::ostream& err) {
   const auto failed = [&](const std::string& why) {
     err << "vantrel-doc: cannot export " << doc::Shown(store) << " to "
         << doc::ShownOutput(file) << ": " << why;
@@ -84,19 +120,35 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
     err << problems.str();
     return failed("the new document is not whole");
   }
-  const bool existed = ::access(file.c_str(), F_OK) == 0;
-  const std::string changes =
-      existed && !quiet ? Changes(file, archive.PartialPath()) : std::string();
-  if (!archive.Commit(&error)) return failed(error);
-  if (quiet) return 0;
   std::size_t total = 0;
   for (int k = 0; k < doc::kKindCount; ++k)
     if (k != doc::kServer) total += checker.Counts()[k];
-  out << doc::Shown(file) << ": " << total << " objects exported from "
-      << doc::Shown(store)
-      << (changes.empty() ? std::string()
-                          : "; since the last archive: " + changes)
-      << "\n";
+  const std::string said = doc::Shown(file) + ": " + std::to_string(total) +
+                           " objects exported from " + doc::Shown(store);
+  struct stat old {};
+  const bool existed = ::stat(file.c_str(), &old) == 0 && old.st_size > 0;
+  // An unchanged night leaves the archive as it was, inode and time: a
+  // backup or a history sees no change where there is none.
+  if (existed && SameBytes(file, archive.PartialPath())) {
+    if (!quiet) out << said << "; unchanged since the last archive\n";
+    return 0;
+  }
+  const SinceLast since =
+      existed ? Compare(file, archive.PartialPath()) : SinceLast();
+  if (since.read && since.was != since.now && !otherInstallation) {
+    err << "vantrel-doc: " << doc::Shown(file)
+        << " is another installation's archive: " << SiteWords(since.was, "its")
+        << ", " << SiteWords(since.now, "the store's")
+        << " (--other-installation replaces it all the same); "
+        << doc::Shown(file) << " is as it was\n";
+    return doc::kRefusedByGuard;
+  }
+  if (!archive.Commit(&error)) return failed(error);
+  if (!quiet)
+    out << said
+        << (since.read ? "; since the last archive: " + since.changes
+                       : std::string())
+        << "\n";
   return 0;
 }
 

@@ -163,14 +163,17 @@ const Command kCommands[] = {
        return DocReport(a.first, a.output, std::cout, std::cerr);
      }},
     {"export", "Exports a store to an archive, replacing it once whole",
-     "[-q] STORE FILE", "STORE and FILE",
+     "[-q] [--other-installation] STORE FILE", "STORE and FILE",
      [](CLI::App& c, Arguments& a) {
        c.add_flag("-q,--quiet", a.quiet, "Says nothing on success");
+       c.add_flag("--other-installation", a.apply.otherInstallation,
+                  "Replaces an archive of another local site");
        c.add_option("STORE", a.first, "The store")->required();
        c.add_option("FILE", a.second, "The archive")->required();
      },
      [](Arguments& a) {
-       return DocExport(a.first, a.second, a.quiet, std::cout, std::cerr);
+       return DocExport(a.first, a.second, a.quiet, a.apply.otherInstallation,
+                        std::cout, std::cerr);
      }},
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"

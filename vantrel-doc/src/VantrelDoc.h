@@ -45,11 +45,13 @@ int DocReport(const std::string& file, const std::string& output,
               std::ostream& out, std::ostream& err);
 // Exports store to file as the exporter does, through a new file beside it
 // that replaces file only once it is whole, checked and on the disk; on any
-// failure file is as it was and nothing is left behind. Unless quiet, one
-// line says what was written and, when file existed, how many objects were
-// added, removed and changed since.
+// failure file is as it was and nothing is left behind. An archive that
+// would not change is not written; one of another installation (its local
+// site differs) is refused with kRefusedByGuard unless otherInstallation.
+// Unless quiet, one line says what was written and, when file existed, how
+// many objects were added, removed and changed since, or that nothing was.
 int DocExport(const std::string& store, const std::string& file, bool quiet,
-              std::ostream& out, std::ostream& err);
+              bool otherInstallation, std::ostream& out, std::ostream& err);
 // How apply goes: the pipeline's options, and where its plan goes.
 struct ApplyOptions : doc::ApplyOptions {
   PlanFormat format = PlanFormat::kText;  // of the plan, shown or carried out
