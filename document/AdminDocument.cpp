@@ -17,17 +17,22 @@ constexpr Field T = Field::kText, O = Field::kOid, R = Field::kRef,
                 L = Field::kRefs, M = Field::kMedia, F = Field::kFlag;
 
 // The attributes by what they hold, with the column that keeps them.
-Attribute Id() { return {"Oid", O, false, "", "oid", false}; }
+Attribute Id() { return {"Oid", O, false, "", "oid", false, false}; }
 Attribute Text(const char* name, const char* column) {
-  return {name, T, false, "", column, false};
+  return {name, T, false, "", column, false, false};
 }
 Attribute Ref(const char* name, const char* kinds, const char* column,
               bool optional) {
-  return {name, R, optional, kinds, column, false};
+  return {name, R, optional, kinds, column, false, false};
+}
+// a as state the system keeps up as it runs, not configuration.
+Attribute RunTime(Attribute a) {
+  a.runTime = true;
+  return a;
 }
 // A list of identifiers, kept as rows of a link table.
 Attribute Refs(const char* name, const char* kinds, const char* linkTable) {
-  return {name, L, true, kinds, linkTable, false};
+  return {name, L, true, kinds, linkTable, false, false};
 }
 
 // An element of its own table, any number of them, nothing implied.
@@ -44,7 +49,7 @@ Layout Set(const char* name, const char* table) {
   return Element(name, kKindCount, 0,
                  {Id(),
                   Text("Name", "name"),
-                  {"Media", M, true, "", "media", false},
+                  {"Media", M, true, "", "media", false, false},
                   Ref("PackageDefinition", "PACKAGEDEFINITION",
                       "package_definition", true),
                   Ref("ExternSite", "EXTERNSITE", "extern_site", true)},
@@ -55,7 +60,8 @@ Layout Set(const char* name, const char* table) {
 Layout Status(const char* name, Kind parent, const char* object,
               const char* server, const char* table) {
   return Element(name, parent, 1,
-                 {Id(), Text("LastSuccessfulDate", "last_successful_date"),
+                 {Id(),
+                  RunTime(Text("LastSuccessfulDate", "last_successful_date")),
                   Ref(object, server, "server", false)},
                  "\" />", false, table);
 }
@@ -76,7 +82,7 @@ const Layout kLayouts[kKindCount] = {
      1,
      {Text("Name", "name"),
       Text("AliasName", "alias_name"),
-      {"Oid", O, false, "", "oid", true},
+      {"Oid", O, false, "", "oid", true, false},
       Text("OwnerDico", "owner_dico"),
       Ref("BusinessDomain", "BUSINESSDOMAIN", "business_domain", false),
       Text("Driver", "driver"),
@@ -89,7 +95,7 @@ const Layout kLayouts[kKindCount] = {
      "rdb"},
     Element("DOMAIN", kKindCount, 0,
             {Text("Name", "name"),
-             {"Visible", F, false, "", "visible", false},
+             {"Visible", F, false, "", "visible", false, false},
              Id()},
             "\">", true, "domain"),
     Element("BUSINESSDOMAIN", kDomain, 1,
@@ -499,6 +505,17 @@ const char kStylesheetCloser[] = "\" ?>";
 const char kDoctypeLine[] = "<!DOCTYPE AdminObjects SYSTEM \"KivAdmin.dtd\" >";
 
 const Layout& LayoutOf(Kind kind) { return kLayouts[kind]; }
+
+std::uint32_t RunTimeAttributes(Kind kind) {
+  static const auto masks = [] {
+    std::array<std::uint32_t, kKindCount> bits{};
+    for (int k = 0; k < kKindCount; ++k)
+      for (std::size_t i = 0; i < kLayouts[k].attributes.size(); ++i)
+        if (kLayouts[k].attributes[i].runTime) bits[k] |= 1u << i;
+    return bits;
+  }();
+  return masks[kind];
+}
 
 int AttributeIndex(Kind kind, std::string_view name) {
   const auto& attributes = LayoutOf(kind).attributes;

@@ -34,6 +34,10 @@ struct Attribute {
   // the link table of (owner, target) rows.
   const char* column;
   bool spaced;  // written after two blanks, not one
+  // State the system keeps up as it runs (when a replication last
+  // succeeded), not configuration: plans keep it apart, and an apply keeps
+  // the store's unless asked otherwise.
+  bool runTime;
 };
 
 // The elements of the document, in the order of their sections.
@@ -82,6 +86,8 @@ extern const char kDoctypeLine[];
 
 // The layout of kind.
 const Layout& LayoutOf(Kind kind);
+// The attributes of kind that hold run-time state, a bit each by index.
+std::uint32_t RunTimeAttributes(Kind kind);
 
 // One line of the document, read.
 struct Line {

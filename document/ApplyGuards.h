@@ -18,6 +18,7 @@ struct ApplyOptions {
   long maxRemovals = -1;  // refuse a plan removing more (-1: any)
   bool otherInstallation = false;  // take a document of another local site
   std::vector<std::string> only;   // apply only these objects' subtrees
+  bool runTime = false;  // write the document's run-time state too
 };
 
 // The exit status of an apply a guard refuses, nothing changed: apart

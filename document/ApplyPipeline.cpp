@@ -99,6 +99,44 @@ class Gatherer : public Visitor {
   Wants& wants_;
 };
 
+// Writes each line of a document as the exporter would, an object's
+// run-time state taken from the store's, where the store holds the object.
+class Keeper : public Visitor {
+ public:
+  Keeper(const PlanDocument& store, std::string& out)
+      : store_(store), out_(out) {}
+  void Other(const Line& line, std::size_t) override { Write(line); }
+  void Element(const Line& line, std::size_t, const Place&) override {
+    const std::uint32_t runTime = RunTimeAttributes(line.kind);
+    const int oid = AttributeIndex(line.kind, "Oid");
+    const std::size_t at =
+        runTime && oid >= 0
+            ? store_.Find(line.values[static_cast<std::size_t>(oid)])
+            : std::string::npos;
+    if (at == std::string::npos || store_.Objects()[at].kind != line.kind)
+      return Write(line);
+    const PlanDocument::Object& kept = store_.Objects()[at];
+    Line taken = line;
+    for (std::size_t k = 0; k < taken.values.size(); ++k) {
+      if (!(runTime >> k & 1)) continue;
+      taken.values[k] = store_.Value(kept, k);
+      taken.present = (taken.present & ~(1u << k)) | (kept.present & 1u << k);
+    }
+    Write(taken);
+  }
+  void Problem(std::size_t, const std::string&) override {}
+  void Restart() override { out_.clear(); }
+
+ private:
+  void Write(const Line& line) {
+    std::string unused;
+    WriteLine(line, false, out_, &unused);
+    out_ += '\n';
+  }
+  const PlanDocument& store_;
+  std::string& out_;
+};
+
 // Exports the store that db serves, in its transaction, to file; true when
 // the exporter succeeded (its messages went to standard error).
 bool ExportThrough(sqlite3* db, const std::string& file) {
@@ -234,7 +272,8 @@ struct Run {
   ApplyLog log;
   std::string shownBase = request.shownBase;
   // The documents: standard input copied to be read twice, a part made.
-  Temporary input, baseInput, part, snapshot;
+  // The document wanted with the store's run-time state kept.
+  Temporary input, baseInput, part, snapshot, kept;
   std::string document = request.document;
   Wants wants;
   PlanDocument wanted;
@@ -366,6 +405,40 @@ Stop CheckRead(Run& run) {
   return kGoOn;
 }
 
+// Unless --run-time, the document wanted keeps the store's run-time state
+// (when a replication last succeeded) for each object the store holds:
+// the system keeps it up, and neither a promotion nor the undo by an older
+// archive sets it back. The document is then written so, and read again.
+Stop KeepRunTime(Run& run) {
+  if (run.options.runTime) return kGoOn;
+  bool differs = false;
+  for (const PlanDocument::Object& o : run.wanted.Objects()) {
+    const std::uint32_t runTime = RunTimeAttributes(o.kind);
+    if (!runTime) continue;
+    const std::size_t at = run.current.Find(o.oid, run.wanted.Long());
+    if (at == std::string::npos) continue;
+    const PlanDocument::Object& kept = run.current.Objects()[at];
+    for (std::size_t k = 0; !differs && k < 32; ++k)
+      differs = (runTime >> k & 1) && kept.kind == o.kind &&
+                run.current.Value(kept, k) != run.wanted.Value(o, k);
+    if (differs) break;
+  }
+  if (!differs) return kGoOn;
+  std::string kept;
+  Keeper keeper(run.current, kept);
+  if (!Walk(run.document, keeper).opened || run.kept.fd < 0 ||
+      ::write(run.kept.fd, kept.data(), kept.size()) !=
+          static_cast<ssize_t>(kept.size()))
+    return {2, "cannot keep the store's run-time state: " +
+                   std::string(std::strerror(errno))};
+  run.document = run.kept.path;
+  run.wants = Wants();
+  run.wanted = PlanDocument();
+  run.readErr.str("");
+  ReadWanted(run);
+  return CheckRead(run);
+}
+
 // Why the store could not be opened, or exported: none when it was.
 Stop CheckStore(Run& run) {
   const std::string& store = run.request.shownStore;
@@ -406,24 +479,36 @@ Stop CheckStore(Run& run) {
 // The plan, the rows it touches, and what the guards look at: the local
 // sites, the base, a media the store keeps whose identifier the document
 // takes.
+// Whether the store's configuration moved since the base: what changed
+// since, in the plan's words, briefly. Run-time state that moved is said,
+// and refuses nothing.
+void CompareBase(Run& run) {
+  GuardFacts& f = run.facts;
+  PlanDocument based;
+  std::ostringstream unused, changes;
+  f.baseMoved = true;
+  if (ReadForPlan(run.options.base, based, unused, nullptr, run.shownBase) != 0)
+    return;
+  const Plan since = MakePlan(based, run.current);
+  f.baseMoved = !since.Empty();
+  changes << "vantrel-doc: since " << run.shownBase << ", " << f.store
+          << (f.baseMoved ? " changed:\n"
+                          : " changed only its run-time state, which --base "
+                            "does not compare:\n");
+  WritePlanText(since, changes, 18);
+  if (f.baseMoved)
+    f.baseChanges = changes.str();
+  else if (!since.runTime.empty())
+    run.err << changes.str();
+}
+
 Stop FindFacts(Run& run) {
   GuardFacts& f = run.facts;
   f.base = run.shownBase;
   f.documentSite = run.wanted.LocalSite();
   f.storeSite = run.current.LocalSite();
-  f.baseMoved = !run.options.base.empty() && run.before != run.baseBytes;
-  if (f.baseMoved) {
-    // What changed since the base, in the plan's words, briefly.
-    PlanDocument based;
-    std::ostringstream unused, changes;
-    if (ReadForPlan(run.options.base, based, unused, nullptr, run.shownBase) ==
-        0) {
-      changes << "vantrel-doc: since " << run.shownBase << ", " << f.store
-              << " changed:\n";
-      WritePlanText(MakePlan(based, run.current), changes, 18);
-      f.baseChanges = changes.str();
-    }
-  }
+  if (!run.options.base.empty() && run.before != run.baseBytes)
+    CompareBase(run);
   run.plan = MakePlan(run.current, run.wanted);
   f.plan = &run.plan;
   std::string error;
@@ -494,8 +579,8 @@ Stop Commit(Run& run) {
   std::string summary = counted.str(), error;
   // The line ended by a crash's partial one, and the end of this one.
   if (!run.log.Reserve(run.logLine.size() + 2, &error))
-    return {2, "cannot write " + vantrel::Escaped(run.options.log) + ": " +
-                   error};
+    return {2,
+            "cannot write " + vantrel::Escaped(run.options.log) + ": " + error};
   if (!run.say.Carried(run.plan, &run.saidPlan, &summary, &error))
     return {2, error};
   const std::string said = std::move(run.saidPlan) + summary;
@@ -551,11 +636,11 @@ Stop Prepare(Run& run) {
   // cannot be recorded is not made.
   std::string error;
   const std::string& store = run.request.store;
-  if (!run.log.Open(
-          {store, run.request.document, run.options.base, run.request.planOutput},
-          &error))
-    return {2, "cannot write " + vantrel::Escaped(run.options.log) + ": " +
-                   error};
+  if (!run.log.Open({store, run.request.document, run.options.base,
+                     run.request.planOutput},
+                    &error))
+    return {2,
+            "cannot write " + vantrel::Escaped(run.options.log) + ": " + error};
   if (run.document == "-" && run.options.base == "-")
     return {2,
             "standard input is the document or the base, not both: "
@@ -578,7 +663,7 @@ Stop Prepare(Run& run) {
     ExportStore(run);
     reading.Wait();
   }
-  for (Stop (*stage)(Run&) : {CheckRead, CheckStore, FindFacts}) {
+  for (Stop (*stage)(Run&) : {CheckRead, CheckStore, KeepRunTime, FindFacts}) {
     if (Interruption::Caught()) return interrupted();
     const Stop stop = stage(run);
     if (stop.status)

@@ -248,9 +248,23 @@ PlanChange NewChange(PlanChange::Action action, Kind kind, Kind wasKind,
   return c;
 }
 
-// The objects of each action and kind, in their document's order: the
-// changes are then made once, in the order the plan lists them.
-using ByAction = std::vector<std::uint32_t>[4][kKindCount];
+// The objects of each action and kind, in their document's order, and last
+// those whose run-time state changed: the changes are then made once, in
+// the order the plan lists them.
+constexpr int kRunTime = 4;
+using ByAction = std::vector<std::uint32_t>[5][kKindCount];
+
+// Whether the objects was and now differ in the attributes of mask, among
+// those of their kind.
+bool Differ(const PlanDocument& before, const PlanDocument::Object& was,
+            const PlanDocument& after, const PlanDocument::Object& now,
+            std::uint32_t mask) {
+  if ((was.present ^ now.present) & mask) return true;
+  for (std::size_t k = 0; k < LayoutOf(now.kind).attributes.size(); ++k)
+    if ((mask >> k & 1) && before.Value(was, k) != after.Value(now, k))
+      return true;
+  return false;
+}
 
 // Sorts the objects of both documents into by, and counts them in plan.
 void Classify(const Planner& planner, const std::vector<bool>& reordered,
@@ -270,8 +284,15 @@ void Classify(const Planner& planner, const std::vector<bool>& reordered,
       continue;
     }
     const auto& was = before.Objects()[j];
-    const bool changed = was.kind != now.kind || was.present != now.present ||
-                         before.Values(was) != after.Values(now);
+    bool changed = was.kind != now.kind || was.present != now.present ||
+                   before.Values(was) != after.Values(now);
+    // Run-time state is told apart, and counts in no total.
+    const std::uint32_t runTime = RunTimeAttributes(now.kind);
+    if (changed && runTime && was.kind == now.kind) {
+      if (Differ(before, was, after, now, runTime))
+        by[kRunTime][now.kind].push_back(index);
+      changed = Differ(before, was, after, now, ~runTime);
+    }
     // A change of kind is that object's only change.
     const bool moved =
         was.kind == now.kind &&
@@ -307,21 +328,25 @@ void AddWhole(Planner& planner, PlanChange::Action action,
     }
 }
 
-// Each object changed, with the attributes that changed.
-void AddChanged(Planner& planner, const ByAction& by, Plan& plan) {
+// Each object changed, with the attributes that changed: the configuration
+// into changes, or with runTime the run-time state into runTime.
+void AddChanged(Planner& planner, const ByAction& by, bool runTime,
+                Plan& plan) {
   const PlanDocument& before = planner.before;
   const PlanDocument& after = planner.after;
-  for (const auto& kinds : by[PlanChange::kChanged])
+  std::vector<PlanChange>& into = runTime ? plan.runTime : plan.changes;
+  for (const auto& kinds : by[runTime ? kRunTime : PlanChange::kChanged])
     for (const std::uint32_t i : kinds) {
       const auto& now = after.Objects()[i];
       const auto& was = before.Objects()[planner.inBefore[i]];
-      plan.changes.push_back(NewChange(PlanChange::kChanged, now.kind, was.kind,
-                                       Planner::Self(after, now),
-                                       planner.Ref(after, now.parent)));
+      into.push_back(NewChange(PlanChange::kChanged, now.kind, was.kind,
+                               Planner::Self(after, now),
+                               planner.Ref(after, now.parent)));
       if (was.kind != now.kind) continue;
-      PlanChange& c = plan.changes.back();
+      PlanChange& c = into.back();
       const Layout& layout = LayoutOf(now.kind);
       for (std::size_t k = 0; k < layout.attributes.size(); ++k) {
+        if (layout.attributes[k].runTime != runTime) continue;
         const bool had = (was.present >> k) & 1, has = (now.present >> k) & 1;
         const std::string_view from = before.Value(was, k),
                                to = after.Value(now, k);
@@ -372,8 +397,9 @@ Plan MakePlan(const PlanDocument& before, const PlanDocument& after) {
   plan.changes.reserve(plan.removed + plan.added + plan.changed + plan.moved);
   AddWhole(planner, PlanChange::kRemoved, before, by, plan);
   AddWhole(planner, PlanChange::kAdded, after, by, plan);
-  AddChanged(planner, by, plan);
+  AddChanged(planner, by, false, plan);
   AddMoved(planner, by, plan);
+  AddChanged(planner, by, true, plan);
   return plan;
 }
 

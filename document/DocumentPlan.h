@@ -117,6 +117,11 @@ struct Plan {
   // order of its document.
   std::vector<PlanChange> changes;
   std::vector<PlanList> reordered;
+  // Run-time state that moved (a replication's last success), apart from
+  // the configuration and not in its totals: each object changed, with
+  // its run-time attributes that changed, in the order of changes.
+  std::vector<PlanChange> runTime;
+  // Whether the configuration is the same; run-time state may differ.
   bool Empty() const { return changes.empty(); }
   // The texts neither document holds as they are shown (an identifier
   // spelled anew); a deque, so that they stay where they are.

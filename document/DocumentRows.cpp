@@ -189,25 +189,28 @@ bool EntersList(const PlanChange& c) {
 
 KivStoreTouched RowsTouched(const Plan& plan) {
   KivStoreTouched touched;
-  touched.objects.reserve(plan.changes.size());
-  for (const PlanChange& c : plan.changes) {
-    // The store holds it in the table of what it was, unless it is new.
-    const bool added = c.action == PlanChange::kAdded;
-    // Its link lists differ only where a list of references changed.
-    bool links = c.action != PlanChange::kMoved;
-    if (c.action == PlanChange::kChanged && c.wasKind == c.kind) {
-      links = false;
-      for (const PlanValue& v : c.values)
-        links = links ||
-                LayoutOf(c.kind).attributes[v.attribute].field == Field::kRefs;
+  touched.objects.reserve(plan.changes.size() + plan.runTime.size());
+  // Run-time state that moved is written as any change is, when the plan
+  // carries it (apply --run-time).
+  for (const std::vector<PlanChange>* part : {&plan.changes, &plan.runTime})
+    for (const PlanChange& c : *part) {
+      // The store holds it in the table of what it was, unless it is new.
+      const bool added = c.action == PlanChange::kAdded;
+      // Its link lists differ only where a list of references changed.
+      bool links = c.action != PlanChange::kMoved;
+      if (c.action == PlanChange::kChanged && c.wasKind == c.kind) {
+        links = false;
+        for (const PlanValue& v : c.values)
+          links = links || LayoutOf(c.kind).attributes[v.attribute].field ==
+                               Field::kRefs;
+      }
+      touched.objects.push_back({OidBytes(c.object.oid),
+                                 added ? nullptr : LayoutOf(c.wasKind).table,
+                                 links});
+      if (EntersList(c) && LayoutOf(c.kind).table)
+        touched.lists.emplace_back(LayoutOf(c.kind).table,
+                                   OidBytes(c.parent.oid));
     }
-    touched.objects.push_back({OidBytes(c.object.oid),
-                               added ? nullptr : LayoutOf(c.wasKind).table,
-                               links});
-    if (EntersList(c) && LayoutOf(c.kind).table)
-      touched.lists.emplace_back(LayoutOf(c.kind).table,
-                                 OidBytes(c.parent.oid));
-  }
   return touched;
 }
 
@@ -234,15 +237,16 @@ std::vector<std::size_t> Needed(const PlanDocument& wanted, const Plan& plan) {
   };
   std::vector<std::size_t> needed;
   std::vector<ListKey> lists;
-  for (const PlanChange& c : plan.changes) {
-    if (c.action == PlanChange::kRemoved) continue;
-    const std::size_t i = wanted.Find(c.object.oid);
-    if (i == std::string::npos) continue;
-    needed.push_back(i);
-    const char* table = LayoutOf(c.kind).table;
-    if (table && EntersList(c))
-      lists.push_back({table, wanted.Objects()[i].parent});
-  }
+  for (const std::vector<PlanChange>* part : {&plan.changes, &plan.runTime})
+    for (const PlanChange& c : *part) {
+      if (c.action == PlanChange::kRemoved) continue;
+      const std::size_t i = wanted.Find(c.object.oid);
+      if (i == std::string::npos) continue;
+      needed.push_back(i);
+      const char* table = LayoutOf(c.kind).table;
+      if (table && EntersList(c))
+        lists.push_back({table, wanted.Objects()[i].parent});
+    }
   if (!lists.empty()) {
     std::sort(lists.begin(), lists.end(), before);
     const auto& objects = wanted.Objects();

@@ -38,11 +38,20 @@ void Where(std::string& line, const PlanRef& parent) {
     Named(line, parent);
 }
 
-// The object as a line of the plan begins with it, after its action.
+// The object as a line of the plan begins with it, after its action. An
+// object without a name of its own (a status) is named by its parent's,
+// where its line does not name the parent already.
 void Object(std::string& line, const char* action, const PlanChange& c) {
   ((line += action) += LayoutOf(c.kind).name) += ' ';
   line += c.object.oid;
-  if (NameIndex(c.kind) < 0) return;
+  if (NameIndex(c.kind) < 0) {
+    if (c.parent.oid.empty() || c.action == PlanChange::kAdded ||
+        c.action == PlanChange::kMoved)
+      return;
+    line += " of ";
+    Named(line, c.parent);
+    return;
+  }
   line += ' ';
   Quoted(line, c.object.name);
 }
@@ -81,7 +90,19 @@ void Lines(const PlanChange& c, std::string& line, F done) {
       Object(line, "added ", c);
       line += " in ";
       Where(line, c.parent);
-      return done(line);
+      done(line);
+      // Then what it is made of, a line each, names beside references;
+      // its identifier and name are on the line above.
+      for (const PlanValue& v : c.values) {
+        const Attribute& a = LayoutOf(c.kind).attributes[v.attribute];
+        if (a.field == Field::kOid ||
+            static_cast<int>(v.attribute) == NameIndex(c.kind))
+          continue;
+        ((line += "  ") += a.name) += ": ";
+        Shown(line, v.has, v.to, v.toRefs);
+        done(line);
+      }
+      return;
     case PlanChange::kChanged:
       if (c.wasKind != c.kind) {
         ((line += "changed ") += c.object.oid) += " from a ";
@@ -126,13 +147,17 @@ std::string PlanTotals(const Plan& plan) {
          std::to_string(plan.moved) + " moved";
 }
 
-void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
-  if (plan.Empty()) return;
+namespace {
+
+// Writes a line for each value of changes, at most most, then how many
+// more there are.
+void WriteLines(const std::vector<PlanChange>& changes, std::ostream& out,
+                std::size_t most) {
   std::size_t shown = 0, left = 0;
   // Lines are written into one block, given to out 64 KiB at a time; a
   // line past most is taken back.
   std::string block;
-  for (const PlanChange& c : plan.changes) {
+  for (const PlanChange& c : changes) {
     std::size_t start = block.size();
     Lines(c, block, [&](std::string& text) {
       if (shown == most) {
@@ -151,7 +176,19 @@ void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
   }
   out << block;
   if (left) out << "and " << left << " more\n";
+}
+
+}  // namespace
+
+void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
+  if (plan.Empty() && plan.runTime.empty()) return;
+  WriteLines(plan.changes, out, most);
   out << PlanTotals(plan) << "\n";
+  if (plan.runTime.empty()) return;
+  // Apart from the configuration, after its totals, which do not count it.
+  out << kRunTimeHeading << ", " << plan.runTime.size()
+      << (plan.runTime.size() == 1 ? " object" : " objects") << ":\n";
+  WriteLines(plan.runTime, out, most);
 }
 
 bool Utf8(std::string_view text) {
@@ -328,6 +365,15 @@ void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
     Ref(compact, l.parent);
     compact.EndObject();
     put();
+  }
+  w.EndArray();
+  // Run-time state apart, after the configuration: no total counts it.
+  w.Key("run_time");
+  w.StartArray();
+  for (const PlanChange& c : plan.runTime) {
+    Change(compact, c);
+    put();
+    flush();
   }
   w.EndArray();
   w.EndObject();

@@ -12,8 +12,12 @@
 
 namespace doc {
 
-// The plan as lines of text, then its totals; nothing for an empty plan.
-// With at most lines of changes shown, the rest are counted in one line.
+// The heading of the plan's run-time state, in every view.
+constexpr char kRunTimeHeading[] = "run-time state, not configuration";
+
+// The plan as lines of text, then its totals, then its run-time state under
+// its heading; nothing for a plan without either. With at most lines of
+// changes shown in each part, the rest are counted in one line.
 void WritePlanText(const Plan& plan, std::ostream& out,
                    std::size_t most = static_cast<std::size_t>(-1));
 // "3 added, 1 removed, 4 changed, 1 moved".

@@ -96,6 +96,9 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
       ->check(kCount);
   command.add_flag("--other-installation", o.otherInstallation,
                    "Takes a document of another local site");
+  command.add_flag("--run-time", o.runTime,
+                   "Writes the document's run-time state too (a full "
+                   "restore); else the store's is kept");
   command
       .add_option("--only", o.only,
                   "Applies only these objects, with their children")
@@ -178,7 +181,8 @@ const Command kCommands[] = {
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
-     "                         [--other-installation] [--only ID[,ID...]]\n"
+     "                         [--other-installation] [--run-time]\n"
+     "                         [--only ID[,ID...]]\n"
      "                         DOC STORE",
      "DOC and STORE", ApplyArguments,
      [](Arguments& a) {
