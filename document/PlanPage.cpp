@@ -69,7 +69,9 @@ class Page {
          << Html(title) << "</p>\n<p id=\"totals\">" << Html(PlanTotals(plan_))
          << "</p>\n";
     if (plan_.Empty()) {
-      out_ << "<p>Nothing changes.</p>\n</body>\n</html>\n";
+      out_ << "<p>Nothing changes in the configuration.</p>\n";
+      RunTime();
+      out_ << "</body>\n</html>\n";
       return true;
     }
     std::string svg;
@@ -117,6 +119,7 @@ class Page {
       }
       out_ << "</ul>\n";
     }
+    RunTime();
     out_ << "<script>\nfunction fold(open) {\n"
             "  for (const d of document.querySelectorAll('details'))"
             " d.open = open;\n}\n</script>\n</body>\n</html>\n";
@@ -124,6 +127,21 @@ class Page {
   }
 
  private:
+  // The run-time state that moved, apart from the configuration, after it.
+  void RunTime() {
+    if (plan_.runTime.empty()) return;
+    out_ << "<h2 id=\"run-time\">Run-time state, not configuration</h2>\n";
+    std::string block;
+    for (const PlanChange& c : plan_.runTime) {
+      Section(block, c, plan_.runTime.size() <= 50);
+      if (block.size() >= (1 << 16)) {
+        out_ << block;
+        block.clear();
+      }
+    }
+    out_ << block;
+  }
+
   // A reference: a link to the section of what it names, when the plan has
   // one, with its name.
   void Ref(std::string& html, const PlanRef& r) const {

@@ -8,7 +8,9 @@
 //              it byte for byte, passes integrity_check, and a second apply
 //              writes nothing
 //   Kept       what the document does not carry: statuses without a
-//              server, media paths, NULL texts
+//              server, media paths, NULL texts; the store's run-time state,
+//              which an older archive, a rename against a base whose dates
+//              moved, leave alone, and --run-time restores
 //   Unchanged  a dry run, one that says what the apply would refuse (in its
 //              JSON plan too, as the schema says), a
 //              stale --base, each guard, a log that cannot be written or is
@@ -185,9 +187,12 @@ TEST(Wanted, TheStoreExportsTheDocumentAndASecondApplyWritesNothing) {
     // A real apply prints the plan its dry run showed, then what it did.
     // The demonstration is another installation's document: the dry run
     // says that the apply would be refused.
-    const RunResult plan = Doc({"apply", "--dry-run", wanted, store});
+    // --run-time: the document's run-time state is written too.
+    const RunResult plan =
+        Doc({"apply", "--dry-run", "--run-time", wanted, store});
     EXPECT_EQ(plan.status, c.want.empty() ? 3 : 1) << plan.err;
-    RunResult run = Doc({"apply", "--other-installation", wanted, store});
+    RunResult run =
+        Doc({"apply", "--other-installation", "--run-time", wanted, store});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out.substr(0, plan.out.size()), plan.out);
     if (!c.summary.empty()) {
@@ -222,6 +227,63 @@ TEST(Kept, WhatTheDocumentDoesNotCarry) {
                 "SELECT last_successful_date FROM capture_status WHERE oid = "
                 "x'1709';"),
             "NULL\n/media/one\nno server\n");
+}
+
+// Run-time state is the system's: an apply keeps the store's, the undo by
+// an older archive leaves the live dates alone, and --base does not compare
+// it; --run-time writes the document's.
+TEST(Kept, TheStoresRunTimeState) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const std::string moved =
+      "UPDATE capture_status SET last_successful_date = '2027-03-03';";
+  const std::string store = Store("apply-run-time", {full, moved});
+  const std::string older = OutputPath("apply-run-time-older.xml"),
+                    renamed = OutputPath("apply-run-time-renamed.xml"),
+                    base = OutputPath("apply-run-time-base.xml");
+  WriteFile(older, Exported(Store("apply-run-time-older", {full})));
+  WriteFile(renamed,
+            Exported(Store("apply-run-time-renamed",
+                           {full, "UPDATE host SET name = 'gamma';"})));
+  WriteFile(base, ReadFile(older));
+  const std::string dates =
+      "SELECT group_concat(last_successful_date) FROM capture_status;";
+  const std::string live = Sql(store, dates);
+  const struct {
+    const char* name;
+    std::vector<std::string> options;
+    std::string wanted;
+    int status;
+    bool datesKept;
+    std::string err;  // a part of it
+  } cases[] = {
+      {"an older archive: nothing to change", {}, older, 0, true, ""},
+      {"a rename reviewed against a base whose dates moved since",
+       {"--base", base},
+       renamed,
+       0,
+       true,
+       " changed only its run-time state, which --base does not compare:\n"
+       "0 added, 0 removed, 0 changed, 0 moved\nrun-time state, not "
+       "configuration, 3 objects:\nchanged VAULTSERVERCAPTURESTATUS x1702 of "
+       "x1501 (\"TONE\") LastSuccessfulDate: \"2026-01-02\" -> "
+       "\"2027-03-03\"\n"},
+      {"a full restore", {"--run-time"}, older, 0, false, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<std::string> args = {"apply"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    args.insert(args.end(), {c.wanted, store});
+    const RunResult run = Doc(args);
+    EXPECT_EQ(run.status, c.status) << run.err;
+    EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
+    EXPECT_EQ(Sql(store, dates) == live, c.datesKept) << Sql(store, dates);
+    EXPECT_EQ(Sql(store, "PRAGMA integrity_check"), "ok\n");
+    if (c.wanted == renamed) {
+      EXPECT_EQ(Sql(store, "SELECT name FROM host WHERE oid = x'0A01';"),
+                "gamma\n");
+    }
+  }
 }
 
 TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {

@@ -415,6 +415,7 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
       {"added and removed", Changed("Oid=\"x0A02\"", "Oid=\"x0A09\""), 1,
        "removed HOST x0A02 \"beta\"\n"
        "added HOST x0A09 \"beta\" in the document\n"
+       "  OSType: \"\"\n  OSVersion: \"\"\n"
        "1 added, 1 removed, 0 changed, 0 moved\n"},
       {"moved to another owner", MovedToFirstDomain(), 1,
        "moved BUSINESSDOMAIN x0F03 \"BDTHREE\" from x0E02 (\"DOMTWO\") to "
@@ -431,6 +432,7 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
        Changed("Oid=\"x0A02\"", "Oid=\"x0A0100000000000000\""), 1,
        "removed HOST x0A02 \"beta\"\n"
        "added HOST x0A0100000000000000 \"beta\" in the document\n"
+       "  OSType: \"\"\n  OSVersion: \"\"\n"
        "1 added, 1 removed, 0 changed, 0 moved\n"},
       {"two parents swapped", SwappedDomains(), 1,
        "moved DOMAIN x0E02 \"DOMTWO\" in the document from place 2 to place 1\n"
@@ -454,6 +456,25 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
        1,
        "changed x0A02 from a HOST to a EXTERNSITE\n"
        "1 added, 1 removed, 0 changed, 0 moved\n"},
+      // Run-time state apart: not configuration, and not a difference.
+      {"a status's date, and a name",
+       Changed("Name=\"beta\"", "Name=\"gamma\"",
+               Changed("LastSuccessfulDate=\"2026-01-01\"",
+                       "LastSuccessfulDate=\"2027-01-01\"")),
+       1,
+       "changed HOST x0A02 \"gamma\" Name: \"beta\" -> \"gamma\"\n"
+       "0 added, 0 removed, 1 changed, 0 moved\n"
+       "run-time state, not configuration, 1 object:\n"
+       "changed DATASERVERCAPTURESTATUS x1701 of x1501 (\"TONE\") "
+       "LastSuccessfulDate: \"2026-01-01\" -> \"2027-01-01\"\n"},
+      {"a status's date alone",
+       Changed("LastSuccessfulDate=\"2026-01-01\"",
+               "LastSuccessfulDate=\"2027-01-01\""),
+       0,
+       "0 added, 0 removed, 0 changed, 0 moved\n"
+       "run-time state, not configuration, 1 object:\n"
+       "changed DATASERVERCAPTURESTATUS x1701 of x1501 (\"TONE\") "
+       "LastSuccessfulDate: \"2026-01-01\" -> \"2027-01-01\"\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -3,8 +3,8 @@
 
 Usage: plan_views.py SCHEMA JSON TEXT DOM
   JSON  the plan as diff --format json writes it: validated against SCHEMA;
-  TEXT  the same plan as text: the same changes (action and identifier) and
-        the same totals;
+  TEXT  the same plan as text: the same changes (action and identifier),
+        the same totals, and the same run-time state apart;
   DOM   the HTML page as headless Chromium renders it: a section for every
         changed object, every id once, every link resolving, the name of
         each changed object shown as text in its section's summary, and, when the picture
@@ -70,9 +70,16 @@ class Page(HTMLParser):
 
 
 def text_changes(text):
-    """(action, identifier) of each line of the text plan, and its totals."""
-    changes, totals = set(), None
+    """(action, identifier) of each line of the text plan, its totals, and
+    (action, identifier) of each line of its run-time state."""
+    config, totals, run_time = set(), None, set()
+    into = config
     for line in text.splitlines():
+        if line.startswith("  "):
+            continue  # an attribute of the object added above
+        if line.startswith("run-time state, not configuration, "):
+            into = run_time
+            continue
         m = re.match(r"^(\d+) added, (\d+) removed, (\d+) changed, (\d+) moved$",
                      line)
         if m:
@@ -82,8 +89,8 @@ def text_changes(text):
         words = line.split(" ")
         # "changed x0A02 from a HOST to a EXTERNSITE" names no kind first.
         oid = words[1] if words[1].startswith("x") else words[2]
-        changes.add((words[0], oid))
-    return changes, totals
+        into.add((words[0], oid))
+    return config, totals, run_time
 
 
 def main(schema, json_file, text_file, dom_file):
@@ -101,11 +108,16 @@ def main(schema, json_file, text_file, dom_file):
         if count != plan["totals"][action]:
             fail("JSON: %d %s, totals say %d" %
                  (count, action, plan["totals"][action]))
-    from_text, totals = text_changes(open(text_file, encoding="utf-8").read())
-    if from_json and totals != plan["totals"]:
+    from_text, totals, run_time = text_changes(
+        open(text_file, encoding="utf-8").read())
+    if (from_json or plan["run_time"]) and totals != plan["totals"]:
         fail("text totals %s, JSON %s" % (totals, plan["totals"]))
     if from_text != from_json:
         fail("text and JSON differ: %s" % sorted(from_text ^ from_json)[:5])
+    run_time_json = {(c["action"], c["oid"]) for c in plan["run_time"]}
+    if run_time != run_time_json:
+        fail("run-time state: text and JSON differ: %s" %
+             sorted(run_time ^ run_time_json)[:5])
     page = Page()
     page.feed(open(dom_file, encoding="utf-8").read())
     if page.twice:
