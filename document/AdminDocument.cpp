@@ -17,22 +17,27 @@ constexpr Field T = Field::kText, O = Field::kOid, R = Field::kRef,
                 L = Field::kRefs, M = Field::kMedia, F = Field::kFlag;
 
 // The attributes by what they hold, with the column that keeps them.
-Attribute Id() { return {"Oid", O, false, "", "oid", false, false}; }
+Attribute Id() { return {"Oid", O, false, "", "oid", false, false, false}; }
 Attribute Text(const char* name, const char* column) {
-  return {name, T, false, "", column, false, false};
+  return {name, T, false, "", column, false, false, false};
 }
 Attribute Ref(const char* name, const char* kinds, const char* column,
               bool optional) {
-  return {name, R, optional, kinds, column, false, false};
+  return {name, R, optional, kinds, column, false, false, false};
 }
 // a as state the system keeps up as it runs, not configuration.
 Attribute RunTime(Attribute a) {
   a.runTime = true;
   return a;
 }
+// a as a value that may hold a secret (a password in a connection string).
+Attribute Secret(Attribute a) {
+  a.secret = true;
+  return a;
+}
 // A list of identifiers, kept as rows of a link table.
 Attribute Refs(const char* name, const char* kinds, const char* linkTable) {
-  return {name, L, true, kinds, linkTable, false, false};
+  return {name, L, true, kinds, linkTable, false, false, false};
 }
 
 // An element of its own table, any number of them, nothing implied.
@@ -49,7 +54,7 @@ Layout Set(const char* name, const char* table) {
   return Element(name, kKindCount, 0,
                  {Id(),
                   Text("Name", "name"),
-                  {"Media", M, true, "", "media", false, false},
+                  {"Media", M, true, "", "media", false, false, false},
                   Ref("PackageDefinition", "PACKAGEDEFINITION",
                       "package_definition", true),
                   Ref("ExternSite", "EXTERNSITE", "extern_site", true)},
@@ -82,7 +87,7 @@ const Layout kLayouts[kKindCount] = {
      1,
      {Text("Name", "name"),
       Text("AliasName", "alias_name"),
-      {"Oid", O, false, "", "oid", true, false},
+      {"Oid", O, false, "", "oid", true, false, false},
       Text("OwnerDico", "owner_dico"),
       Ref("BusinessDomain", "BUSINESSDOMAIN", "business_domain", false),
       Text("Driver", "driver"),
@@ -95,7 +100,7 @@ const Layout kLayouts[kKindCount] = {
      "rdb"},
     Element("DOMAIN", kKindCount, 0,
             {Text("Name", "name"),
-             {"Visible", F, false, "", "visible", false, false},
+             {"Visible", F, false, "", "visible", false, false, false},
              Id()},
             "\">", true, "domain"),
     Element("BUSINESSDOMAIN", kDomain, 1,
@@ -107,7 +112,7 @@ const Layout kLayouts[kKindCount] = {
     Element(
         "DATASERVER", kServer, 0,
         {Id(), Text("Name", "name"), Text("Authentication", "authentication"),
-         Text("DBMS", "dbms"), Text("ConnectionString", "connection_string"),
+         Text("DBMS", "dbms"), Secret(Text("ConnectionString", "connection_string")),
          Ref("Host", "HOST", "host", true)},
         "\"/>", false, "data_server"),
     Element("VAULTSERVER", kServer, 0,

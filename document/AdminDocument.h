@@ -38,6 +38,9 @@ struct Attribute {
   // succeeded), not configuration: plans keep it apart, and an apply keeps
   // the store's unless asked otherwise.
   bool runTime;
+  // May hold a secret (a password in a connection string): masked in what
+  // leaves the machine, unless asked otherwise.
+  bool secret;
 };
 
 // The elements of the document, in the order of their sections.

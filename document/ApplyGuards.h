@@ -19,6 +19,7 @@ struct ApplyOptions {
   bool otherInstallation = false;  // take a document of another local site
   std::vector<std::string> only;   // apply only these objects' subtrees
   bool runTime = false;  // write the document's run-time state too
+  bool showSecrets = false;  // the plan shown with secrets unmasked
 };
 
 // The exit status of an apply a guard refuses, nothing changed: apart

@@ -510,6 +510,7 @@ Stop FindFacts(Run& run) {
   if (!run.options.base.empty() && run.before != run.baseBytes)
     CompareBase(run);
   run.plan = MakePlan(run.current, run.wanted);
+  run.plan.showSecrets = run.options.showSecrets;
   f.plan = &run.plan;
   std::string error;
   if (!TouchedRows(run.wanted, run.plan, &run.wants.content, &run.wants.touched,

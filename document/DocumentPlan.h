@@ -121,6 +121,9 @@ struct Plan {
   // the configuration and not in its totals: each object changed, with
   // its run-time attributes that changed, in the order of changes.
   std::vector<PlanChange> runTime;
+  // Whether views write secrets as they are (--show-secrets); else their
+  // password parts are masked.
+  bool showSecrets = false;
   // Whether the configuration is the same; run-time state may differ.
   bool Empty() const { return changes.empty(); }
   // The texts neither document holds as they are shown (an identifier

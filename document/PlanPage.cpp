@@ -237,13 +237,16 @@ class Page {
     html += "</p>\n";
     if (!c.values.empty()) {
       html += "<table>\n<tr><th>Attribute</th><th>Old</th><th>New</th></tr>\n";
+      std::pair<std::string, std::string> masked;
       for (const PlanValue& v : c.values) {
         ((html += "<tr><td>") +=
          LayoutOf(c.kind).attributes[v.attribute].name) +=
             "</td><td class=\"old\">";
-        Value(html, v.had, v.from, v.fromRefs);
+        const auto [from, to] =
+            ShownValues(c.kind, v, plan_.showSecrets, masked);
+        Value(html, v.had, from, v.fromRefs);
         html += "</td><td class=\"new\">";
-        Value(html, v.has, v.to, v.toRefs);
+        Value(html, v.has, to, v.toRefs);
         html += "</td></tr>\n";
       }
       html += "</table>\n";

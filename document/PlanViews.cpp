@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "Escape.h"
+#include "Secrets.h"
 
 namespace doc {
 
@@ -79,9 +80,11 @@ void Shown(std::string& line, bool present, std::string_view value,
   line += ')';
 }
 
-// Calls done(line) after each line of change c is written into line.
+// Calls done(line) after each line of change c is written into line;
+// secrets are shown as they are with secrets, else masked.
 template <typename F>
-void Lines(const PlanChange& c, std::string& line, F done) {
+void Lines(const PlanChange& c, bool secrets, std::string& line, F done) {
+  std::pair<std::string, std::string> masked;
   switch (c.action) {
     case PlanChange::kRemoved:
       Object(line, "removed ", c);
@@ -99,7 +102,8 @@ void Lines(const PlanChange& c, std::string& line, F done) {
             static_cast<int>(v.attribute) == NameIndex(c.kind))
           continue;
         ((line += "  ") += a.name) += ": ";
-        Shown(line, v.has, v.to, v.toRefs);
+        Shown(line, v.has, ShownValues(c.kind, v, secrets, masked).second,
+              v.toRefs);
         done(line);
       }
       return;
@@ -114,9 +118,10 @@ void Lines(const PlanChange& c, std::string& line, F done) {
         Object(line, "changed ", c);
         ((line += ' ') += LayoutOf(c.kind).attributes[v.attribute].name) +=
             ": ";
-        Shown(line, v.had, v.from, v.fromRefs);
+        const auto [from, to] = ShownValues(c.kind, v, secrets, masked);
+        Shown(line, v.had, from, v.fromRefs);
         line += " -> ";
-        Shown(line, v.has, v.to, v.toRefs);
+        Shown(line, v.has, to, v.toRefs);
         done(line);
       }
       return;
@@ -140,6 +145,15 @@ void Lines(const PlanChange& c, std::string& line, F done) {
 
 }  // namespace
 
+std::pair<std::string_view, std::string_view> ShownValues(
+    Kind kind, const PlanValue& v, bool secrets,
+    std::pair<std::string, std::string>& masked) {
+  if (secrets || !LayoutOf(kind).attributes[v.attribute].secret)
+    return {v.from, v.to};
+  masked = MaskedChange(v.from, v.to);
+  return {masked.first, masked.second};
+}
+
 std::string PlanTotals(const Plan& plan) {
   return std::to_string(plan.added) + " added, " +
          std::to_string(plan.removed) + " removed, " +
@@ -151,15 +165,15 @@ namespace {
 
 // Writes a line for each value of changes, at most most, then how many
 // more there are.
-void WriteLines(const std::vector<PlanChange>& changes, std::ostream& out,
-                std::size_t most) {
+void WriteLines(const std::vector<PlanChange>& changes, bool secrets,
+                std::ostream& out, std::size_t most) {
   std::size_t shown = 0, left = 0;
   // Lines are written into one block, given to out 64 KiB at a time; a
   // line past most is taken back.
   std::string block;
   for (const PlanChange& c : changes) {
     std::size_t start = block.size();
-    Lines(c, block, [&](std::string& text) {
+    Lines(c, secrets, block, [&](std::string& text) {
       if (shown == most) {
         ++left;
         text.resize(start);
@@ -182,13 +196,13 @@ void WriteLines(const std::vector<PlanChange>& changes, std::ostream& out,
 
 void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
   if (plan.Empty() && plan.runTime.empty()) return;
-  WriteLines(plan.changes, out, most);
+  WriteLines(plan.changes, plan.showSecrets, out, most);
   out << PlanTotals(plan) << "\n";
   if (plan.runTime.empty()) return;
   // Apart from the configuration, after its totals, which do not count it.
   out << kRunTimeHeading << ", " << plan.runTime.size()
       << (plan.runTime.size() == 1 ? " object" : " objects") << ":\n";
-  WriteLines(plan.runTime, out, most);
+  WriteLines(plan.runTime, plan.showSecrets, out, most);
 }
 
 bool Utf8(std::string_view text) {
@@ -246,8 +260,10 @@ void Refs(Compact& w, const char* key, const std::vector<PlanRef>& list) {
   w.EndArray();
 }
 
-// Change c as one JSON object.
-void Change(Compact& w, const PlanChange& c) {
+// Change c as one JSON object; secrets as they are with secrets, else
+// masked.
+void Change(Compact& w, const PlanChange& c, bool secrets) {
+  std::pair<std::string, std::string> masked;
   w.StartObject();
   w.Key("action");
   w.String(kActions[c.action]);
@@ -278,17 +294,18 @@ void Change(Compact& w, const PlanChange& c) {
     w.StartArray();
     for (const PlanValue& v : c.values) {
       const Attribute& a = LayoutOf(c.kind).attributes[v.attribute];
+      const auto [from, to] = ShownValues(c.kind, v, secrets, masked);
       w.StartObject();
       w.Key("attribute");
       w.String(a.name);
       w.Key("old");
       if (v.had)
-        Text(w, v.from);
+        Text(w, from);
       else
         w.Null();
       w.Key("new");
       if (v.has)
-        Text(w, v.to);
+        Text(w, to);
       else
         w.Null();
       if (a.field == Field::kRef || a.field == Field::kRefs ||
@@ -306,8 +323,9 @@ void Change(Compact& w, const PlanChange& c) {
 // Writes the plan through writer, flushing its buffer to out (when given)
 // a block at a time. Each change and each list is one line of its own.
 template <typename Writer>
-void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
-               std::ostream* out, const Refusal* refusal = nullptr) {
+void WriteJson(const Plan& plan, bool secrets, Writer& w,
+               rapidjson::StringBuffer& buffer, std::ostream* out,
+               const Refusal* refusal = nullptr) {
   rapidjson::StringBuffer one;
   Compact compact(one);
   const auto put = [&] {
@@ -350,7 +368,7 @@ void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
   w.Key("changes");
   w.StartArray();
   for (const PlanChange& c : plan.changes) {
-    Change(compact, c);
+    Change(compact, c, secrets);
     put();
     flush();
   }
@@ -371,7 +389,7 @@ void WriteJson(const Plan& plan, Writer& w, rapidjson::StringBuffer& buffer,
   w.Key("run_time");
   w.StartArray();
   for (const PlanChange& c : plan.runTime) {
-    Change(compact, c);
+    Change(compact, c, secrets);
     put();
     flush();
   }
@@ -386,7 +404,7 @@ void WritePlanJson(const Plan& plan, std::ostream& out,
   rapidjson::StringBuffer buffer;
   rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
   writer.SetIndent(' ', 2);
-  WriteJson(plan, writer, buffer, &out, refusal);
+  WriteJson(plan, plan.showSecrets, writer, buffer, &out, refusal);
   out.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
   out << '\n';
 }
@@ -394,7 +412,8 @@ void WritePlanJson(const Plan& plan, std::ostream& out,
 std::string PlanJsonText(const Plan& plan) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  WriteJson(plan, writer, buffer, nullptr);
+  // The log keeps no secret, whatever the views show.
+  WriteJson(plan, false, writer, buffer, nullptr);
   return std::string(buffer.GetString(), buffer.GetSize());
 }
 

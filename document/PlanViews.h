@@ -6,6 +6,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "ApplyGuards.h"
 #include "DocumentPlan.h"
@@ -20,6 +21,12 @@ constexpr char kRunTimeHeading[] = "run-time state, not configuration";
 // changes shown in each part, the rest are counted in one line.
 void WritePlanText(const Plan& plan, std::ostream& out,
                    std::size_t most = static_cast<std::size_t>(-1));
+// The old and the new value of v, an attribute of kind, as every view
+// shows them: a secret's masked (MaskedChange, held in masked) unless
+// secrets are shown.
+std::pair<std::string_view, std::string_view> ShownValues(
+    Kind kind, const PlanValue& v, bool secrets,
+    std::pair<std::string, std::string>& masked);
 // "3 added, 1 removed, 4 changed, 1 moved".
 std::string PlanTotals(const Plan& plan);
 // The plan as one JSON object, as the plan's JSON Schema describes it.

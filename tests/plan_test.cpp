@@ -11,7 +11,9 @@
 //          resolve, and the changed objects in its picture (or the counts
 //          per kind past the limit); a byte, a control byte and a
 //          backslash, each against text that reads like its escape, told
-//          apart in every view
+//          apart in every view; passwords in connection strings masked
+//          in text, JSON, the page, the report and the log, a change shown
+//          by its digests, unless --show-secrets (never in the log)
 #include <string>
 #include <vector>
 
@@ -174,6 +176,62 @@ TEST(Views, AnEscapeIsToldApartFromTextThatReadsLikeIt) {
           << v.format << ": " << v.shown;
     }
   }
+}
+
+// A password changed in a connection string, and one added: every view
+// that leaves the machine masks them, the change still shown by a digest
+// of each side, unless --show-secrets; the log masks them whatever is
+// shown; the document stays exact.
+TEST(Views, SecretsMaskedUnlessAsked) {
+  const std::string full = ReadFile(DataPath("full.sql"));
+  const auto connected = [&](const char* main, const char* side) {
+    return std::vector<std::string>{
+        full, std::string("UPDATE data_server SET connection_string = '") +
+                  main + "' WHERE oid = x'0B01'; UPDATE data_server SET "
+                  "connection_string = '" + side + "' WHERE oid = x'0B02';"};
+  };
+  const std::string before =
+      Document("plan-secret-before", connected("u/old-pw@db", ""));
+  const std::string after = Document(
+      "plan-secret-after", connected("u/new-pw@db", "Server=s;Pwd=side-pw"));
+  const std::string page = OutputPath("plan-secret.html"),
+                    store = OutputPath("plan-secret.db"),
+                    log = OutputPath("plan-secret.log");
+  const struct {
+    std::vector<std::string> args;
+    std::string output;  // "" for standard output
+  } views[] = {
+      {{"diff", before, after}, ""},
+      {{"diff", "--format", "json", before, after}, ""},
+      {{"diff", "--format", "html", "-o", page, before, after}, page},
+      {{"report", after, page}, page},
+      {{"apply", "--dry-run", after, store}, ""},
+  };
+  for (const bool shown : {false, true}) {
+    for (const auto& v : views) {
+      SCOPED_TRACE(v.args[0] + " " + v.args[1] + (shown ? " shown" : ""));
+      std::vector<std::string> args = v.args;
+      if (shown) args.insert(args.begin() + 1, "--show-secrets");
+      test_support::MakeStore(store, connected("u/old-pw@db", ""));
+      const RunResult run = Doc(args);
+      EXPECT_LE(run.status, 1) << run.err;
+      const std::string seen = v.output.empty() ? run.out : ReadFile(v.output);
+      for (const char* secret : {"new-pw", "side-pw"})
+        EXPECT_EQ(seen.find(secret) != std::string::npos, shown) << secret;
+      EXPECT_EQ(seen.find("u/*****@db #") != std::string::npos,
+                !shown && args[0] != "report")
+          << seen.substr(0, 2000);
+    }
+  }
+  // The log masks whatever the views show; the document is the archive.
+  std::remove(log.c_str());
+  EXPECT_EQ(Doc({"apply", "--show-secrets", "--log", log, after, store}).status,
+            0);
+  EXPECT_EQ(ReadFile(log).find("new-pw"), std::string::npos);
+  EXPECT_NE(ReadFile(log).find("Pwd=*****"), std::string::npos);
+  EXPECT_NE(binaries::Export(store, OutputPath("plan-secret-export.xml"))
+                .find("u/new-pw@db"),
+            std::string::npos);
 }
 
 // A list of references changed: the text names each reference, the

@@ -29,13 +29,14 @@ bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
 
 int DocDiff(const std::string& oldFile, const std::string& newFile,
             PlanFormat format, const std::string& output, std::ostream& out,
-            std::ostream& err) {
+            std::ostream& err, bool showSecrets) {
   doc::PlanDocument before, after;
   int status = 0;
   // A document that cannot be read or is refused: no comparison.
   if (!ReadPlanPair(oldFile, newFile, before, after, err, &status))
     return status;
-  const doc::Plan plan = doc::MakePlan(before, after);
+  doc::Plan plan = doc::MakePlan(before, after);
+  plan.showSecrets = showSecrets;
   if (const int written = WritePlan(
           plan, format, output, {oldFile, newFile},
           doc::Shown(oldFile) + " to " + doc::Shown(newFile), out, err))

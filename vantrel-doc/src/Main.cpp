@@ -17,7 +17,7 @@ namespace {
 // The values of a command line.
 struct Arguments {
   std::string first, second, output = "-", format = "text";
-  bool quiet = false;
+  bool quiet = false, showSecrets = false;
   ApplyOptions apply;
   // Where a command's report goes: nowhere with -q, which leaves the exit
   // status and the problems.
@@ -58,8 +58,15 @@ void Quiet(CLI::App& command, Arguments& a) {
                    "Says nothing but problems: the exit status tells");
 }
 
-// Adds --format and -o, for the commands that write a plan.
+// Adds --show-secrets, for the commands whose views mask secrets.
+void ShowSecrets(CLI::App& command, Arguments& a) {
+  command.add_flag("--show-secrets", a.showSecrets,
+                   "Shows the passwords in connection strings, unmasked");
+}
+
+// Adds --format, -o and --show-secrets, for the commands that write a plan.
 void PlanOptions(CLI::App& command, Arguments& a) {
+  ShowSecrets(command, a);
   command.add_option("--format", a.format, "The plan's form")
       ->check(CLI::IsMember({"text", "json", "html"}));
   command
@@ -131,7 +138,8 @@ const Command kCommands[] = {
      },
      [](Arguments& a) { return DocCheck(a.first, a.Out(), std::cerr); }},
     {"diff", "Shows the plan from document OLD to document NEW",
-     "[-q] [--format text|json|html] [-o FILE] OLD NEW", "OLD and NEW",
+     "[-q] [--format text|json|html] [-o FILE] [--show-secrets] OLD NEW",
+     "OLD and NEW",
      [](CLI::App& c, Arguments& a) {
        Quiet(c, a);
        PlanOptions(c, a);
@@ -140,7 +148,7 @@ const Command kCommands[] = {
      },
      [](Arguments& a) {
        return DocDiff(a.first, a.second, a.Format(), a.output, a.Out(),
-                      std::cerr);
+                      std::cerr, a.showSecrets);
      }},
     {"load", "Creates a store from a document", "DOC STORE", "DOC and STORE",
      [](CLI::App& c, Arguments& a) {
@@ -160,10 +168,15 @@ const Command kCommands[] = {
      [](Arguments& a) {
        return DocJson(a.first, a.output, std::cout, std::cerr);
      }},
-    {"report", "Writes a document's HTML report", "DOC [OUT.html]", "DOC",
-     Converted,
+    {"report", "Writes a document's HTML report",
+     "[--show-secrets] DOC [OUT.html]", "DOC",
+     [](CLI::App& c, Arguments& a) {
+       ShowSecrets(c, a);
+       Converted(c, a);
+     },
      [](Arguments& a) {
-       return DocReport(a.first, a.output, std::cout, std::cerr);
+       return DocReport(a.first, a.output, std::cout, std::cerr,
+                        a.showSecrets);
      }},
     {"export", "Exports a store to an archive, replacing it once whole",
      "[-q] [--other-installation] STORE FILE", "STORE and FILE",
@@ -180,6 +193,7 @@ const Command kCommands[] = {
      }},
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
+     "                         [--show-secrets]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
      "                         [--other-installation] [--run-time]\n"
      "                         [--only ID[,ID...]]\n"
@@ -188,6 +202,7 @@ const Command kCommands[] = {
      [](Arguments& a) {
        a.apply.format = a.Format();
        a.apply.output = a.output;
+       a.apply.showSecrets = a.showSecrets;
        return DocApply(a.first, a.second, a.apply, a.Out(), std::cerr);
      }},
 };

@@ -107,18 +107,19 @@ bool MakeReport(const std::string& twin, const std::string& shown,
 }  // namespace
 
 int DocReport(const std::string& file, const std::string& output,
-              std::ostream& out, std::ostream& err) {
+              std::ostream& out, std::ostream& err, bool showSecrets) {
   // The report is made from the well-formed twin, so that any document the
   // exporter writes has one, in memory as the page is.
   std::ostringstream twin;
-  // A value XML cannot carry is shown as messages show it.
+  // A value XML cannot carry is shown as messages show it, and a secret
+  // masked unless asked for.
   TwinWriter writer(
       twin,
       [&](std::string*) {
         twin.str("");
         return true;
       },
-      true);
+      true, !showSecrets);
   PictureData data;
   doc::Both both(writer, data);
   doc::Checker checker(file, err, &both);

@@ -19,10 +19,11 @@ namespace vdoc {
 // problem, each naming FILE:LINE.
 int DocCheck(const std::string& file, std::ostream& out, std::ostream& err);
 // The plan from one document to another, object by object, written to
-// output in format (1: they differ).
+// output in format (1: their configurations differ); secrets masked unless
+// showSecrets.
 int DocDiff(const std::string& oldFile, const std::string& newFile,
             PlanFormat format, const std::string& output, std::ostream& out,
-            std::ostream& err);
+            std::ostream& err, bool showSecrets = false);
 // Reads and checks two documents at once into before and after; false,
 // with the exit status in *status, after saying why.
 bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
@@ -40,9 +41,9 @@ int DocXml(const std::string& file, const std::string& output,
 int DocJson(const std::string& file, const std::string& output,
             std::ostream& out, std::ostream& err);
 // Writes the HTML report of a document, with a picture of its servers and
-// replication, to output.
+// replication, to output; secrets masked unless showSecrets.
 int DocReport(const std::string& file, const std::string& output,
-              std::ostream& out, std::ostream& err);
+              std::ostream& out, std::ostream& err, bool showSecrets = false);
 // Exports store to file as the exporter does, through a new file beside it
 // that replaces file only once it is whole, checked and on the disk; on any
 // failure file is as it was and nothing is left behind. An archive that
