@@ -12,6 +12,7 @@ install(FILES objectmodel/sql/schema.sql objectmodel/sql/demo.sql
               ${VANTREL_GENERATED_SHARE}/vantrel-report.xsl
               ${VANTREL_GENERATED_SHARE}/vantrel-doc.schema.json
               ${VANTREL_GENERATED_SHARE}/vantrel-plan.schema.json
+              ${VANTREL_GENERATED_SHARE}/vantrel-log.schema.json
         DESTINATION ${CMAKE_INSTALL_DATADIR}/vantrel COMPONENT tools)
 # Where bash-completion looks for a command's completion.
 install(FILES share/completion/vantrel-doc

@@ -59,8 +59,9 @@ Copied CopyFile(int from, int to, std::uint64_t limit) {
 
 namespace {
 
-// The name path would have once its directory's links are resolved, for
-// files that do not exist yet; path itself when its directory is unknown.
+
+}  // namespace
+
 std::string Resolved(const std::string& path) {
   char dir[PATH_MAX];
   if (!::realpath(DirectoryOf(path).c_str(), dir)) return path;
@@ -68,6 +69,14 @@ std::string Resolved(const std::string& path) {
   return std::string(dir) + "/" +
          (slash == std::string::npos ? path : path.substr(slash + 1));
 }
+
+std::string AbsolutePath(const std::string& path) {
+  char resolved[PATH_MAX];
+  return ::realpath(path.c_str(), resolved) ? std::string(resolved)
+                                            : Resolved(path);
+}
+
+namespace {
 
 // Whether a and b are one file: the same inode when both exist, else the
 // same name once resolved.

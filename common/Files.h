@@ -46,6 +46,13 @@ Copied CopyFile(
 std::string RefusedOutput(const std::string& path,
                           const std::vector<std::string>& inputs);
 
+// The name path would have once its directory's links are resolved, for a
+// file that may not exist yet; path itself when its directory is unknown.
+std::string Resolved(const std::string& path);
+// The absolute path of path, its links resolved: a file's own, else the
+// one it would have once created.
+std::string AbsolutePath(const std::string& path);
+
 // The directory of temporary files: TMPDIR, else /tmp.
 std::string TemporaryDirectory();
 // A new file of the temporary directory, already removed (it lasts as long

@@ -56,13 +56,25 @@ std::string KeptMedia(const GuardFacts& f, const ApplyOptions&) {
 const std::vector<Guard>& Guards() {
   // A new guard is a row here, its fact in GuardFacts, and a test row.
   static const std::vector<Guard> guards = {
-      {"base", Base, kRefusedByGuard, false},
-      {"part", Part, kRefusedByGuard, false},
-      {"other-installation", OtherInstallation, kRefusedByGuard, true},
-      {"max-removals", MaxRemovals, kRefusedByGuard, true},
-      {"kept-media", KeptMedia, kRefusedByGuard, true},
+      {"base", Base, kRefusedByGuard, false,
+       [](const ApplyOptions& o) { return !o.base.empty(); }},
+      {"part", Part, kRefusedByGuard, false,
+       [](const ApplyOptions& o) { return !o.only.empty(); }},
+      {"other-installation", OtherInstallation, kRefusedByGuard, true,
+       [](const ApplyOptions& o) { return !o.otherInstallation; }},
+      {"max-removals", MaxRemovals, kRefusedByGuard, true,
+       [](const ApplyOptions& o) { return o.maxRemovals >= 0; }},
+      {"kept-media", KeptMedia, kRefusedByGuard, true,
+       [](const ApplyOptions&) { return true; }},
   };
   return guards;
+}
+
+std::vector<std::string> GuardsInForce(const ApplyOptions& options) {
+  std::vector<std::string> names;
+  for (const Guard& g : Guards())
+    if (g.inForce(options)) names.push_back(g.name);
+  return names;
 }
 
 Refusal Guarded(const GuardFacts& facts, const ApplyOptions& options) {

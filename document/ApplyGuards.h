@@ -20,6 +20,7 @@ struct ApplyOptions {
   std::vector<std::string> only;   // apply only these objects' subtrees
   bool runTime = false;  // write the document's run-time state too
   bool showSecrets = false;  // the plan shown with secrets unmasked
+  std::string comment;       // a ticket or a reason, for the log
 };
 
 // The exit status of an apply a guard refuses, nothing changed: apart
@@ -59,10 +60,15 @@ struct Guard {
   std::string (*check)(const GuardFacts&, const ApplyOptions&);
   int status;
   bool planShown;
+  // Whether the options leave it in force (the log records it so).
+  bool (*inForce)(const ApplyOptions&);
 };
 
 // Every guard, in the order they are asked.
 const std::vector<Guard>& Guards();
+
+// The names of the guards the options leave in force, in their order.
+std::vector<std::string> GuardsInForce(const ApplyOptions& options);
 
 // The first guard of Guards() that refuses, with the base's changes as its
 // detail when that guard is the base's; an empty Refusal when none does.

@@ -41,6 +41,12 @@ std::string User() {
   return std::to_string(::geteuid());
 }
 
+// The machine's name.
+std::string Host() {
+  char name[256] = {};
+  return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
 // Now, in UTC, as "2026-11-23T10:04:05Z".
 std::string Now() {
   const std::time_t now = std::time(nullptr);
@@ -51,11 +57,10 @@ std::string Now() {
   return text;
 }
 
-// The absolute path of a store, so that the record names it wherever the
+// The absolute path of a file, so that the record names it wherever the
 // apply ran from.
 std::string Absolute(const std::string& path) {
-  char resolved[PATH_MAX];
-  return ::realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+  return vantrel::AbsolutePath(path);
 }
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
@@ -66,25 +71,99 @@ void Text(Writer& w, const char* key, std::string_view value) {
   w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
 }
 
-// Opens a line: when, who, to which store, from which document, and how
-// it went.
-void Begin(Writer& w, const std::string& store, const std::string& document,
-           const char* outcome) {
+// Writes options, the apply's options as given, and the guards they leave
+// in force.
+void Options(Writer& w, const ApplyOptions& o, const std::string& output) {
+  w.Key("options");
   w.StartObject();
-  Text(w, "time", Now());
-  Text(w, "user", User());
-  Text(w, "store", store);
-  Text(w, "document", document);
-  Text(w, "outcome", outcome);
+  w.Key("dry_run");
+  w.Bool(o.dryRun);
+  if (!o.base.empty()) Text(w, "base", o.base == "-" ? "-" : Absolute(o.base));
+  if (o.maxRemovals >= 0) {
+    w.Key("max_removals");
+    w.Int64(o.maxRemovals);
+  }
+  w.Key("other_installation");
+  w.Bool(o.otherInstallation);
+  w.Key("run_time");
+  w.Bool(o.runTime);
+  if (!o.only.empty()) {
+    w.Key("only");
+    w.StartArray();
+    for (const std::string& id : o.only) {
+      const std::string safe = doc::JsonSafe(id);
+      w.String(safe.data(), static_cast<rapidjson::SizeType>(safe.size()));
+    }
+    w.EndArray();
+  }
+  if (output != "-") Text(w, "output", Absolute(output));
+  w.EndObject();
+  w.Key("guards");
+  w.StartArray();
+  for (const std::string& name : GuardsInForce(o)) w.String(name.c_str());
+  w.EndArray();
 }
 
 }  // namespace
+
+std::string FileSha256(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  EVP_MD_CTX* context = EVP_MD_CTX_new();
+  if (!in || !context || !EVP_DigestInit_ex(context, EVP_sha256(), nullptr)) {
+    EVP_MD_CTX_free(context);
+    return std::string();
+  }
+  char block[1 << 16];
+  while (in) {
+    in.read(block, sizeof block);
+    EVP_DigestUpdate(context, block, static_cast<std::size_t>(in.gcount()));
+  }
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int size = 0;
+  const bool read = in.eof() && EVP_DigestFinal_ex(context, digest, &size);
+  EVP_MD_CTX_free(context);
+  if (!read) return std::string();
+  std::string hex = vantrel::Hex(
+      std::string_view(reinterpret_cast<const char*>(digest), size));
+  for (char& c : hex) c = static_cast<char>(std::tolower(c));
+  return "sha256:" + hex;
+}
+
+template <typename W>
+void ApplyLog::Begin(W& w, const char* outcome) const {
+  w.StartObject();
+  Text(w, "time", Now());
+  // The one behind sudo, when there is one: who asked for the apply.
+  const char* sudo = std::getenv("SUDO_USER");
+  Text(w, "user", sudo && *sudo ? sudo : User());
+  if (sudo && *sudo) Text(w, "run_as", User());
+  Text(w, "host", Host());
+  if (!context_.installation.empty()) {
+    w.Key("installation");
+    w.StartObject();
+    Text(w, "local_site", context_.installation);
+    Text(w, "name", context_.installationName);
+    w.EndObject();
+  }
+  Text(w, "store", store_);
+  Text(w, "document", document_);
+  if (!context_.documentDigest.empty())
+    Text(w, "document_digest", context_.documentDigest);
+  if (!context_.baseDigest.empty())
+    Text(w, "base_digest", context_.baseDigest);
+  if (context_.options) {
+    if (!context_.options->comment.empty())
+      Text(w, "comment", context_.options->comment);
+    Options(w, *context_.options, context_.planOutput);
+  }
+  Text(w, "outcome", outcome);
+}
 
 ApplyLog::ApplyLog(std::string path, std::string store, std::string document)
     : path_(std::move(path)),
       directory_(path_.empty() ? "" : vantrel::DirectoryOf(path_)),
       store_(Absolute(store)),
-      document_(std::move(document)) {}
+      document_(document == "-" ? document : Absolute(document)) {}
 
 std::string ApplyLog::AppliedLine(const std::string& before,
                                   const std::string& after,
@@ -92,7 +171,7 @@ std::string ApplyLog::AppliedLine(const std::string& before,
   if (path_.empty()) return std::string();
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  Begin(w, store_, document_, plan.Empty() ? "unchanged" : "applied");
+  Begin(w, plan.Empty() ? "unchanged" : "applied");
   Text(w, "before", Sha256(before));
   Text(w, "after", Sha256(after));
   w.Key("plan");
@@ -143,7 +222,7 @@ bool ApplyLog::Failed(const std::string& why, bool refused,
   if (path_.empty()) return true;
   rapidjson::StringBuffer buffer;
   Writer w(buffer);
-  Begin(w, store_, document_, refused ? "refused" : "failed");
+  Begin(w, refused ? "refused" : "failed");
   Text(w, "reason", why);
   w.Key("changed");
   w.Bool(false);

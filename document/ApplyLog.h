@@ -7,17 +7,35 @@
 #include <string_view>
 #include <vector>
 
+#include "ApplyGuards.h"
 #include "DocumentPlan.h"
 
 namespace doc {
 
 // The SHA-256 digest of bytes as "sha256:" and 64 hexadecimal digits.
 std::string Sha256(std::string_view bytes);
+// The digest of the file at path, as Sha256 gives it; "" when it cannot
+// be read.
+std::string FileSha256(const std::string& path);
+
+// What every line says of its apply besides its outcome, filled in as the
+// apply learns it: what is not known when a line is written is left out.
+struct ApplyContext {
+  const ApplyOptions* options = nullptr;  // as given on the command line
+  std::string planOutput;                 // -o ("-": standard output)
+  std::string documentDigest;             // of the document's bytes
+  std::string baseDigest;                 // of the base's bytes
+  // The store's local site: the installation.
+  std::string installation, installationName;
+};
 
 class ApplyLog {
  public:
-  // A log at path; an empty path keeps no log.
+  // A log at path of applies of document ("-" for standard input) to
+  // store; an empty path keeps no log.
   ApplyLog(std::string path, std::string store, std::string document);
+  // What the lines say of the apply, filled in as it goes.
+  ApplyContext& Context() { return context_; }
   ~ApplyLog();
   ApplyLog(const ApplyLog&) = delete;
   ApplyLog& operator=(const ApplyLog&) = delete;
@@ -46,7 +64,11 @@ class ApplyLog {
   bool Failed(const std::string& why, bool refused, std::string* error);
 
  private:
+  // Opens a line: when, who, where, with what, and how it went.
+  template <typename Writer>
+  void Begin(Writer& w, const char* outcome) const;
   std::string path_, directory_, store_, document_;
+  ApplyContext context_;
   int fd_ = -1;
   bool created_ = false;  // its directory entry is to be synced
   bool unended_ = false;  // its last line lacks its line break

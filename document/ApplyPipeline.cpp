@@ -263,7 +263,10 @@ struct Run {
         out(o),
         err(e),
         log(r.options.dryRun ? std::string() : r.options.log, r.store,
-            r.shownDocument) {}
+            r.document) {
+    log.Context().options = &r.options;
+    log.Context().planOutput = r.planOutput;
+  }
   const ApplyRequest& request;
   ApplyOptions options;  // a part's base is its snapshot
   ApplySaying& say;
@@ -507,6 +510,12 @@ Stop FindFacts(Run& run) {
   f.base = run.shownBase;
   f.documentSite = run.wanted.LocalSite();
   f.storeSite = run.current.LocalSite();
+  if (!f.storeSite.empty()) {
+    ApplyContext& context = run.log.Context();
+    context.installation = f.storeSite;
+    context.installationName = std::string(
+        run.current.Name(run.current.Objects()[run.current.Find(f.storeSite)]));
+  }
   if (!run.options.base.empty() && run.before != run.baseBytes)
     CompareBase(run);
   run.plan = MakePlan(run.current, run.wanted);
@@ -654,6 +663,7 @@ Stop Prepare(Run& run) {
       return {2, error};
     run.shownBase = "the base on standard input";
   }
+  run.log.Context().documentDigest = FileSha256(run.document);
   if (!run.options.only.empty()) {
     const Stop part = MakePart(run);
     if (part.status) return part;
@@ -664,6 +674,8 @@ Stop Prepare(Run& run) {
     ExportStore(run);
     reading.Wait();
   }
+  if (!run.request.options.base.empty() && run.baseRead)
+    run.log.Context().baseDigest = Sha256(run.baseBytes);
   for (Stop (*stage)(Run&) : {CheckRead, CheckStore, KeepRunTime, FindFacts}) {
     if (Interruption::Caught()) return interrupted();
     const Stop stop = stage(run);

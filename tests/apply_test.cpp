@@ -903,13 +903,24 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
   } runs[] = {{{"--max-removals", "0"}, 3},
               {{"--dry-run", "--base", wanted}, 3},
               {{"--dry-run"}, 1},
-              {{}, 0},
+              {{"--base", before, "--comment", "TICKET-7: promote", "-o",
+                "plan-out.json", "--format", "json"},
+               0},
               {{}, 0}};
   for (const auto& r : runs) {
     std::vector<std::string> args = {"apply", "--log", log};
     args.insert(args.end(), r.options.begin(), r.options.end());
     args.insert(args.end(), {wanted, store});
-    EXPECT_EQ(Doc(args).status, r.status) << args[3];
+    // Run from the output directory, as a user behind sudo: the record
+    // names the files by their absolute paths, and that user.
+    const RunResult run = test_support::Run(
+        "/bin/sh", [&] {
+          std::vector<std::string> a = {"-c", "cd \"$0\" && exec \"$@\"",
+                                        OutputPath(""), VANTREL_DOC_BINARY};
+          a.insert(a.end(), args.begin(), args.end());
+          return a;
+        }(), {{"SUDO_USER", "alice"}, {"KIV_ADMIN_STORE", std::nullopt}});
+    EXPECT_EQ(run.status, r.status) << args[3] << run.err;
   }
   // A dry run is not an apply: three lines after the one cut short.
   std::vector<std::string> lines;
@@ -928,7 +939,15 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
         "\"changed\":false", "\"store\":\"" + store + "\""}},
       {lines[1],
        {"\"outcome\":\"applied\"", "\"before\":\"" + digest(before) + "\"",
-        "\"after\":\"" + digest(wanted) + "\"",
+        "\"after\":\"" + digest(wanted) + "\"", "\"user\":\"alice\"",
+        "\"installation\":{\"local_site\":\"x1201\",\"name\":",
+        "\"document\":\"" + wanted + "\"",
+        "\"document_digest\":\"" + digest(wanted) + "\"",
+        "\"base_digest\":\"" + digest(before) + "\"",
+        "\"comment\":\"TICKET-7: promote\"",
+        "\"base\":\"" + before + "\"",
+        "\"output\":\"" + OutputPath("plan-out.json") + "\"",
+        "\"guards\":[\"base\",\"other-installation\",\"kept-media\"]",
         "\"totals\":{\"added\":0,\"removed\":1,\"changed\":2,\"moved\":0}",
         "\"oid\":\"x1102\",\"name\":\"WEST\"", "\"name\":\"al\\\\xFF\""}},
       {lines[2],
@@ -938,19 +957,27 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
   for (const auto& e : expected)
     for (const std::string& part : e.parts)
       EXPECT_NE(e.line.find(part), std::string::npos) << part << "\n" << e.line;
-  // Each line is one JSON object, in UTF-8, and so is the plan's JSON.
+  // Each line is one JSON object, in UTF-8, valid against the shipped
+  // schema of a log line, its plan against the plan's; and so is the
+  // plan's JSON.
   const std::string plan = OutputPath("apply-logged-plan.json");
   ASSERT_EQ(
       Doc({"diff", "--format", "json", "-o", plan, before, wanted}).status, 1);
   const RunResult parsed = test_support::Run(
       "/usr/bin/python3",
       {"-c",
-       "import json, sys\n"
+       "import json, sys, jsonschema\n"
+       "line_schema = json.load(open(sys.argv[3]))\n"
+       "plan_schema = json.load(open(sys.argv[4]))\n"
        "for line in list(open(sys.argv[1], encoding='utf-8', "
        "errors='strict'))[1:]:\n"
-       "    json.loads(line)\n"
+       "    record = json.loads(line)\n"
+       "    jsonschema.validate(record, line_schema)\n"
+       "    if 'plan' in record: jsonschema.validate(record['plan'], "
+       "plan_schema)\n"
        "json.load(open(sys.argv[2], encoding='utf-8', errors='strict'))\n",
-       log, plan},
+       log, plan, SHARE_DIR "/vantrel-log.schema.json",
+       SHARE_DIR "/vantrel-plan.schema.json"},
       {});
   EXPECT_EQ(parsed.status, 0) << parsed.err;
   // A store whose path is not UTF-8: the record names it by its escape.

@@ -107,6 +107,11 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
                    "Writes the document's run-time state too (a full "
                    "restore); else the store's is kept");
   command
+      .add_option("--comment", o.comment,
+                  "Records TEXT (a ticket, a reason) in the log's line")
+      ->type_name("TEXT")
+      ->check(kNamed);
+  command
       .add_option("--only", o.only,
                   "Applies only these objects, with their children")
       ->delimiter(',')
@@ -193,7 +198,7 @@ const Command kCommands[] = {
      }},
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
-     "                         [--show-secrets]\n"
+     "                         [--show-secrets] [--comment TEXT]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
      "                         [--other-installation] [--run-time]\n"
      "                         [--only ID[,ID...]]\n"
