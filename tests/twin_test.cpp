@@ -557,6 +557,78 @@ TEST(Command, TheTableIsWhatUsageHelpAndCompletionKnow) {
   EXPECT_EQ(Words(first[1]), commands);
 }
 
+// The manual page's table of exit statuses is the contract: each status it
+// lists is met by the commands it names, and no other status is.
+TEST(Command, TheExitStatusesOfTheManualPage) {
+  const std::string page =
+      ReadFile(std::string(TEST_DIR) + "/../share/man/vantrel-doc.1");
+  const std::string section =
+      page.substr(page.find(".SH EXIT STATUS"),
+                  page.find(".SH EXAMPLES") - page.find(".SH EXIT STATUS"));
+  std::set<int> listed;
+  const std::regex item(R"re(\.TP\n\.B (\d+)\n)re");
+  for (auto it = std::sregex_iterator(section.begin(), section.end(), item);
+       it != std::sregex_iterator(); ++it)
+    listed.insert(std::stoi((*it)[1]));
+  const std::string full = ReadFile(DataPath("full.xml"));
+  const std::string doc = OutputPath("exit.xml"),
+                    cut = OutputPath("exit-cut.xml"),
+                    renamed = OutputPath("exit-renamed.xml"),
+                    fewer = OutputPath("exit-fewer.xml"),
+                    store = OutputPath("exit.db"),
+                    other = OutputPath("exit-other.db"),
+                    archive = OutputPath("exit-archive.xml");
+  WriteFile(doc, full);
+  WriteFile(cut, full.substr(0, 300));
+  std::string text = full;
+  WriteFile(renamed,
+            text.replace(text.find("Name=\"beta\""), 11, "Name=\"gamma\""));
+  text = full;
+  const std::string host =
+      "<HOST Oid=\"x0A02\" Name=\"beta\" OSType=\"\" OSVersion=\"\"/>\n";
+  WriteFile(fewer, text.replace(text.find(host), host.size(), ""));
+  const auto fresh = [&] {
+    std::remove(store.c_str());
+    std::remove(archive.c_str());
+    EXPECT_EQ(Doc({"load", doc, store}).status, 0);
+  };
+  const struct {
+    int status;
+    std::vector<std::string> args;
+  } cases[] = {
+      {0, {"check", doc}},
+      {0, {"diff", doc, doc}},
+      {0, {"apply", doc, store}},
+      {0, {"export", "-q", store, archive}},
+      {1, {"check", cut}},
+      {1, {"diff", doc, renamed}},
+      {1, {"apply", "--dry-run", renamed, store}},
+      {1, {"apply", cut, store}},
+      {2, {"check", OutputPath("no-such.xml")}},
+      {2, {"apply", "--max-removals", "-1", doc, store}},
+      {2, {"apply", "--only", "", doc, store}},
+      {2, {"json", doc, OutputPath("")}},
+      {3, {"apply", "--max-removals", "0", fewer, store}},
+      {3, {"apply", "--dry-run", "--max-removals", "0", fewer, store}},
+      {3, {"export", other, archive}},
+  };
+  std::set<int> met;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args[0] + " " + c.args[1]);
+    fresh();
+    if (c.status == 3 && c.args[0] == "export") {
+      ASSERT_EQ(Doc({"export", "-q", store, archive}).status, 0);
+      WriteFile(OutputPath("exit-other.xml"),
+                std::regex_replace(full, std::regex("x1201"), "x1299"));
+      std::remove(other.c_str());
+      ASSERT_EQ(Doc({"load", OutputPath("exit-other.xml"), other}).status, 0);
+    }
+    EXPECT_EQ(Doc(c.args).status, c.status);
+    met.insert(c.status);
+  }
+  EXPECT_EQ(met, listed);
+}
+
 // The completion as bash runs it, without extglob: documents and
 // directories for a document, any file for a store, the document's
 // identifiers after --only, past the commas typed.
