@@ -522,6 +522,12 @@ std::uint32_t RunTimeAttributes(Kind kind) {
   return masks[kind];
 }
 
+Kind KindNamed(std::string_view name) {
+  for (int k = 0; k < kKindCount; ++k)
+    if (name == LayoutOf(Kind(k)).name) return Kind(k);
+  return kKindCount;
+}
+
 int AttributeIndex(Kind kind, std::string_view name) {
   const auto& attributes = LayoutOf(kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {

@@ -128,6 +128,8 @@ int AttributeIndex(Kind kind, std::string_view name);
 // loops that ask it of every element.
 int OidIndex(Kind kind);
 int NameIndex(Kind kind);
+// The kind of the element named name, or kKindCount.
+Kind KindNamed(std::string_view name);
 
 // True when value suits field as the exporter writes it: an identifier
 // with its "x" and upper-case hexadecimal, a list of them each followed by a

@@ -21,6 +21,8 @@ struct ApplyOptions {
   bool runTime = false;  // write the document's run-time state too
   bool showSecrets = false;  // the plan shown with secrets unmasked
   std::string comment;       // a ticket or a reason, for the log
+  // KIND.Attribute rules: the store's values of these are kept.
+  std::vector<std::string> keep;
 };
 
 // The exit status of an apply a guard refuses, nothing changed: apart

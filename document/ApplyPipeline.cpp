@@ -15,6 +15,7 @@
 
 #include "Alongside.h"
 #include "ApplyLog.h"
+#include "AttributeRules.h"
 #include "Checker.h"
 #include "DocumentPart.h"
 #include "DocumentRows.h"
@@ -99,15 +100,16 @@ class Gatherer : public Visitor {
   Wants& wants_;
 };
 
-// Writes each line of a document as the exporter would, an object's
-// run-time state taken from the store's, where the store holds the object.
+// Writes each line of a document as the exporter would, the values of the
+// attributes of kept taken from the store's, where the store holds the
+// object.
 class Keeper : public Visitor {
  public:
-  Keeper(const PlanDocument& store, std::string& out)
-      : store_(store), out_(out) {}
+  Keeper(const PlanDocument& store, const AttributeMask& kept, std::string& out)
+      : store_(store), kept_(kept), out_(out) {}
   void Other(const Line& line, std::size_t) override { Write(line); }
   void Element(const Line& line, std::size_t, const Place&) override {
-    const std::uint32_t runTime = RunTimeAttributes(line.kind);
+    const std::uint32_t runTime = kept_[line.kind];
     const int oid = AttributeIndex(line.kind, "Oid");
     const std::size_t at =
         runTime && oid >= 0
@@ -134,6 +136,7 @@ class Keeper : public Visitor {
     out_ += '\n';
   }
   const PlanDocument& store_;
+  const AttributeMask& kept_;
   std::string& out_;
 };
 
@@ -408,31 +411,43 @@ Stop CheckRead(Run& run) {
   return kGoOn;
 }
 
-// Unless --run-time, the document wanted keeps the store's run-time state
-// (when a replication last succeeded) for each object the store holds:
-// the system keeps it up, and neither a promotion nor the undo by an older
-// archive sets it back. The document is then written so, and read again.
-Stop KeepRunTime(Run& run) {
-  if (run.options.runTime) return kGoOn;
-  bool differs = false;
-  for (const PlanDocument::Object& o : run.wanted.Objects()) {
-    const std::uint32_t runTime = RunTimeAttributes(o.kind);
-    if (!runTime) continue;
-    const std::size_t at = run.current.Find(o.oid, run.wanted.Long());
-    if (at == std::string::npos) continue;
-    const PlanDocument::Object& kept = run.current.Objects()[at];
-    for (std::size_t k = 0; !differs && k < 32; ++k)
-      differs = (runTime >> k & 1) && kept.kind == o.kind &&
-                run.current.Value(kept, k) != run.wanted.Value(o, k);
-    if (differs) break;
+// Whether wanted gives an object of store another value of an attribute
+// of kept.
+bool HoldsOtherValues(const PlanDocument& store, const PlanDocument& wanted,
+                      const AttributeMask& kept) {
+  for (const PlanDocument::Object& o : wanted.Objects()) {
+    const std::uint32_t attributes = kept[o.kind];
+    const std::size_t at =
+        attributes ? store.Find(o.oid, wanted.Long()) : std::string::npos;
+    if (at == std::string::npos || store.Objects()[at].kind != o.kind)
+      continue;
+    for (std::size_t k = 0; k < LayoutOf(o.kind).attributes.size(); ++k)
+      if ((attributes >> k & 1) &&
+          store.Value(store.Objects()[at], k) != wanted.Value(o, k))
+        return true;
   }
-  if (!differs) return kGoOn;
-  std::string kept;
-  Keeper keeper(run.current, kept);
+  return false;
+}
+
+// The document wanted keeps the store's values, for each object the store
+// holds, of its run-time state (when a replication last succeeded) unless
+// --run-time, and of the attributes --keep names: the system keeps the
+// one up, and neither a promotion nor the undo by an older archive sets it
+// back; the other is the installation's own (a connection string). The
+// document is then written so, and read again.
+Stop KeepStoreValues(Run& run) {
+  AttributeMask kept{};
+  std::string error;
+  ReadAttributeRules(run.options.keep, &kept, &error);
+  for (int k = 0; k < kKindCount && !run.options.runTime; ++k)
+    kept[k] |= RunTimeAttributes(Kind(k));
+  if (!HoldsOtherValues(run.current, run.wanted, kept)) return kGoOn;
+  std::string text;
+  Keeper keeper(run.current, kept, text);
   if (!Walk(run.document, keeper).opened || run.kept.fd < 0 ||
-      ::write(run.kept.fd, kept.data(), kept.size()) !=
-          static_cast<ssize_t>(kept.size()))
-    return {2, "cannot keep the store's run-time state: " +
+      ::write(run.kept.fd, text.data(), text.size()) !=
+          static_cast<ssize_t>(text.size()))
+    return {2, "cannot keep the store's values: " +
                    std::string(std::strerror(errno))};
   run.document = run.kept.path;
   run.wants = Wants();
@@ -676,7 +691,7 @@ Stop Prepare(Run& run) {
   }
   if (!run.request.options.base.empty() && run.baseRead)
     run.log.Context().baseDigest = Sha256(run.baseBytes);
-  for (Stop (*stage)(Run&) : {CheckRead, CheckStore, KeepRunTime, FindFacts}) {
+  for (Stop (*stage)(Run&) : {CheckRead, CheckStore, KeepStoreValues, FindFacts}) {
     if (Interruption::Caught()) return interrupted();
     const Stop stop = stage(run);
     if (stop.status)

@@ -433,13 +433,6 @@ bool ScanRaw(int fd, Visitor& visitor) {
   return go;
 }
 
-// The kind of the element named name, or kKindCount.
-Kind KindNamed(std::string_view name) {
-  for (int k = 0; k < kKindCount; ++k)
-    if (name == LayoutOf(Kind(k)).name) return Kind(k);
-  return kKindCount;
-}
-
 // Reads fd as XML, feeding structure the lines the exporter would have
 // written: the prologue, each element and each end tag.
 // One walk of a document as XML: each node the reader meets, fed to the

@@ -47,6 +47,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -231,8 +232,9 @@ TEST(Kept, WhatTheDocumentDoesNotCarry) {
 
 // Run-time state is the system's: an apply keeps the store's, the undo by
 // an older archive leaves the live dates alone, and --base does not compare
-// it; --run-time writes the document's.
-TEST(Kept, TheStoresRunTimeState) {
+// it; --run-time writes the document's. --keep keeps the store's values of
+// the attributes it names, the rest applied.
+TEST(Kept, TheStoresRunTimeStateAndWhatKeepNames) {
   const std::string full = ReadFile(DataPath("full.sql"));
   const std::string moved =
       "UPDATE capture_status SET last_successful_date = '2027-03-03';";
@@ -245,6 +247,16 @@ TEST(Kept, TheStoresRunTimeState) {
             Exported(Store("apply-run-time-renamed",
                            {full, "UPDATE host SET name = 'gamma';"})));
   WriteFile(base, ReadFile(older));
+  const std::string connected = OutputPath("apply-run-time-connected.xml");
+  WriteFile(connected,
+            Exported(Store("apply-run-time-connected",
+                           {full, moved,
+                            "UPDATE data_server SET connection_string = "
+                            "'test/pw@testdb', name = 'PROMOTED';"})));
+  const std::string connection =
+      "SELECT group_concat(name || '=' || connection_string) FROM "
+      "data_server;";
+  const std::string connections = Sql(store, connection);
   const std::string dates =
       "SELECT group_concat(last_successful_date) FROM capture_status;";
   const std::string live = Sql(store, dates);
@@ -267,6 +279,20 @@ TEST(Kept, TheStoresRunTimeState) {
        "configuration, 3 objects:\nchanged VAULTSERVERCAPTURESTATUS x1702 of "
        "x1501 (\"TONE\") LastSuccessfulDate: \"2026-01-02\" -> "
        "\"2027-03-03\"\n"},
+      {"a promotion keeping the store's connection strings",
+       {"--keep", "DATASERVER.ConnectionString,HOST.OSType"},
+       connected,
+       0,
+       true,
+       ""},
+      {"a rule that names no attribute",
+       {"--keep", "DATASERVER.Password"},
+       connected,
+       2,
+       true,
+       "vantrel-doc: apply: --keep: DATASERVER.Password names no attribute: "
+       "a rule is KIND.Attribute, as the document writes them "
+       "(DATASERVER.ConnectionString)"},
       {"a full restore", {"--run-time"}, older, 0, false, ""},
   };
   for (const auto& c : cases) {
@@ -282,6 +308,11 @@ TEST(Kept, TheStoresRunTimeState) {
     if (c.wanted == renamed) {
       EXPECT_EQ(Sql(store, "SELECT name FROM host WHERE oid = x'0A01';"),
                 "gamma\n");
+    }
+    if (c.wanted == connected && c.status == 0) {
+      EXPECT_EQ(Sql(store, connection),
+                std::regex_replace(connections, std::regex("[A-Z]+DB="),
+                                   "PROMOTED="));
     }
   }
 }

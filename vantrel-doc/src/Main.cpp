@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "AttributeRules.h"
 #include "Commands.h"
 #include "Escape.h"
 #include "Output.h"
@@ -40,6 +41,16 @@ const CLI::Validator kNamed(
                            : std::string();
     },
     "", "named");
+
+// A KIND.Attribute rule, as the document names its attributes.
+const CLI::Validator kAttributeRule(
+    [](std::string& value) {
+      doc::AttributeMask mask{};
+      std::string error;
+      return doc::ReadAttributeRules({value}, &mask, &error) ? std::string()
+                                                             : error;
+    },
+    "", "attribute");
 
 // A count of objects: 0 or more, in decimal digits.
 const CLI::Validator kCount(
@@ -106,6 +117,12 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
   command.add_flag("--run-time", o.runTime,
                    "Writes the document's run-time state too (a full "
                    "restore); else the store's is kept");
+  command
+      .add_option("--keep", o.keep,
+                  "Keeps the store's values of these attributes")
+      ->delimiter(',')
+      ->type_name("KIND.Attribute,...")
+      ->check(kAttributeRule);
   command
       .add_option("--comment", o.comment,
                   "Records TEXT (a ticket, a reason) in the log's line")
@@ -199,6 +216,7 @@ const Command kCommands[] = {
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
      "                         [--show-secrets] [--comment TEXT]\n"
+     "                         [--keep KIND.Attribute[,...]]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
      "                         [--other-installation] [--run-time]\n"
      "                         [--only ID[,ID...]]\n"
