@@ -15,10 +15,21 @@ std::string Base(const GuardFacts& f, const ApplyOptions&) {
 std::string Part(const GuardFacts& f, const ApplyOptions&) {
   if (f.missing.empty()) return std::string();
   std::string names;
-  for (const std::string& id : f.missing)
-    names += (names.empty() ? "" : ",") + vantrel::Escaped(id);
+  for (const std::string& named : f.missing)
+    names += (names.empty() ? "" : ", ") + named;
   return "the part names objects that " + f.store + " lacks: " + names +
-         " (add them to --only)";
+         " (add them to --only, or bring them along with --with-references)";
+}
+
+// A promoted object whose identifier the store gives to another object
+// would silently become a rename of that object.
+std::string SameIdentifier(const GuardFacts& f, const ApplyOptions& o) {
+  if (f.otherObjects.empty() || o.sameIdentifierOk) return std::string();
+  std::string objects;
+  for (const std::string& told : f.otherObjects)
+    objects += (objects.empty() ? "" : "; ") + told;
+  return "the same identifier, another object: " + objects +
+         " (--same-identifier-ok applies it all the same)";
 }
 
 // A document without a local site is not the store's: applied, it would
@@ -60,6 +71,10 @@ const std::vector<Guard>& Guards() {
        [](const ApplyOptions& o) { return !o.base.empty(); }},
       {"part", Part, kRefusedByGuard, false,
        [](const ApplyOptions& o) { return !o.only.empty(); }},
+      {"same-identifier", SameIdentifier, kRefusedByGuard, true,
+       [](const ApplyOptions& o) {
+         return !o.only.empty() && !o.sameIdentifierOk;
+       }},
       {"other-installation", OtherInstallation, kRefusedByGuard, true,
        [](const ApplyOptions& o) { return !o.otherInstallation; }},
       {"max-removals", MaxRemovals, kRefusedByGuard, true,

@@ -23,6 +23,8 @@ struct ApplyOptions {
   std::string comment;       // a ticket or a reason, for the log
   // KIND.Attribute rules: the store's values of these are kept.
   std::vector<std::string> keep;
+  bool withReferences = false;   // a part brings what it names along
+  bool sameIdentifierOk = false;  // takes an identifier another object holds
 };
 
 // The exit status of an apply a guard refuses, nothing changed: apart
@@ -39,6 +41,8 @@ struct GuardFacts {
   std::string baseChanges;  // what changed since the base, in plan text
   // Identifiers the part needs that the store lacks, each once.
   std::vector<std::string> missing;
+  // Each object of the part that the store holds as another object.
+  std::vector<std::string> otherObjects;
   // A media the store keeps whose identifier the document gives to an
   // object: the media's identifier and the object's kind; "" for none.
   std::string keptMedia, keptMediaTakenBy;

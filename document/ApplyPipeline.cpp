@@ -299,6 +299,8 @@ struct Run {
   Plan plan;
   GuardFacts facts;
   std::string saidPlan, logLine;
+  // The part's objects that the store holds as other objects, sorted.
+  std::vector<std::string> otherObjectIds;
 };
 
 // Says once why the apply stops and that the store was not changed, and
@@ -340,10 +342,19 @@ Stop MakePart(Run& run) {
         !ExportThrough(snapshot->Connection(), run.snapshot.path))
       return {2, run.request.shownStore + " cannot be exported"};
   }
-  std::string wanted;
-  if (!PromotePart(run.snapshot.path, run.document, shown, run.options.only,
-                   &wanted, &run.facts.missing, &error))
-    return run.facts.missing.empty() ? Stop{1, error} : kGoOn;
+  PartRequest part;
+  part.current = run.snapshot.path;
+  part.source = run.document;
+  part.shownSource = shown;
+  part.ids = run.options.only;
+  part.withReferences = run.options.withReferences;
+  Part made;
+  const bool promoted = PromotePart(part, &made, &error);
+  run.facts.missing = std::move(made.missing);
+  run.facts.otherObjects = std::move(made.otherObjects);
+  run.otherObjectIds = std::move(made.otherObjectIds);
+  if (!promoted) return run.facts.missing.empty() ? Stop{1, error} : kGoOn;
+  const std::string& wanted = made.wanted;
   if (run.part.fd < 0 || ::write(run.part.fd, wanted.data(), wanted.size()) !=
                              static_cast<ssize_t>(wanted.size()))
     return {2, std::string("cannot make a file in memory: ") +
@@ -535,6 +546,7 @@ Stop FindFacts(Run& run) {
     CompareBase(run);
   run.plan = MakePlan(run.current, run.wanted);
   run.plan.showSecrets = run.options.showSecrets;
+  run.plan.otherObjects = run.otherObjectIds;
   f.plan = &run.plan;
   std::string error;
   if (!TouchedRows(run.wanted, run.plan, &run.wants.content, &run.wants.touched,

@@ -21,7 +21,7 @@ namespace {
 // another at a known place in constant time.
 struct Node {
   Kind kind;
-  std::string oid, line, end;
+  std::string oid, name, line, end;
   std::vector<std::string> names;
   std::list<Node> children;
 };
@@ -39,7 +39,9 @@ class Modeller : public Visitor {
  public:
   explicit Modeller(Model& model) : model_(model) {}
   void Element(const Line& line, std::size_t, const Place&) override {
-    Node node{line.kind, "", Text(line), "", {}, List()};
+    Node node{line.kind, "", "", Text(line), "", {}, List()};
+    if (NameIndex(line.kind) >= 0)
+      node.name = line.values[static_cast<std::size_t>(NameIndex(line.kind))];
     const Layout& layout = LayoutOf(line.kind);
     for (std::size_t i = 0; i < layout.attributes.size(); ++i) {
       if (!line.Has(static_cast<int>(i))) continue;
@@ -110,6 +112,11 @@ class Store {
       Index(model_.top, t);
   }
   bool Has(const std::string& key) const { return where_.count(key) != 0; }
+  // The object of the store whose identifier is oid, or null.
+  const Node* Find(const std::string& oid) const {
+    const auto found = where_.find(oid);
+    return found == where_.end() ? nullptr : &*found->second.at;
+  }
   // The children list of the top-level node standing for parent, or null.
   List* ChildrenOf(const Node& parent) {
     const auto found = where_.find(KeyOf(parent));
@@ -164,33 +171,67 @@ class Store {
   std::unordered_map<std::string, Where> where_;
 };
 
-}  // namespace
+// The source's objects by identifier.
+using Index = std::unordered_map<std::string, const Node*>;
 
-bool PromotePart(const std::string& current, const std::string& source,
-                 const std::string& shownSource,
-                 const std::vector<std::string>& ids, std::string* wanted,
-                 std::vector<std::string>* missing, std::string* error) {
-  Model model, from;
-  if (!Read(current, "the store's export", model, error) ||
-      !Read(source, shownSource, from, error))
-    return false;
-  std::unordered_set<std::string> inSource;
+Index IndexOf(const Model& from) {
+  Index index;
   for (const Node& top : from.top) {
-    inSource.insert(top.oid);
-    for (const Node& child : top.children) inSource.insert(child.oid);
+    if (!top.oid.empty()) index[top.oid] = &top;
+    for (const Node& child : top.children) index[child.oid] = &child;
   }
-  std::unordered_set<std::string> chosen;
-  for (const std::string& id : ids) {
-    if (id.empty() || !inSource.count(id)) {
-      *error = vantrel::Escaped(id, 60) + " is no object of " + shownSource;
-      return false;
-    }
-    chosen.insert(id);
+  return index;
+}
+
+// An object as messages name it: its kind, identifier and name.
+std::string Named(const Node& node) {
+  std::string named = std::string(LayoutOf(node.kind).name) + " " +
+                      vantrel::Escaped(node.oid, 60);
+  if (NameIndex(node.kind) >= 0)
+    named += " \"" + vantrel::Escaped(node.name, 60) + "\"";
+  return named;
+}
+
+// The identifier id names: itself, or for "KIND:NAME" the one object of
+// source of that kind and name. "" with *error for none, or for more than
+// one.
+std::string ChosenOid(const std::string& id, const Model& from,
+                      const Index& index, const std::string& shown,
+                      std::string* error) {
+  const std::size_t colon = id.find(':');
+  const Kind kind = colon == std::string::npos
+                        ? kKindCount
+                        : KindNamed(std::string_view(id).substr(0, colon));
+  if (kind == kKindCount) {
+    if (!id.empty() && index.count(id)) return id;
+    *error = vantrel::Escaped(id, 60) + " is no object of " + shown;
+    return std::string();
   }
-  Store store(model);
-  std::vector<const Node*> promoted;
-  // In the source's order, so that each one's siblings before it are in
-  // place first.
+  const std::string_view name = std::string_view(id).substr(colon + 1);
+  std::vector<const Node*> named;
+  for (const Node& top : from.top) {
+    if (top.kind == kind && top.name == name) named.push_back(&top);
+    for (const Node& child : top.children)
+      if (child.kind == kind && child.name == name) named.push_back(&child);
+  }
+  if (named.size() == 1) return named[0]->oid;
+  *error = vantrel::Escaped(id, 60) +
+           (named.empty() ? " is no object of " + shown
+                          : " names " + std::to_string(named.size()) +
+                                " objects of " + shown + ":");
+  for (const Node* node : named) *error += " " + vantrel::Escaped(node->oid);
+  if (!named.empty()) *error += ": name one by its identifier";
+  return std::string();
+}
+
+// Puts the objects of from whose identifiers are chosen into store, in
+// from's order, so that each one's siblings before it are in place first;
+// adds each to promoted, and the parent of a child the store cannot take
+// to *missing.
+void Promote(Store& store, const Model& from,
+             const std::unordered_set<std::string>& chosen,
+             std::vector<const Node*>& promoted,
+             std::vector<std::string>* missing) {
   for (auto t = from.top.cbegin(); t != from.top.cend(); ++t) {
     const Node& top = *t;
     if (!top.oid.empty() && chosen.count(top.oid)) {
@@ -207,28 +248,90 @@ bool PromotePart(const std::string& current, const std::string& source,
       store.Remove(c->oid);
       promoted.push_back(&*c);
       List* const list = store.ChildrenOf(top);
-      if (!list) {
-        // Its parent is not in the store: named as missing below.
-        missing->push_back(top.oid);
-        continue;
-      }
-      store.Insert(*list, top.children, c);
+      if (list)
+        store.Insert(*list, top.children, c);
+      else
+        missing->push_back(top.oid);  // its parent: named below
     }
   }
+}
+
+// What the promoted objects name that the store lacks, each once, after
+// the parents already in *missing.
+void Lacking(const Store& store, const std::vector<const Node*>& promoted,
+             std::vector<std::string>* missing) {
   std::unordered_set<std::string> named(missing->begin(), missing->end());
   for (const Node* node : promoted)
     for (const std::string& name : node->names)
       if (!store.Has(name) && named.insert(name).second)
         missing->push_back(name);
-  if (!missing->empty()) return false;
-  wanted->clear();
-  *wanted += model.head;
-  for (const Node& top : model.top) {
-    *wanted += top.line;
-    for (const Node& child : top.children) *wanted += child.line;
-    *wanted += top.end;
+}
+
+// Sets part's other objects: the chosen ones that the store holds as
+// another object, of another kind or another name.
+void OtherObjects(const Store& store, const Index& index,
+                  const std::unordered_set<std::string>& chosen,
+                  const std::string& shownSource, Part* part) {
+  for (const std::string& oid : chosen) {
+    const Node* held = store.Find(oid);
+    const Node* wanted = index.at(oid);
+    if (held && (held->kind != wanted->kind || held->name != wanted->name))
+      part->otherObjectIds.push_back(oid);
   }
-  *wanted += model.tail;
+  std::sort(part->otherObjectIds.begin(), part->otherObjectIds.end());
+  for (const std::string& oid : part->otherObjectIds)
+    part->otherObjects.push_back(Named(*store.Find(oid)) + " in the store, " +
+                                 Named(*index.at(oid)) + " in " + shownSource);
+}
+
+}  // namespace
+
+bool PromotePart(const PartRequest& request, Part* part, std::string* error) {
+  Model model, from;
+  if (!Read(request.current, "the store's export", model, error) ||
+      !Read(request.source, request.shownSource, from, error))
+    return false;
+  const Index index = IndexOf(from);
+  std::unordered_set<std::string> chosen;
+  for (const std::string& id : request.ids) {
+    const std::string oid =
+        ChosenOid(id, from, index, request.shownSource, error);
+    if (oid.empty()) return false;
+    chosen.insert(oid);
+  }
+  Store store(model);
+  OtherObjects(store, index, chosen, request.shownSource, part);
+  std::vector<const Node*> promoted;
+  std::vector<std::string> missing;
+  Promote(store, from, chosen, promoted, &missing);
+  Lacking(store, promoted, &missing);
+  // What the part names that the store lacks comes along, with what it
+  // names in turn, as long as the source holds it.
+  while (request.withReferences && !missing.empty()) {
+    std::unordered_set<std::string> more;
+    for (const std::string& oid : missing)
+      if (index.count(oid) && chosen.insert(oid).second) more.insert(oid);
+    if (more.empty()) break;
+    for (const std::string& oid : more) part->broughtAlong.push_back(oid);
+    missing.clear();
+    Promote(store, from, more, promoted, &missing);
+    Lacking(store, promoted, &missing);
+  }
+  for (const std::string& oid : missing) {
+    part->missingIds.push_back(oid);
+    part->missing.push_back(index.count(oid) ? Named(*index.at(oid))
+                                             : vantrel::Escaped(oid));
+  }
+  if (!missing.empty()) return false;
+  std::string& wanted = part->wanted;
+  wanted.clear();
+  wanted += model.head;
+  for (const Node& top : model.top) {
+    wanted += top.line;
+    for (const Node& child : top.children) wanted += child.line;
+    wanted += top.end;
+  }
+  wanted += model.tail;
   return true;
 }
 

@@ -8,17 +8,36 @@
 
 namespace doc {
 
-// Sets *wanted to the document at current (what a store exports) with the
-// objects of source whose identifiers are in ids, and their children, put
-// in the place source gives them; what else current holds stays as it is.
-// False with *error, naming source as shownSource, when an identifier names
-// no object of source, or a file cannot be read; false with *missing set
-// (identifiers of objects the part names that the result lacks, each
-// once) when the part names what the store does not hold. Linear in the
-// identifiers and the documents.
-bool PromotePart(const std::string& current, const std::string& source,
-                 const std::string& shownSource,
-                 const std::vector<std::string>& ids, std::string* wanted,
-                 std::vector<std::string>* missing, std::string* error);
+// A part to promote: the objects ids name (identifiers, or "KIND:NAME" for
+// the one object of that kind and name) in the document source (named
+// shownSource in messages), put into current, the store's export.
+struct PartRequest {
+  std::string current, source, shownSource;
+  std::vector<std::string> ids;
+  // Brings along what the part names that the store lacks, as long as
+  // source holds it, and what that names in turn.
+  bool withReferences = false;
+};
+
+// A part made, or what keeps it from being made.
+struct Part {
+  std::string wanted;  // the document the store is to export
+  // What the part names that the store lacks, each once: their
+  // identifiers, and as messages name them (kind, identifier, name).
+  std::vector<std::string> missingIds, missing;
+  // The identifiers brought along with --with-references.
+  std::vector<std::string> broughtAlong;
+  // Each chosen object the store holds as another object (another kind or
+  // name): their identifiers, sorted, and as messages tell them.
+  std::vector<std::string> otherObjectIds, otherObjects;
+};
+
+// Sets part->wanted to current with the objects of source that request
+// names, and their children, put in the place source gives them; what else
+// current holds stays as it is. False with *error when a name is no object
+// of source (or names several), or a file cannot be read; false with
+// part->missing set when the part names what the store does not hold.
+// Linear in the identifiers and the documents.
+bool PromotePart(const PartRequest& request, Part* part, std::string* error);
 
 }  // namespace doc

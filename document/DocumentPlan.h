@@ -121,6 +121,9 @@ struct Plan {
   // the configuration and not in its totals: each object changed, with
   // its run-time attributes that changed, in the order of changes.
   std::vector<PlanChange> runTime;
+  // The identifiers, sorted, that the store gives to another object than
+  // the document does: every view flags their changes.
+  std::vector<std::string> otherObjects;
   // Whether views write secrets as they are (--show-secrets); else their
   // password parts are masked.
   bool showSecrets = false;

@@ -203,7 +203,11 @@ class Page {
     }
     html += "<span class=\"oid\">";
     AppendHtml(html, c.object.oid);
-    html += "</span></summary>\n<p>";
+    html += "</span></summary>\n";
+    if (OtherObject(plan_, c))
+      ((html += "<p class=\"warning\">") += kOtherObject) +=
+          ": the store gives this identifier to another object</p>\n";
+    html += "<p>";
     switch (c.action) {
       case PlanChange::kRemoved:
         html += "Removed from ";
@@ -366,6 +370,7 @@ class Page {
       " text-align: left; vertical-align: top; }\n"
       "td.old { background: #fdf0f0; } td.new { background: #f0fbf0; }\n"
       ".none { color: #999; }\n"
+      ".warning { color: #a00; font-weight: bold; }\n"
       "#picture svg { max-width: 100%; height: auto; }\n"
       ".legend span { border: 1px solid #888; border-radius: 4px;"
       " padding: 0 0.4em; }\n"

@@ -154,6 +154,12 @@ std::pair<std::string_view, std::string_view> ShownValues(
   return {masked.first, masked.second};
 }
 
+bool OtherObject(const Plan& plan, const PlanChange& c) {
+  return !plan.otherObjects.empty() &&
+         std::binary_search(plan.otherObjects.begin(), plan.otherObjects.end(),
+                            c.object.oid);
+}
+
 std::string PlanTotals(const Plan& plan) {
   return std::to_string(plan.added) + " added, " +
          std::to_string(plan.removed) + " removed, " +
@@ -165,14 +171,16 @@ namespace {
 
 // Writes a line for each value of changes, at most most, then how many
 // more there are.
-void WriteLines(const std::vector<PlanChange>& changes, bool secrets,
+void WriteLines(const Plan& plan, const std::vector<PlanChange>& changes,
                 std::ostream& out, std::size_t most) {
+  const bool secrets = plan.showSecrets;
   std::size_t shown = 0, left = 0;
   // Lines are written into one block, given to out 64 KiB at a time; a
   // line past most is taken back.
   std::string block;
   for (const PlanChange& c : changes) {
     std::size_t start = block.size();
+    const bool other = OtherObject(plan, c);
     Lines(c, secrets, block, [&](std::string& text) {
       if (shown == most) {
         ++left;
@@ -180,6 +188,8 @@ void WriteLines(const std::vector<PlanChange>& changes, bool secrets,
         return;
       }
       ++shown;
+      if (other && text.compare(start, 2, "  ") != 0)
+        ((text += " (") += kOtherObject) += ')';
       text += '\n';
       if (text.size() >= (1 << 16)) {
         out.write(text.data(), static_cast<std::streamsize>(text.size()));
@@ -196,13 +206,13 @@ void WriteLines(const std::vector<PlanChange>& changes, bool secrets,
 
 void WritePlanText(const Plan& plan, std::ostream& out, std::size_t most) {
   if (plan.Empty() && plan.runTime.empty()) return;
-  WriteLines(plan.changes, plan.showSecrets, out, most);
+  WriteLines(plan, plan.changes, out, most);
   out << PlanTotals(plan) << "\n";
   if (plan.runTime.empty()) return;
   // Apart from the configuration, after its totals, which do not count it.
   out << kRunTimeHeading << ", " << plan.runTime.size()
       << (plan.runTime.size() == 1 ? " object" : " objects") << ":\n";
-  WriteLines(plan.runTime, plan.showSecrets, out, most);
+  WriteLines(plan, plan.runTime, out, most);
 }
 
 bool Utf8(std::string_view text) {
@@ -262,7 +272,8 @@ void Refs(Compact& w, const char* key, const std::vector<PlanRef>& list) {
 
 // Change c as one JSON object; secrets as they are with secrets, else
 // masked.
-void Change(Compact& w, const PlanChange& c, bool secrets) {
+void Change(Compact& w, const PlanChange& c, bool secrets,
+            bool otherObject) {
   std::pair<std::string, std::string> masked;
   w.StartObject();
   w.Key("action");
@@ -279,6 +290,10 @@ void Change(Compact& w, const PlanChange& c, bool secrets) {
   Text(w, c.object.name);
   w.Key("parent");
   Ref(w, c.parent);
+  if (otherObject) {
+    w.Key("other_object");
+    w.Bool(true);
+  }
   if (c.action == PlanChange::kMoved) {
     w.Key("from_parent");
     Ref(w, c.fromParent);
@@ -368,7 +383,7 @@ void WriteJson(const Plan& plan, bool secrets, Writer& w,
   w.Key("changes");
   w.StartArray();
   for (const PlanChange& c : plan.changes) {
-    Change(compact, c, secrets);
+    Change(compact, c, secrets, OtherObject(plan, c));
     put();
     flush();
   }
@@ -389,7 +404,7 @@ void WriteJson(const Plan& plan, bool secrets, Writer& w,
   w.Key("run_time");
   w.StartArray();
   for (const PlanChange& c : plan.runTime) {
-    Change(compact, c, secrets);
+    Change(compact, c, secrets, OtherObject(plan, c));
     put();
     flush();
   }

@@ -27,6 +27,11 @@ void WritePlanText(const Plan& plan, std::ostream& out,
 std::pair<std::string_view, std::string_view> ShownValues(
     Kind kind, const PlanValue& v, bool secrets,
     std::pair<std::string, std::string>& masked);
+// How every view flags a change of an object that plan marks as another
+// object under the same identifier.
+constexpr char kOtherObject[] = "the same identifier, another object";
+// Whether plan marks c's object so.
+bool OtherObject(const Plan& plan, const PlanChange& c);
 // "3 added, 1 removed, 4 changed, 1 moved".
 std::string PlanTotals(const Plan& plan);
 // The plan as one JSON object, as the plan's JSON Schema describes it.

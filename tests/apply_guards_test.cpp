@@ -164,7 +164,8 @@ TEST(Guards, EachAtItsBoundary) {
        {"x01", "x02"},
        "",
        "part",
-       "the part names objects that S lacks: x01,x02 (add them to --only)"},
+       "the part names objects that S lacks: x01, x02 (add them to --only, or "
+       "bring them along with --with-references)"},
       {"a kept media",
        plan(0, 0),
        -1,
@@ -229,6 +230,53 @@ TEST(Guards, EachAtItsBoundary) {
     EXPECT_EQ(r.planShown, g != "base" && g != "part");
     EXPECT_EQ(r.detail, g == "base" ? "what changed\n" : "");
   }
+}
+
+// The same identifier given to another object: refused unless taken, and
+// only a part asks it. The guards in force, as the log records them.
+TEST(Guards, TheSameIdentifierAndWhatIsInForce) {
+  GuardFacts facts;
+  facts.otherObjects = {
+      "PROJECT x01 \"A\" in the store, PROJECT x01 \"B\" in D"};
+  ApplyOptions options;
+  options.only = {"x01"};
+  doc::Refusal r = doc::Guarded(facts, options);
+  EXPECT_EQ(std::string(r.guard ? r.guard : ""), "same-identifier");
+  EXPECT_EQ(r.why,
+            "the same identifier, another object: PROJECT x01 \"A\" in the "
+            "store, PROJECT x01 \"B\" in D (--same-identifier-ok applies it "
+            "all the same)");
+  EXPECT_TRUE(r.planShown);
+  options.sameIdentifierOk = true;
+  EXPECT_FALSE(doc::Guarded(facts, options));
+  const struct {
+    const char* name;
+    ApplyOptions options;
+    std::vector<std::string> inForce;
+  } cases[] = {
+      {"none given", {}, {"other-installation", "kept-media"}},
+      {"every one",
+       [] {
+         ApplyOptions o;
+         o.base = "B";
+         o.only = {"x01"};
+         o.maxRemovals = 0;
+         return o;
+       }(),
+       {"base", "part", "same-identifier", "other-installation", "max-removals",
+        "kept-media"}},
+      {"switched off",
+       [] {
+         ApplyOptions o;
+         o.only = {"x01"};
+         o.sameIdentifierOk = true;
+         o.otherInstallation = true;
+         return o;
+       }(),
+       {"part", "kept-media"}},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(doc::GuardsInForce(c.options), c.inForce) << c.name;
 }
 
 TEST(Table, EveryGuardHasANameOfItsOwn) {

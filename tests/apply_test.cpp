@@ -1064,23 +1064,72 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
   const std::string store = Store("promote-target", {target});
   const std::string expected =
       Exported(Store("promote-expected", {target, part}));
-  // x50303031 is P001, x504E4557 PNEW.
-  const RunResult run =
-      Doc({"apply", "--only", "x50303031,x504E4557", source, store});
+  // x50303031 is P001, renamed: the same identifier, another object, which
+  // every view flags, and which is refused unless taken. x504E4557 is PNEW.
+  const std::string before = ReadFile(store);
+  const struct {
+    std::vector<std::string> options;
+    int status;
+    std::string shown;  // a part of standard output, or of standard error
+  } flagged[] = {
+      {{"--dry-run"}, 3,
+       "changed PROJECT x50303031 \"promoted\" Name: \"p1"},
+      {{"--dry-run"}, 3, "\" (the same identifier, another object)\n"},
+      {{"--dry-run", "--format", "json"}, 3, "\"other_object\":true"},
+      {{"--dry-run", "--format", "html"}, 3,
+       "<p class=\"warning\">the same identifier, another object"},
+      {{}, 3,
+       "vantrel-doc: the same identifier, another object: PROJECT x50303031 "
+       "\"p1"},
+  };
+  for (const auto& f : flagged) {
+    std::vector<std::string> args = {"apply", "--only",
+                                      "x50303031,PROJECT:new"};
+    args.insert(args.end(), f.options.begin(), f.options.end());
+    args.insert(args.end(), {source, store});
+    const RunResult run = Doc(args);
+    EXPECT_EQ(run.status, f.status) << run.err;
+    EXPECT_NE((run.out + run.err).find(f.shown), std::string::npos)
+        << run.out << run.err;
+    EXPECT_TRUE(ReadFile(store) == before);
+  }
+  const RunResult run = Doc({"apply", "--same-identifier-ok", "--only",
+                             "x50303031,PROJECT:new", source, store});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_TRUE(Exported(store) == expected);
-  // PX names BNEW (x424E4557), which the target lacks.
+  // A child by its kind and name: promoted already.
+  const RunResult child =
+      Doc({"apply", "--dry-run", "--only", "DATARDB:n1", source, store});
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_EQ(child.out, store + ": nothing to change\n");
+  // PX names BNEW (x424E4557), which the target lacks: named by its kind
+  // and name, and brought along with --with-references.
   const std::string bytes = ReadFile(store);
   const std::string log = OutputPath("promote.log");
   std::remove(log.c_str());
   const RunResult refused =
-      Doc({"apply", "--log", log, "--only", "x5058", source, store});
+      Doc({"apply", "--log", log, "--only", "PROJECT:x", source, store});
   EXPECT_EQ(refused.status, 3);
   EXPECT_NE(ReadFile(log).find("\"outcome\":\"refused\""), std::string::npos);
   EXPECT_EQ(refused.err, "vantrel-doc: the part names objects that " + store +
-                             " lacks: x424E4557 (add them to --only); " +
+                             " lacks: BUSINESSDOMAIN x424E4557 \"b\" (add "
+                             "them to --only, or bring them along with "
+                             "--with-references); " +
                              store + " was not changed\n");
   EXPECT_TRUE(ReadFile(store) == bytes);
+  const RunResult along = Doc({"apply", "--with-references", "--only",
+                               "PROJECT:x", source, store});
+  EXPECT_EQ(along.status, 0) << along.err;
+  EXPECT_NE(along.out.find("added BUSINESSDOMAIN x424E4557 \"b\" in "),
+            std::string::npos)
+      << along.out;
+  EXPECT_NE(along.out.find("added PROJECT x5058 \"x\""), std::string::npos);
+  // A name that names nothing.
+  const RunResult nothing =
+      Doc({"apply", "--only", "PROJECT:nothing", source, store});
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_EQ(nothing.err, "vantrel-doc: PROJECT:nothing is no object of " +
+                             source + "; " + store + " was not changed\n");
   // Many objects at once: every second project renamed, the new ones
   // among them put in their places; the line names the part by its count.
   const std::string many = Store("promote-many", {Projects(300, "p")});
@@ -1100,7 +1149,8 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
       ids += hex;
     }
   }
-  const RunResult all = Doc({"apply", "--only", ids, manySource, many});
+  const RunResult all =
+      Doc({"apply", "--same-identifier-ok", "--only", ids, manySource, many});
   EXPECT_EQ(all.status, 0) << all.err;
   EXPECT_NE(all.out.find(" (only 160 objects): "), std::string::npos)
       << all.out.substr(0, 300);

@@ -130,10 +130,16 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
       ->check(kNamed);
   command
       .add_option("--only", o.only,
-                  "Applies only these objects, with their children")
+                  "Applies only these objects (ID or KIND:NAME), with their "
+                  "children")
       ->delimiter(',')
       ->type_name("ID,...")
       ->check(kNamed);
+  command.add_flag("--with-references", o.withReferences,
+                   "Brings along what the part names that the store lacks");
+  command.add_flag("--same-identifier-ok", o.sameIdentifierOk,
+                   "Takes a part whose identifier the store gives another "
+                   "object");
   command.add_option("DOC", a.first, "The document wanted")->required();
   command.add_option("STORE", a.second, "The store")->required();
 }
@@ -219,7 +225,8 @@ const Command kCommands[] = {
      "                         [--keep KIND.Attribute[,...]]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
      "                         [--other-installation] [--run-time]\n"
-     "                         [--only ID[,ID...]]\n"
+     "                         [--only ID[,ID...]] [--with-references]\n"
+     "                         [--same-identifier-ok]\n"
      "                         DOC STORE",
      "DOC and STORE", ApplyArguments,
      [](Arguments& a) {
