@@ -227,8 +227,7 @@ void BM_DocumentVsExport(benchmark::State& state) {
     if (vdoc::DocCheck(file, sink, sink) != 0)
       state.SkipWithError("check failed");
     auto t2 = std::chrono::steady_clock::now();
-    if (vdoc::DocDiff(file, file, vdoc::PlanFormat::kText, "-", sink, sink) !=
-        0)
+    if (vdoc::DocDiff(file, file, vdoc::DiffOptions(), sink, sink) != 0)
       state.SkipWithError("diff failed");
     auto t3 = std::chrono::steady_clock::now();
     std::remove(loaded.c_str());
@@ -266,6 +265,14 @@ BENCHMARK(BM_DocumentVsExport)
     ->Arg(300000)
     ->Iterations(2)
     ->Unit(benchmark::kMillisecond);
+
+// diff's options for a plan in format written to output.
+vdoc::DiffOptions Viewed(vdoc::PlanFormat format, const std::string& output) {
+  vdoc::DiffOptions options;
+  options.format = format;
+  options.output = output;
+  return options;
+}
 
 // Makes the store at from, changed by sql, into a copy at to, and exports
 // it to wanted.
@@ -326,8 +333,9 @@ void BM_ApplyVsExport(benchmark::State& state) {
     ExportThenApply(state, have, wanted, work, &exported, &applied);
     for (int v = 0; v < 3; ++v) {
       const auto start = std::chrono::steady_clock::now();
-      if (vdoc::DocDiff(before, wanted, views[v].first, dir + "/plan.view",
-                        sink, sink) != 1)
+      if (vdoc::DocDiff(before, wanted,
+                        Viewed(views[v].first, dir + "/plan.view"), sink,
+                        sink) != 1)
         state.SkipWithError("the plan failed");
       viewed[v] += Seconds(std::chrono::steady_clock::now() - start);
       if (views[v].first == vdoc::PlanFormat::kHtml)
@@ -445,12 +453,14 @@ void BM_DensePlanHtmlVsJson(benchmark::State& state) {
   std::ostringstream sink;
   for (auto _ : state) {
     const auto t0 = std::chrono::steady_clock::now();
-    if (vdoc::DocDiff(empty, dense, vdoc::PlanFormat::kJson,
-                      dir + "/dense.json", sink, sink) != 1)
+    if (vdoc::DocDiff(empty, dense,
+                      Viewed(vdoc::PlanFormat::kJson, dir + "/dense.json"),
+                      sink, sink) != 1)
       state.SkipWithError("the JSON plan failed");
     const auto t1 = std::chrono::steady_clock::now();
-    if (vdoc::DocDiff(empty, dense, vdoc::PlanFormat::kHtml,
-                      dir + "/dense.html", sink, sink) != 1)
+    if (vdoc::DocDiff(empty, dense,
+                      Viewed(vdoc::PlanFormat::kHtml, dir + "/dense.html"),
+                      sink, sink) != 1)
       state.SkipWithError("the HTML plan failed");
     const auto t2 = std::chrono::steady_clock::now();
     json += Seconds(t1 - t0);

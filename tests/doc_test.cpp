@@ -54,7 +54,10 @@ Outcome Doc(Command command, const Args&... args) {
 int Diff(const std::string& before, const std::string& after,
          vdoc::PlanFormat format, const std::string& output, std::ostream& out,
          std::ostream& err) {
-  return vdoc::DocDiff(before, after, format, output, out, err);
+  vdoc::DiffOptions options;
+  options.format = format;
+  options.output = output;
+  return vdoc::DocDiff(before, after, options, out, err);
 }
 
 TEST(RoundTrip, ExportLoadExportGivesTheSameBytes) {
@@ -330,8 +333,9 @@ TEST(Check, AReadingRestartedAsXmlForgetsWhatWasRead) {
   const Outcome broken = Doc(vdoc::DocCheck, file);
   EXPECT_EQ(broken.rc, 1);
   EXPECT_EQ(broken.err,
-            file + ":4: PROJECT Name holds a line break, which no store value "
-                   "holds\n");
+            file +
+                ":4: PROJECT Name holds a line break, which no store value "
+                "holds\n");
 }
 
 // Problems are told in the order of their lines, the first hundred, then
@@ -398,6 +402,64 @@ std::string SwappedDomains() {
   const std::size_t third = text.find("<DOMAIN Name=\"DOMTHREE\"");
   return text.substr(0, first) + text.substr(second, third - second) +
          text.substr(first, second - first) + text.substr(third);
+}
+
+// A part reviewed offline, as apply --only would make it: the objects it
+// names, refused when the old document lacks what it names, and with
+// --with-references what it names brought along; nothing else of the new
+// document.
+TEST(Diff, APartBetweenTwoDocuments) {
+  const std::string full = ReadFile(DataPath("full.xml"));
+  const std::string project =
+      full.substr(full.find("<PROJECT Name=\"PTHREE\""),
+                  full.find("<DOMAIN") - full.find("<PROJECT Name=\"PTHREE\""));
+  const std::string domain =
+      "  <BUSINESSDOMAIN Oid=\"x0F03\" Name=\"BDTHREE\" "
+      "MetaDataName=\"META3\" Editor=\"ed3\" "
+      "CorvelFlag=\"N\" DataModeler=\"dm3\"/>\n";
+  const std::string old = OutputPath("part-old.xml"),
+                    next = OutputPath("part-new.xml");
+  WriteFile(old,
+            Changed(" x1003 ", " ", Changed(domain, "", Changed(project, ""))));
+  WriteFile(next, Changed("Name=\"beta\"", "Name=\"gamma\""));
+  const struct {
+    std::vector<std::string> options;
+    int rc;
+    std::string out, err;
+  } cases[] = {
+      {{"PROJECT:PTHREE"},
+       3,
+       "",
+       "vantrel-doc: " + old +
+           " lacks: BUSINESSDOMAIN x0F03 \"BDTHREE\" (add them to --only, or "
+           "bring them along with --with-references)\n"},
+      {{"PROJECT:PTHREE", "--with-references"},
+       1,
+       "added PROJECT x0D03 \"PTHREE\" in the document\n"
+       "  DataServers: \"x0B02 \" (\"SIDEDB\")\n"
+       "added DATARDB x1003 \"DDTHREE\" in x0D03 (\"PTHREE\")\n",
+       ""},
+      {{"PROJECT:PFOUR"},
+       1,
+       "",
+       "vantrel-doc: PROJECT:PFOUR is no object of " + next + "\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.options[0]);
+    vdoc::DiffOptions options;
+    options.only = {c.options[0]};
+    options.withReferences = c.options.size() > 1;
+    const Outcome o = Doc(vdoc::DocDiff, old, next, options);
+    EXPECT_EQ(o.rc, c.rc) << o.err;
+    EXPECT_EQ(o.out.substr(0, c.out.size()), c.out);
+    // The renamed host is not of the part.
+    EXPECT_EQ(o.out.find("gamma"), std::string::npos);
+    EXPECT_NE(o.err.find(c.err.substr(c.err.find(" lacks") == std::string::npos
+                                          ? 0
+                                          : c.err.find(" lacks"))),
+              std::string::npos)
+        << o.err;
+  }
 }
 
 TEST(Diff, EachKindOfChangeGroupedByKind) {
@@ -487,17 +549,15 @@ TEST(Diff, EachKindOfChangeGroupedByKind) {
     SCOPED_TRACE(c.name);
     const std::string file = OutputPath("diff.xml");
     WriteFile(file, c.text);
-    const Outcome o = Doc(Diff, old, file, vdoc::PlanFormat::kText,
-                          std::string("-"));
+    const Outcome o =
+        Doc(Diff, old, file, vdoc::PlanFormat::kText, std::string("-"));
     EXPECT_EQ(o.rc, c.rc) << o.err;
     EXPECT_EQ(o.out, c.out);
   }
   const std::string cut = OutputPath("cut.xml");
   WriteFile(cut, ReadFile(old).substr(0, 300));
-  EXPECT_EQ(
-      Doc(Diff, old, cut, vdoc::PlanFormat::kText, std::string("-"))
-          .rc,
-      2);
+  EXPECT_EQ(Doc(Diff, old, cut, vdoc::PlanFormat::kText, std::string("-")).rc,
+            2);
 }
 
 TEST(Load, NeverTouchesAnExistingFileNorLoadsARefusedDocument) {

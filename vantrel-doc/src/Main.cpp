@@ -19,6 +19,7 @@ namespace {
 struct Arguments {
   std::string first, second, output = "-", format = "text";
   bool quiet = false, showSecrets = false;
+  DiffOptions diff;
   ApplyOptions apply;
   // Where a command's report goes: nowhere with -q, which leaves the exit
   // status and the problems.
@@ -166,17 +167,28 @@ const Command kCommands[] = {
      },
      [](Arguments& a) { return DocCheck(a.first, a.Out(), std::cerr); }},
     {"diff", "Shows the plan from document OLD to document NEW",
-     "[-q] [--format text|json|html] [-o FILE] [--show-secrets] OLD NEW",
+     "[-q] [--format text|json|html] [-o FILE] [--show-secrets]\n"
+     "                        [--only ID[,ID...]] [--with-references] OLD NEW",
      "OLD and NEW",
      [](CLI::App& c, Arguments& a) {
        Quiet(c, a);
        PlanOptions(c, a);
+       c.add_option("--only", a.diff.only,
+                    "Shows the plan of a part: these objects (ID or "
+                    "KIND:NAME) of NEW put into OLD, as apply --only makes it")
+           ->delimiter(',')
+           ->type_name("ID,...")
+           ->check(kNamed);
+       c.add_flag("--with-references", a.diff.withReferences,
+                  "Brings along what the part names that OLD lacks");
        c.add_option("OLD", a.first, "The document before")->required();
        c.add_option("NEW", a.second, "The document after")->required();
      },
      [](Arguments& a) {
-       return DocDiff(a.first, a.second, a.Format(), a.output, a.Out(),
-                      std::cerr, a.showSecrets);
+       a.diff.format = a.Format();
+       a.diff.output = a.output;
+       a.diff.showSecrets = a.showSecrets;
+       return DocDiff(a.first, a.second, a.diff, a.Out(), std::cerr);
      }},
     {"load", "Creates a store from a document", "DOC STORE", "DOC and STORE",
      [](CLI::App& c, Arguments& a) {

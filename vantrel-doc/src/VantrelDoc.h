@@ -18,12 +18,21 @@ namespace vdoc {
 // A summary when the document is whole and consistent, else one line per
 // problem, each naming FILE:LINE.
 int DocCheck(const std::string& file, std::ostream& out, std::ostream& err);
+// How diff shows its plan, and of what.
+struct DiffOptions {
+  PlanFormat format = PlanFormat::kText;
+  std::string output = "-";
+  bool showSecrets = false;
+  // A part, as apply --only makes it: the plan from the old document to
+  // the old one with these objects of the new one in place.
+  std::vector<std::string> only;
+  bool withReferences = false;
+};
 // The plan from one document to another, object by object, written to
 // output in format (1: their configurations differ); secrets masked unless
-// showSecrets.
+// asked for.
 int DocDiff(const std::string& oldFile, const std::string& newFile,
-            PlanFormat format, const std::string& output, std::ostream& out,
-            std::ostream& err, bool showSecrets = false);
+            const DiffOptions& options, std::ostream& out, std::ostream& err);
 // Reads and checks two documents at once into before and after; false,
 // with the exit status in *status, after saying why.
 bool ReadPlanPair(const std::string& oldFile, const std::string& newFile,
