@@ -1093,6 +1093,24 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
         << run.out << run.err;
     EXPECT_TRUE(ReadFile(store) == before);
   }
+  // The flagged plan is as the shipped schema says.
+  const std::string flaggedPlan = OutputPath("promote-flagged.json");
+  ASSERT_EQ(Doc({"apply", "--dry-run", "--format", "json", "-o", flaggedPlan,
+                 "--only", "x50303031", source, store})
+                .status,
+            3);
+  const RunResult valid = test_support::Run(
+      "/usr/bin/python3",
+      {"-c",
+       "import json, sys, jsonschema\n"
+       "plan = json.load(open(sys.argv[1]))\n"
+       "jsonschema.validate(plan, json.load(open(sys.argv[2])))\n"
+       "assert [c['oid'] for c in plan['changes'] if c.get('other_object')] "
+       "== ['x50303031']\n"
+       "assert plan['refused']['guard'] == 'same-identifier'\n",
+       flaggedPlan, SHARE_DIR "/vantrel-plan.schema.json"},
+      {});
+  EXPECT_EQ(valid.status, 0) << valid.err;
   const RunResult run = Doc({"apply", "--same-identifier-ok", "--only",
                              "x50303031,PROJECT:new", source, store});
   EXPECT_EQ(run.status, 0) << run.err;
