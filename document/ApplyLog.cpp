@@ -19,6 +19,7 @@
 
 #include "Files.h"
 #include "Hex.h"
+#include "Checker.h"
 #include "PlanViews.h"
 
 namespace doc {
@@ -163,7 +164,9 @@ ApplyLog::ApplyLog(std::string path, std::string store, std::string document)
     : path_(std::move(path)),
       directory_(path_.empty() ? "" : vantrel::DirectoryOf(path_)),
       store_(Absolute(store)),
-      document_(document == "-" ? document : Absolute(document)) {}
+      document_(document == "-"              ? document
+                : NameOf(document) != document ? NameOf(document)
+                                               : Absolute(document)) {}
 
 std::string ApplyLog::AppliedLine(const std::string& before,
                                   const std::string& after,

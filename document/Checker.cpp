@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <ostream>
 
 #include "DocumentPlan.h"
@@ -13,8 +14,27 @@
 
 namespace doc {
 
+namespace {
+
+// The names files are given in messages, by their paths.
+std::map<std::string, std::string>& Names() {
+  static std::map<std::string, std::string> names;
+  return names;
+}
+
+}  // namespace
+
+void NameFile(const std::string& path, const std::string& name) {
+  Names()[path] = name;
+}
+
+std::string NameOf(const std::string& path) {
+  const auto named = Names().find(path);
+  return named == Names().end() ? path : named->second;
+}
+
 std::string Shown(const std::string& file) {
-  return file == "-" ? "<stdin>" : vantrel::Escaped(file);
+  return file == "-" ? "<stdin>" : vantrel::Escaped(NameOf(file));
 }
 
 std::string ShownOutput(const std::string& file) {

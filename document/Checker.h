@@ -20,8 +20,14 @@ namespace doc {
 // the exporter writes, and reading it further tells nothing more.
 constexpr std::size_t kMaxProblems = 100;
 
-// A file name as diagnostics show it, escaped.
+// A file name as diagnostics show it, escaped: the name given to it, when
+// it has one.
 std::string Shown(const std::string& file);
+// Gives the file at path a name for messages and records: a revision of a
+// history held in a temporary file is named as the user named it.
+void NameFile(const std::string& path, const std::string& name);
+// The name given to the file at path, else path.
+std::string NameOf(const std::string& path);
 // An output's name as diagnostics show it ("-" is standard output).
 std::string ShownOutput(const std::string& file);
 

@@ -73,6 +73,45 @@ std::string SiteWords(const std::string& site, const char* whose) {
 
 }  // namespace
 
+bool ExportChecked(const std::string& store, std::ofstream& document,
+                   const std::string& path, const std::string& shown,
+                   std::ostream& err, std::size_t* total, std::string* why) {
+  ::setenv("KIV_ADMIN_STORE", store.c_str(), 1);
+  // What a writer killed outright left (a hot journal) is rolled back
+  // first, so that the nightly archive reads the store as it was before
+  // that writer; when it cannot be, the exporter says why.
+  std::string unused;
+  KivRecoverStore(store, &unused);
+  indent = 0;
+  iXSL = 0;
+  // The exporter tells its own chain of messages on standard error.
+  const int rc = ReadAdmin(&document);
+  if (SdaiSession* session = SdaiSession::CurrentSession())
+    session->CloseSession();
+  document.flush();
+  if (rc != 0) {
+    *why = "the export failed";
+    return false;
+  }
+  if (document.fail()) {
+    *why = std::strerror(errno ? errno : EIO);
+    return false;
+  }
+  std::ostringstream problems;
+  doc::Checker checker(path, problems);
+  // Its problems are on the lines of the new document, not of an old one.
+  checker.ShowAs(shown);
+  if (!checker.Run() || checker.Problems()) {
+    err << problems.str();
+    *why = "the new document is not whole";
+    return false;
+  }
+  *total = 0;
+  for (int k = 0; k < doc::kKindCount; ++k)
+    if (k != doc::kServer) *total += checker.Counts()[k];
+  return true;
+}
+
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               bool otherInstallation, std::ostream& out, std::ostream& err) {
   const auto failed = [&](const std::string& why) {
@@ -96,33 +135,10 @@ int DocExport(const std::string& store, const std::string& file, bool quiet,
   // replaced: a store named by mistake stays as it was.
   if (!archive.Open(file, {store}, &error, true, doc::StartsLikeDocument))
     return failed(error);
-  std::ofstream& document = archive.Stream();
-  // What a writer killed outright left (a hot journal) is rolled back
-  // first, so that the nightly archive reads the store as it was before
-  // that writer; when it cannot be, the exporter says why.
-  std::string unused;
-  KivRecoverStore(store, &unused);
-  indent = 0;
-  iXSL = 0;
-  // The exporter tells its own chain of messages on standard error.
-  const int rc = ReadAdmin(&document);
-  if (SdaiSession* session = SdaiSession::CurrentSession())
-    session->CloseSession();
-  document.flush();
-  if (rc != 0) return failed("the export failed");
-  if (document.fail()) return failed(std::strerror(errno ? errno : EIO));
-
-  std::ostringstream problems;
-  doc::Checker checker(archive.PartialPath(), problems);
-  // Its problems are on the lines of the new archive, not of the old one.
-  checker.ShowAs("the new " + doc::Shown(file));
-  if (!checker.Run() || checker.Problems()) {
-    err << problems.str();
-    return failed("the new document is not whole");
-  }
   std::size_t total = 0;
-  for (int k = 0; k < doc::kKindCount; ++k)
-    if (k != doc::kServer) total += checker.Counts()[k];
+  if (!ExportChecked(store, archive.Stream(), archive.PartialPath(),
+                     "the new " + doc::Shown(file), err, &total, &error))
+    return failed(error);
   const std::string said = doc::Shown(file) + ": " + std::to_string(total) +
                            " objects exported from " + doc::Shown(store);
   struct stat old {};

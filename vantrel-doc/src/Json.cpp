@@ -130,17 +130,19 @@ class JsonWriter : public ReportingWriter {
 
 int DocJson(const std::string& file, const std::string& output,
             std::ostream& out, std::ostream& err) {
-  // The name as given, unless a byte of it is no UTF-8, which JSON cannot
-  // carry: then as messages show it.
+  // The name as given (a revision of a history as REPO@REV), unless a
+  // byte of it is no UTF-8, which JSON cannot carry: then as messages show
+  // it.
+  const std::string given = doc::NameOf(file);
   bool utf8 = true;
-  for (std::size_t i = 0; i < file.size() && utf8;) {
-    const std::size_t n = vantrel::Utf8At(file, i);
+  for (std::size_t i = 0; i < given.size() && utf8;) {
+    const std::size_t n = vantrel::Utf8At(given, i);
     utf8 = n > 0;
     i += n;
   }
   const std::string name = file == "-" ? "<stdin>"
-                           : utf8      ? file
-                                       : vantrel::Escaped(file);
+                           : utf8      ? given
+                                       : vantrel::Escaped(given);
   return CopyDocument(
       file, output,
       [&](Output& json) -> std::unique_ptr<ReportingWriter> {

@@ -7,6 +7,7 @@
 
 #include "AttributeRules.h"
 #include "Commands.h"
+#include "History.h"
 #include "Escape.h"
 #include "Output.h"
 #include "VantrelDoc.h"
@@ -20,6 +21,7 @@ struct Arguments {
   std::string first, second, output = "-", format = "text";
   bool quiet = false, showSecrets = false;
   DiffOptions diff;
+  ArchiveOptions archive;
   ApplyOptions apply;
   // Where a command's report goes: nowhere with -q, which leaves the exit
   // status and the problems.
@@ -155,7 +157,12 @@ struct Command {
   const char* needs;
   void (*define)(CLI::App&, Arguments&);
   int (*run)(Arguments&);
+  // Which arguments name documents, a file or REPO@REV: kFirst, kSecond,
+  // kBase.
+  unsigned documents;
 };
+
+constexpr unsigned kFirst = 1, kSecond = 2, kBase = 4;
 
 // A new command is a row here and a function of its own.
 const Command kCommands[] = {
@@ -165,7 +172,8 @@ const Command kCommands[] = {
        Quiet(c, a);
        c.add_option("DOC", a.first, "The document")->required();
      },
-     [](Arguments& a) { return DocCheck(a.first, a.Out(), std::cerr); }},
+     [](Arguments& a) { return DocCheck(a.first, a.Out(), std::cerr); },
+     kFirst},
     {"diff", "Shows the plan from document OLD to document NEW",
      "[-q] [--format text|json|html] [-o FILE] [--show-secrets]\n"
      "                        [--only ID[,ID...]] [--with-references] OLD NEW",
@@ -189,7 +197,8 @@ const Command kCommands[] = {
        a.diff.output = a.output;
        a.diff.showSecrets = a.showSecrets;
        return DocDiff(a.first, a.second, a.diff, a.Out(), std::cerr);
-     }},
+     },
+     kFirst | kSecond},
     {"load", "Creates a store from a document", "DOC STORE", "DOC and STORE",
      [](CLI::App& c, Arguments& a) {
        c.add_option("DOC", a.first, "The document")->required();
@@ -197,17 +206,20 @@ const Command kCommands[] = {
      },
      [](Arguments& a) {
        return DocLoad(a.first, a.second, std::cout, std::cerr);
-     }},
+     },
+     kFirst},
     {"xml", "Writes a document's well-formed twin", "DOC [OUT]", "DOC",
      Converted,
      [](Arguments& a) {
        return DocXml(a.first, a.output, std::cout, std::cerr);
-     }},
+     },
+     kFirst},
     {"json", "Writes a document's configuration as JSON", "DOC [OUT]", "DOC",
      Converted,
      [](Arguments& a) {
        return DocJson(a.first, a.output, std::cout, std::cerr);
-     }},
+     },
+     kFirst},
     {"report", "Writes a document's HTML report",
      "[--show-secrets] DOC [OUT.html]", "DOC",
      [](CLI::App& c, Arguments& a) {
@@ -217,7 +229,8 @@ const Command kCommands[] = {
      [](Arguments& a) {
        return DocReport(a.first, a.output, std::cout, std::cerr,
                         a.showSecrets);
-     }},
+     },
+     kFirst},
     {"export", "Exports a store to an archive, replacing it once whole",
      "[-q] [--other-installation] STORE FILE", "STORE and FILE",
      [](CLI::App& c, Arguments& a) {
@@ -230,7 +243,29 @@ const Command kCommands[] = {
      [](Arguments& a) {
        return DocExport(a.first, a.second, a.quiet, a.apply.otherInstallation,
                         std::cout, std::cerr);
-     }},
+     },
+     0},
+    {"archive", "Exports a store and commits it to a history, when it changed",
+     "[-q] [--installation NAME] [--on-change CMD] STORE REPO",
+     "STORE and REPO",
+     [](CLI::App& c, Arguments& a) {
+       c.add_flag("-q,--quiet", a.archive.quiet, "Says nothing on success");
+       c.add_option("--installation", a.archive.installation,
+                    "The branch: else the local site's name")
+           ->type_name("NAME")
+           ->check(kNamed);
+       c.add_option("--on-change", a.archive.onChange,
+                    "Runs CMD after a change of configuration, the plan's "
+                    "JSON on its standard input")
+           ->type_name("CMD")
+           ->check(kNamed);
+       c.add_option("STORE", a.first, "The store")->required();
+       c.add_option("REPO", a.second, "The history")->required();
+     },
+     [](Arguments& a) {
+       return DocArchive(a.first, a.second, a.archive, std::cout, std::cerr);
+     },
+     0},
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
      "                         [--show-secrets] [--comment TEXT]\n"
@@ -246,7 +281,8 @@ const Command kCommands[] = {
        a.apply.output = a.output;
        a.apply.showSecrets = a.showSecrets;
        return DocApply(a.first, a.second, a.apply, a.Out(), std::cerr);
-     }},
+     },
+     kFirst | kBase},
 };
 
 // Builds the command line's parser, each command's values into a.
@@ -276,6 +312,18 @@ int Run(const Command& c, const CLI::App& parsed, Arguments& a) {
                                                       "many"));
   }
   RemovePartialFilesOnSignals();
+  // A document may be a revision of a history: REPO@REV.
+  for (const auto& [bit, arg] : {std::make_pair(kFirst, &a.first),
+                                 std::make_pair(kSecond, &a.second),
+                                 std::make_pair(kBase, &a.apply.base)}) {
+    std::string error;
+    if ((c.documents & bit) && !arg->empty() &&
+        !doc::DocumentArgument(*arg, arg, &error)) {
+      std::cerr << "vantrel-doc: cannot read " << vantrel::Escaped(*arg)
+                << ": " << error << "\n";
+      return 2;
+    }
+  }
   return c.run(a);
 }
 

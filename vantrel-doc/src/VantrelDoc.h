@@ -5,6 +5,8 @@
 // "-" names standard input or standard output.
 #pragma once
 
+#include <cstddef>
+#include <fstream>
 #include <functional>
 #include <iosfwd>
 #include <string>
@@ -53,6 +55,12 @@ int DocJson(const std::string& file, const std::string& output,
 // replication, to output; secrets masked unless showSecrets.
 int DocReport(const std::string& file, const std::string& output,
               std::ostream& out, std::ostream& err, bool showSecrets = false);
+// Exports store into document, the file at path, as the exporter does,
+// then checks it (its problems named as shown): *total is then the number
+// of its objects. False with *why, after the exporter's messages.
+bool ExportChecked(const std::string& store, std::ofstream& document,
+                   const std::string& path, const std::string& shown,
+                   std::ostream& err, std::size_t* total, std::string* why);
 // Exports store to file as the exporter does, through a new file beside it
 // that replaces file only once it is whole, checked and on the disk; on any
 // failure file is as it was and nothing is left behind. An archive that
@@ -62,6 +70,21 @@ int DocReport(const std::string& file, const std::string& output,
 // many objects were added, removed and changed since, or that nothing was.
 int DocExport(const std::string& store, const std::string& file, bool quiet,
               bool otherInstallation, std::ostream& out, std::ostream& err);
+// How archive goes.
+struct ArchiveOptions {
+  bool quiet = false;
+  std::string installation;  // the branch's name: else the local site's
+  std::string onChange;      // a shell command run after a change
+};
+// Exports store as export does, with the same checks, and commits the
+// document to the history repo (created when missing), on the branch of
+// its installation, unless the branch's last commit holds it. One line
+// says unchanged, or the totals and the commit. A change of configuration
+// runs onChange with the plan's JSON on its standard input; a failing one
+// is told (status 2) and the commit stays.
+int DocArchive(const std::string& store, const std::string& repo,
+               const ArchiveOptions& options, std::ostream& out,
+               std::ostream& err);
 // How apply goes: the pipeline's options, and where its plan goes.
 struct ApplyOptions : doc::ApplyOptions {
   PlanFormat format = PlanFormat::kText;  // of the plan, shown or carried out

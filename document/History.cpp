@@ -1,0 +1,483 @@
+#include "History.h"
+
+#include <git2.h>
+#include <git2/sys/mempack.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <cstdlib>
+#include <ctime>
+#include <regex>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "AdminDocument.h"
+#include "Checker.h"
+#include "Escape.h"
+#include "Files.h"
+
+namespace doc {
+
+namespace {
+
+// libgit2, set up once: every file it writes reaches the disk before a
+// reference names it, so that a killed archive leaves a sound repository.
+void SetUp() {
+  static const bool done = [] {
+    git_libgit2_init();
+    git_libgit2_opts(GIT_OPT_ENABLE_FSYNC_GITDIR, 1);
+    return true;
+  }();
+  (void)done;
+}
+
+std::string LastError() {
+  const git_error* e = git_error_last();
+  return e && e->message ? vantrel::Escaped(e->message) : "unknown error";
+}
+
+// Each libgit2 object, freed by its own function.
+struct Free {
+  void operator()(git_object* o) const { git_object_free(o); }
+  void operator()(git_commit* c) const { git_commit_free(c); }
+  void operator()(git_tree* t) const { git_tree_free(t); }
+  void operator()(git_blob* b) const { git_blob_free(b); }
+  void operator()(git_index* i) const { git_index_free(i); }
+  void operator()(git_reference* r) const { git_reference_free(r); }
+  void operator()(git_signature* s) const { git_signature_free(s); }
+  void operator()(git_config* c) const { git_config_free(c); }
+};
+template <typename T>
+using Own = std::unique_ptr<T, Free>;
+
+// The configuration key that marks a history of this tool.
+constexpr char kMark[] = "vantrel.history";
+
+bool Marked(git_repository* repo) {
+  git_config* raw = nullptr;
+  if (git_repository_config(&raw, repo) != 0) return false;
+  const Own<git_config> config(raw);
+  int marked = 0;
+  return git_config_get_bool(&marked, config.get(), kMark) == 0 && marked;
+}
+
+// The bytes of the whole document in commit's tree; false with *error.
+bool DocumentOf(git_repository* repo, const git_commit* commit,
+                std::string* bytes, std::string* error) {
+  git_tree* rawTree = nullptr;
+  git_object* rawBlob = nullptr;
+  if (git_commit_tree(&rawTree, commit) != 0) {
+    *error = LastError();
+    return false;
+  }
+  const Own<git_tree> tree(rawTree);
+  const git_tree_entry* entry =
+      git_tree_entry_byname(tree.get(), kHistoryDocument);
+  if (!entry || git_tree_entry_to_object(&rawBlob, repo, entry) != 0 ||
+      git_object_type(rawBlob) != GIT_OBJECT_BLOB) {
+    git_object_free(rawBlob);
+    *error = std::string("the commit holds no ") + kHistoryDocument;
+    return false;
+  }
+  const Own<git_object> blob(rawBlob);
+  const auto* b = reinterpret_cast<const git_blob*>(blob.get());
+  bytes->assign(static_cast<const char*>(git_blob_rawcontent(b)),
+                static_cast<std::size_t>(git_blob_rawsize(b)));
+  return true;
+}
+
+// The last commit of branch, or null.
+Own<git_commit> Head(git_repository* repo, const std::string& branch) {
+  git_oid id;
+  git_commit* commit = nullptr;
+  if (git_reference_name_to_id(&id, repo, branch.c_str()) != 0 ||
+      git_commit_lookup(&commit, repo, &id) != 0)
+    return nullptr;
+  return Own<git_commit>(commit);
+}
+
+// Seconds since the epoch of an ISO 8601 date or time in UTC: a date alone
+// is the end of its day. -1 for what is not one.
+long long UtcLimit(const std::string& text) {
+  static const std::regex form(
+      R"(^(\d{4})-(\d{2})-(\d{2})(?:[T ](\d{2}):(\d{2})(?::(\d{2}))?Z?)?$)");
+  std::smatch m;
+  if (!std::regex_match(text, m, form)) return -1;
+  std::tm t{};
+  t.tm_year = std::stoi(m[1]) - 1900;
+  t.tm_mon = std::stoi(m[2]) - 1;
+  t.tm_mday = std::stoi(m[3]);
+  const bool time = m[4].matched;
+  t.tm_hour = time ? std::stoi(m[4]) : 23;
+  t.tm_min = time ? std::stoi(m[5]) : 59;
+  t.tm_sec = time ? (m[6].matched ? std::stoi(m[6]) : 0) : 59;
+  if (t.tm_mon > 11 || t.tm_mday < 1 || t.tm_mday > 31 || t.tm_hour > 23 ||
+      t.tm_min > 59 || t.tm_sec > 60)
+    return -1;
+  return static_cast<long long>(::timegm(&t));
+}
+
+// Who commits: the user behind sudo, when there is one, on this host.
+Own<git_signature> Signature() {
+  const char* sudo = std::getenv("SUDO_USER");
+  std::string name = sudo && *sudo ? sudo : "";
+  if (name.empty()) {
+    const passwd* pw = ::getpwuid(::geteuid());
+    name = pw ? pw->pw_name : std::to_string(::geteuid());
+  }
+  char host[256] = {};
+  ::gethostname(host, sizeof host - 1);
+  git_signature* signature = nullptr;
+  git_signature_now(&signature, name.c_str(),
+                    (name + "@" + (*host ? host : "localhost")).c_str());
+  return Own<git_signature>(signature);
+}
+
+// Each object's file of a document in the exporter's layout: its path and
+// its line.
+struct ObjectFile {
+  std::string path;
+  std::string_view line;
+};
+
+std::vector<ObjectFile> ObjectFiles(std::string_view document) {
+  std::vector<ObjectFile> files;
+  Line line;
+  std::string unused;
+  for (std::size_t at = 0; at < document.size();) {
+    std::size_t end = document.find('\n', at);
+    if (end == std::string_view::npos) end = document.size();
+    const std::string_view text = document.substr(at, end - at);
+    line = Line();
+    const int oid =
+        ReadLine(text, line, &unused) && line.type == Line::kStart
+            ? AttributeIndex(line.kind, "Oid")
+            : -1;
+    if (oid >= 0)
+      files.push_back({std::string(kHistoryObjects) +
+                           LayoutOf(line.kind).name + "/" +
+                           std::string(line.values[static_cast<std::size_t>(
+                               oid)]),
+                       document.substr(at, end + 1 - at)});
+    at = end + 1;
+  }
+  return files;
+}
+
+// Puts bytes at path of index, writing a blob only when the path holds
+// other bytes; false with *error.
+bool Put(git_repository* repo, git_index* index, const std::string& path,
+         std::string_view bytes, std::string* error) {
+  git_oid id;
+  git_odb_hash(&id, bytes.data(), bytes.size(), GIT_OBJECT_BLOB);
+  const git_index_entry* held = git_index_get_bypath(index, path.c_str(), 0);
+  if (held && git_oid_equal(&held->id, &id)) return true;
+  git_index_entry entry{};
+  entry.mode = GIT_FILEMODE_BLOB;
+  entry.path = path.c_str();
+  if (git_blob_create_from_buffer(&entry.id, repo, bytes.data(),
+                                  bytes.size()) != 0 ||
+      git_index_add(index, &entry) != 0) {
+    *error = LastError();
+    return false;
+  }
+  return true;
+}
+
+// The tree of document: the tree of parent (null for none) with the files
+// that differ rewritten and those of objects no longer there removed.
+bool WriteTree(git_repository* repo, git_commit* parent,
+               const std::string& document, git_oid* tree,
+               std::string* error) {
+  git_index* raw = nullptr;
+  git_tree* rawTree = nullptr;
+  if (git_index_new(&raw) != 0) {
+    *error = LastError();
+    return false;
+  }
+  const Own<git_index> index(raw);
+  if (parent) {
+    if (git_commit_tree(&rawTree, parent) != 0 ||
+        git_index_read_tree(index.get(), rawTree) != 0) {
+      git_tree_free(rawTree);
+      *error = LastError();
+      return false;
+    }
+    git_tree_free(rawTree);
+  }
+  std::unordered_set<std::string> kept;
+  for (const ObjectFile& file : ObjectFiles(document)) {
+    if (!Put(repo, index.get(), file.path, file.line, error)) return false;
+    kept.insert(file.path);
+  }
+  std::vector<std::string> gone;
+  for (std::size_t i = 0; i < git_index_entrycount(index.get()); ++i) {
+    const std::string path = git_index_get_byindex(index.get(), i)->path;
+    if (path.rfind(kHistoryObjects, 0) == 0 && !kept.count(path))
+      gone.push_back(path);
+  }
+  for (const std::string& path : gone)
+    git_index_remove_bypath(index.get(), path.c_str());
+  if (!Put(repo, index.get(), kHistoryDocument, document, error)) return false;
+  if (git_index_write_tree_to(tree, index.get(), repo) != 0) {
+    *error = LastError();
+    return false;
+  }
+  return true;
+}
+
+// Writes what the commit made, held in memory, as one pack of the
+// repository: one file to the disk however many objects changed, where a
+// loose object a file would cost a write and a sync each. Empties the
+// memory; false with *error.
+bool WritePack(git_repository* repo, git_odb_backend* memory,
+               std::string* error) {
+  git_buf pack = GIT_BUF_INIT;
+  git_odb* odb = nullptr;
+  git_odb_writepack* writer = nullptr;
+  git_indexer_progress progress{};
+  const bool written =
+      git_mempack_dump(&pack, repo, memory) == 0 &&
+      git_repository_odb(&odb, repo) == 0 &&
+      git_odb_write_pack(&writer, odb, nullptr, nullptr) == 0 &&
+      writer->append(writer, pack.ptr, pack.size, &progress) == 0 &&
+      writer->commit(writer, &progress) == 0;
+  if (!written) *error = LastError();
+  if (writer) writer->free(writer);
+  git_odb_free(odb);
+  git_buf_dispose(&pack);
+  git_mempack_reset(memory);
+  return written;
+}
+
+}  // namespace
+
+std::unique_ptr<History> History::Open(const std::string& path, bool create,
+                                       std::string* error) {
+  SetUp();
+  struct stat st {};
+  const bool exists = ::stat(path.c_str(), &st) == 0;
+  git_repository* repo = nullptr;
+  if (exists && !S_ISDIR(st.st_mode)) {
+    *error = "it is a file, not a history of vantrel-doc";
+    return nullptr;
+  }
+  if (!exists) {
+    if (!create) {
+      *error = "no such history";
+      return nullptr;
+    }
+    // A new history: a bare repository, marked as this tool's.
+    git_config* raw = nullptr;
+    if (git_repository_init(&repo, path.c_str(), 1) != 0 ||
+        git_repository_config(&raw, repo) != 0 ||
+        git_config_set_bool(raw, kMark, 1) != 0) {
+      git_config_free(raw);
+      git_repository_free(repo);
+      *error = LastError();
+      return nullptr;
+    }
+    git_config_free(raw);
+    return Held(repo, error);
+  }
+  if (git_repository_open_ext(&repo, path.c_str(),
+                              GIT_REPOSITORY_OPEN_NO_SEARCH, nullptr) != 0) {
+    *error = "it is a directory, not a history of vantrel-doc";
+    return nullptr;
+  }
+  if (!Marked(repo)) {
+    git_repository_free(repo);
+    *error = "it is a git repository, but not a history of vantrel-doc (its "
+             "configuration lacks vantrel.history)";
+    return nullptr;
+  }
+  return Held(repo, error);
+}
+
+std::unique_ptr<History> History::Held(git_repository* repo,
+                                       std::string* error) {
+  // What a commit makes is held in memory first, then written as a pack.
+  git_odb_backend* memory = nullptr;
+  git_odb* odb = nullptr;
+  if (git_mempack_new(&memory) != 0 || git_repository_odb(&odb, repo) != 0 ||
+      git_odb_add_backend(odb, memory, 1000) != 0) {
+    *error = LastError();
+    git_odb_free(odb);
+    git_repository_free(repo);
+    return nullptr;
+  }
+  git_odb_free(odb);
+  std::unique_ptr<History> history(new History(repo));
+  history->memory_ = memory;
+  return history;
+}
+
+History::~History() { git_repository_free(repo_); }
+
+bool History::Is(const std::string& path) {
+  std::string unused;
+  return Open(path, false, &unused) != nullptr;
+}
+
+std::string History::BranchOf(const std::string& installation) {
+  std::string name = installation.empty() ? "installation" : installation;
+  int valid = 0;
+  if (git_reference_name_is_valid(&valid, ("refs/heads/" + name).c_str()) ==
+          0 &&
+      valid)
+    return name;
+  for (char& c : name)
+    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_' && c != '.')
+      c = '-';
+  while (!name.empty() && (name.front() == '.' || name.front() == '-'))
+    name.erase(0, 1);
+  return name.empty() ? "installation" : name;
+}
+
+bool History::Last(const std::string& installation, std::string* bytes) const {
+  const Own<git_commit> head = Head(repo_, "refs/heads/" + BranchOf(installation));
+  std::string unused;
+  return head && DocumentOf(repo_, head.get(), bytes, &unused);
+}
+
+bool History::Document(const std::string& rev, std::string* bytes,
+                       std::string* error) const {
+  const std::size_t colon = rev.rfind(':');
+  const long long limit =
+      colon == std::string::npos ? -1 : UtcLimit(rev.substr(colon + 1));
+  if (limit >= 0) {
+    // INSTALLATION:DATE: the newest commit of its branch at or before it.
+    const std::string installation = rev.substr(0, colon);
+    Own<git_commit> at = Head(repo_, "refs/heads/" + BranchOf(installation));
+    if (!at) {
+      *error = vantrel::Escaped(installation) + " is no installation of the history";
+      return false;
+    }
+    while (at && git_commit_time(at.get()) > limit) {
+      git_commit* parent = nullptr;
+      at.reset(git_commit_parent(&parent, at.get(), 0) == 0 ? parent : nullptr);
+    }
+    if (!at) {
+      *error = vantrel::Escaped(installation) + " has no commit at or before " +
+               vantrel::Escaped(rev.substr(colon + 1));
+      return false;
+    }
+    return DocumentOf(repo_, at.get(), bytes, error);
+  }
+  git_object* raw = nullptr;
+  git_object* peeled = nullptr;
+  if (git_revparse_single(&raw, repo_, rev.c_str()) != 0 ||
+      git_object_peel(&peeled, raw, GIT_OBJECT_COMMIT) != 0) {
+    git_object_free(raw);
+    *error = vantrel::Escaped(rev) + " is no revision of the history: " +
+             LastError();
+    return false;
+  }
+  git_object_free(raw);
+  const Own<git_object> commit(peeled);
+  return DocumentOf(repo_, reinterpret_cast<const git_commit*>(commit.get()),
+                    bytes, error);
+}
+
+bool History::Commit(
+    const std::string& installation, const std::string& document,
+    const std::function<std::string(const std::string&)>& message,
+    std::string* commit, std::string* error) {
+  const std::string branch = "refs/heads/" + BranchOf(installation);
+  const Own<git_signature> signature = Signature();
+  // Another archive may move the branch meanwhile: the commit then follows
+  // the one it made, and is made again.
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    const Own<git_commit> parent = Head(repo_, branch);
+    std::string previous;
+    if (parent && !DocumentOf(repo_, parent.get(), &previous, error))
+      return false;
+    if (parent && previous == document) {
+      commit->clear();
+      return true;
+    }
+    git_oid treeId, commitId;
+    git_tree* tree = nullptr;
+    if (!WriteTree(repo_, parent.get(), document, &treeId, error)) {
+      git_mempack_reset(memory_);
+      return false;
+    }
+    if (git_tree_lookup(&tree, repo_, &treeId) != 0) {
+      *error = LastError();
+      return false;
+    }
+    const Own<git_tree> owned(tree);
+    const git_commit* parents[] = {parent.get()};
+    const std::string text = message(previous);
+    if (git_commit_create(&commitId, repo_, nullptr, signature.get(),
+                          signature.get(), "UTF-8", text.c_str(), tree,
+                          parent ? 1 : 0, parents) != 0) {
+      *error = LastError();
+      git_mempack_reset(memory_);
+      return false;
+    }
+    // The objects reach the disk before a branch names them.
+    if (!WritePack(repo_, memory_, error)) return false;
+    git_reference* ref = nullptr;
+    const int moved =
+        parent ? git_reference_create_matching(&ref, repo_, branch.c_str(),
+                                               &commitId, 1,
+                                               git_commit_id(parent.get()),
+                                               "vantrel-doc archive")
+               : git_reference_create(&ref, repo_, branch.c_str(), &commitId,
+                                      0, "vantrel-doc archive");
+    git_reference_free(ref);
+    if (moved == 0) {
+      *commit = git_oid_tostr_s(&commitId);
+      // The first branch is the one git log shows with no revision named.
+      if (git_repository_head_unborn(repo_) == 1)
+        git_repository_set_head(repo_, branch.c_str());
+      return true;
+    }
+    if (moved != GIT_EMODIFIED && moved != GIT_EEXISTS && moved != GIT_ELOCKED) {
+      *error = LastError();
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 + attempt * 10));
+  }
+  *error = "the branch " + vantrel::Escaped(BranchOf(installation)) +
+           " kept moving: other archives commit to it at once";
+  return false;
+}
+
+bool DocumentArgument(const std::string& given, std::string* path,
+                      std::string* error) {
+  const std::string arg = given;  // path may be given itself
+  *path = arg;
+  struct stat st {};
+  if (arg == "-" || ::stat(arg.c_str(), &st) == 0) return true;
+  for (std::size_t at = arg.find('@'); at != std::string::npos;
+       at = arg.find('@', at + 1)) {
+    const std::string repo = arg.substr(0, at);
+    if (repo.empty() || !History::Is(repo)) continue;
+    std::string bytes;
+    if (!History::Open(repo, false, error)->Document(arg.substr(at + 1),
+                                                      &bytes, error))
+      return false;
+    const int fd = vantrel::AnonymousFile();
+    if (fd < 0 || ::write(fd, bytes.data(), bytes.size()) !=
+                      static_cast<ssize_t>(bytes.size())) {
+      *error = std::string("cannot hold it in the temporary directory: ") +
+               std::strerror(errno);
+      if (fd >= 0) ::close(fd);
+      return false;
+    }
+    // Held open while the process lasts: the file is its descriptor.
+    *path = "/proc/self/fd/" + std::to_string(fd);
+    NameFile(*path, arg);
+    return true;
+  }
+  return true;
+}
+
+}  // namespace doc

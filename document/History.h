@@ -1,0 +1,92 @@
+// A configuration's history: every archive a commit of a git repository
+// that plain git reads (log, show, diff, clone, push, fsck).
+//
+// The repository is bare. Each installation is a branch of its own, named
+// after its local site unless told otherwise. Each commit's tree holds the
+// document whole, as the exporter wrote it, and one small file per object
+// under its kind, so that one object's history is one path's history:
+//
+//   admin.xml                  the document, byte for byte
+//   objects/PROJECT/x0401      the object's line, as the exporter writes it
+//
+// A history is marked as this tool's in its configuration
+// (vantrel.history), so that an ordinary repository is never taken for
+// one.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+struct git_repository;
+struct git_odb_backend;
+
+namespace doc {
+
+// The path of the whole document in every commit.
+constexpr char kHistoryDocument[] = "admin.xml";
+// Where each object's file stands: objects/KIND/IDENTIFIER.
+constexpr char kHistoryObjects[] = "objects/";
+
+class History {
+ public:
+  // Opens the history at path, creating it when missing and create is
+  // given; null with *error for what is not a history of this tool (an
+  // ordinary repository, a plain directory, a file) or cannot be opened.
+  static std::unique_ptr<History> Open(const std::string& path, bool create,
+                                       std::string* error);
+  ~History();
+  History(const History&) = delete;
+  History& operator=(const History&) = delete;
+
+  // Whether path is a history of this tool.
+  static bool Is(const std::string& path);
+
+  // Sets *bytes to the document of revision rev: a revision as git reads it
+  // (an installation's branch, "prod~2", a commit id), or
+  // "INSTALLATION:DATE", the newest commit of that installation at or
+  // before DATE (ISO 8601; a date alone is its whole day, in UTC). False
+  // with *error for a revision or date that does not exist, or a damaged
+  // object.
+  bool Document(const std::string& rev, std::string* bytes,
+                std::string* error) const;
+
+  // Commits document to the branch of installation, unless the branch's
+  // last commit holds it already: *commit is then "", else the new commit's
+  // identifier. message(previous) gives the commit's message from the
+  // document of the commit it follows ("" for the branch's first). The
+  // branch moves only from the commit the new one follows: an archive
+  // committed meanwhile is never lost, the new one follows it. False with
+  // *error.
+  bool Commit(const std::string& installation, const std::string& document,
+              const std::function<std::string(const std::string& previous)>&
+                  message,
+              std::string* commit, std::string* error);
+
+  // The document of the branch's last commit into *bytes; false when the
+  // branch has none.
+  bool Last(const std::string& installation, std::string* bytes) const;
+
+  // The branch name an installation's name gives: itself when git takes it
+  // as one, else with each character git refuses as '-'.
+  static std::string BranchOf(const std::string& installation);
+
+ private:
+  explicit History(git_repository* repo) : repo_(repo) {}
+  // The history of repo, which it then owns; null with *error.
+  static std::unique_ptr<History> Held(git_repository* repo,
+                                       std::string* error);
+  git_repository* repo_;
+  git_odb_backend* memory_ = nullptr;  // what a commit makes, till written
+};
+
+// A document as a command line names it: a file (an argument that names an
+// existing file is that file), or REPO@REV, a revision of a history (see
+// History::Document). Sets *path to a file that holds it: arg itself, or a
+// temporary file, already removed and held open while the process lasts,
+// named arg in messages. False with *error for a revision that cannot be
+// read.
+bool DocumentArgument(const std::string& arg, std::string* path,
+                      std::string* error);
+
+}  // namespace doc

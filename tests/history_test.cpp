@@ -1,0 +1,299 @@
+// Tests of a configuration's history, through the built binaries, read with
+// plain git as well.
+//
+// Plan:
+//   Nights    three nights of one store: the first commit, an unchanged
+//             night that leaves the repository untouched, a change and a
+//             run-time-only night (committed, marked, no hook), each
+//             revision giving back its archive byte for byte, git fsck
+//             sound, an object's story as one path's git log, the hook's
+//             JSON against the plan's schema and its environment
+//   Revisions REPO@REV for every command that reads a document: a branch,
+//             BRANCH~N, a commit, INSTALLATION:DATE; a revision or a date
+//             that does not exist refused
+//   NotAHistory what is not a history of this tool (an ordinary git
+//             repository, a plain directory, a file) and a store that
+//             cannot be exported: status 2, nothing written
+//   Shared    two installations share one repository, a branch each; two
+//             archives at once to one branch both end up committed
+//   ArchiveKilled SIGKILL at several moments of an archive: git fsck finds the
+//             repository sound, and the next archive works
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <map>
+#include <sstream>
+#include <thread>
+
+#include "binaries.h"
+#include "test_support.h"
+
+using binaries::Doc;
+using test_support::DataPath;
+using test_support::MakeStore;
+using test_support::OutputPath;
+using test_support::ReadFile;
+
+using test_support::RunResult;
+using test_support::WriteFile;
+
+namespace {
+
+RunResult Git(const std::string& repo, std::vector<std::string> args) {
+  args.insert(args.begin(), {"-C", repo});
+  return test_support::Run("/usr/bin/git", args, {});
+}
+
+// Every file of the directory dir, with its size and time: what an
+// untouched repository keeps.
+std::map<std::string, std::string> Snapshot(const std::string& dir) {
+  const RunResult found =
+      test_support::Run("/usr/bin/find", {dir, "-printf", "%P %s %T@\n"}, {});
+  std::map<std::string, std::string> files;
+  std::istringstream lines(found.out);
+  for (std::string line; std::getline(lines, line);)
+    files[line.substr(0, line.find(' '))] = line;
+  return files;
+}
+
+// A fresh directory of the output for a test's repositories.
+std::string Fresh(const std::string& name) {
+  const std::string path = OutputPath(name);
+  test_support::Run("/bin/rm", {"-rf", path}, {});
+  return path;
+}
+
+const std::string kFull = ReadFile(DataPath("full.sql"));
+
+TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
+  const std::string repo = Fresh("history"), store = OutputPath("history.db");
+  const std::string hooked = OutputPath("history-hook.json"),
+                    env = OutputPath("history-hook.env");
+  std::remove(hooked.c_str());
+  const std::string hook = "cat > '" + hooked +
+                           "'; echo \"$VANTREL_INSTALLATION $VANTREL_COMMIT "
+                           "$VANTREL_REPOSITORY\" > '" + env + "'";
+  const struct {
+    const char* night;
+    std::string sql;
+    bool committed;
+    std::string said;  // a part of the line
+    bool hookRuns;
+  } nights[] = {
+      {"the first", "", true, ": 33 objects, the first archive", false},
+      {"unchanged", "", false, "history: HOME unchanged\n", false},
+      {"a host renamed", "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';",
+       true, ": 0 added, 0 removed, 1 changed, 0 moved\n", true},
+      {"run-time state only",
+       "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
+       "UPDATE capture_status SET last_successful_date = '2027-01-01';",
+       true, ": 0 added, 0 removed, 0 changed, 0 moved (run-time state only)\n",
+       false},
+  };
+  std::vector<std::string> archives;  // each night's document, committed
+  for (const auto& n : nights) {
+    SCOPED_TRACE(n.night);
+    MakeStore(store, {kFull, n.sql});
+    const auto before = Snapshot(repo);
+    std::remove(hooked.c_str());
+    const RunResult run = Doc({"archive", "--on-change", hook, store, repo});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find(n.said), std::string::npos) << run.out;
+    EXPECT_EQ(test_support::FileExists(hooked), n.hookRuns);
+    if (!n.committed) {
+      EXPECT_TRUE(Snapshot(repo) == before);
+      continue;
+    }
+    archives.push_back(binaries::Export(store, OutputPath("history-now.xml")));
+  }
+  // Each revision gives back its night's archive, byte for byte.
+  for (std::size_t i = 0; i < archives.size(); ++i) {
+    const std::string rev = "HOME~" + std::to_string(archives.size() - 1 - i);
+    EXPECT_TRUE(Git(repo, {"show", rev + ":admin.xml"}).out == archives[i])
+        << rev;
+  }
+  EXPECT_EQ(Git(repo, {"fsck", "--strict"}).status, 0);
+  const RunResult log = Git(repo, {"log", "--format=%s"});
+  EXPECT_EQ(log.out,
+            "0 added, 0 removed, 0 changed, 0 moved (run-time state only)\n"
+            "0 added, 0 removed, 1 changed, 0 moved\n"
+            "the first archive of HOME: 33 objects\n");
+  // One object's story is one path's history.
+  EXPECT_EQ(Git(repo, {"log", "--format=%s", "--", "objects/HOST/x0A02"}).out,
+            "0 added, 0 removed, 1 changed, 0 moved\n"
+            "the first archive of HOME: 33 objects\n");
+  EXPECT_EQ(Git(repo, {"show", "HOME:objects/HOST/x0A02"}).out,
+            "<HOST Oid=\"x0A02\" Name=\"gamma\" OSType=\"\" OSVersion=\"\"/>\n");
+  // The hook's JSON, from the night that changed the configuration, is a
+  // plan as the shipped schema says.
+  MakeStore(store, {kFull, "DELETE FROM host WHERE oid = x'0A03';"
+                           "UPDATE host SET name = 'delta';"});
+  ASSERT_EQ(Doc({"archive", "-q", "--on-change", hook, store, repo}).status, 0);
+  const RunResult valid = test_support::Run(
+      "/usr/bin/python3",
+      {"-c",
+       "import json, sys, jsonschema\n"
+       "plan = json.load(open(sys.argv[1]))\n"
+       "jsonschema.validate(plan, json.load(open(sys.argv[2])))\n"
+       "assert plan['totals']['changed'] == 2, plan['totals']\n",
+       hooked, SHARE_DIR "/vantrel-plan.schema.json"},
+      {});
+  EXPECT_EQ(valid.status, 0) << valid.err;
+  const std::string head = Git(repo, {"rev-parse", "HOME"}).out;
+  EXPECT_EQ(ReadFile(env), "HOME " + head.substr(0, head.size() - 1) + " " +
+                               repo + "\n");
+}
+
+TEST(Revisions, OfAHistoryForEveryCommand) {
+  const std::string repo = Fresh("history-read"),
+                    store = OutputPath("history-read.db");
+  MakeStore(store, {kFull});
+  ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+  MakeStore(store, {kFull, "UPDATE host SET name = 'gamma';"});
+  ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+  const std::string first =
+      Git(repo, {"rev-list", "--max-parents=0", "HOME"}).out.substr(0, 40);
+  const std::string today = [] {
+    char text[16];
+    const std::time_t now = std::time(nullptr);
+    std::strftime(text, sizeof text, "%Y-%m-%d", std::gmtime(&now));
+    return std::string(text);
+  }();
+  const std::string at = repo + "@";
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    std::string said;  // a part of standard output or error
+  } cases[] = {
+      {{"check", at + "HOME"}, 0, at + "HOME: a whole document of 33 objects"},
+      {{"diff", at + "HOME~1", at + "HOME"}, 1, "changed HOST x0A01"},
+      {{"diff", at + first, at + "HOME~1"}, 0, ""},
+      {{"diff", at + "HOME:" + today, at + "HOME"}, 0, ""},
+      {{"diff", at + "HOME:2001-01-01", at + "HOME"}, 2,
+       "vantrel-doc: cannot read " + at +
+           "HOME:2001-01-01: HOME has no commit at or before 2001-01-01\n"},
+      {{"check", at + "nowhere"}, 2,
+       "vantrel-doc: cannot read " + at + "nowhere: nowhere is no revision"},
+      {{"json", at + "HOME", "-"}, 0, "\"document\":\"" + at + "HOME\""},
+      {{"apply", "--dry-run", "--base", at + "HOME", at + "HOME~1", store}, 1,
+       "changed HOST x0A01"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args[0] + " " + c.args[1]);
+    const RunResult run = Doc(c.args);
+    EXPECT_EQ(run.status, c.status) << run.err;
+    EXPECT_NE((run.out + run.err).find(c.said), std::string::npos)
+        << run.out << run.err;
+  }
+}
+
+TEST(NotAHistory, NorAStoreThatCannotBeExported) {
+  const std::string ordinary = Fresh("history-ordinary"),
+                    plain = Fresh("history-plain"),
+                    file = OutputPath("history-file"),
+                    repo = Fresh("history-refused"),
+                    store = OutputPath("history-refused.db");
+  Git(OutputPath(""), {"init", "-q", ordinary});
+  ::mkdir(plain.c_str(), 0755);
+  WriteFile(plain + "/notes", "kept\n");
+  WriteFile(file, "a file\n");
+  MakeStore(store, {kFull});
+  const std::string broken = OutputPath("history-broken.db");
+  WriteFile(broken, "not a store");
+  const struct {
+    std::string store, repo, why;
+  } cases[] = {
+      {store, ordinary,
+       ": it is a git repository, but not a history of vantrel-doc (its "
+       "configuration lacks vantrel.history); nothing was committed\n"},
+      {store, plain,
+       ": it is a directory, not a history of vantrel-doc; nothing was "
+       "committed\n"},
+      {store, file, ": it is a file, not a history of vantrel-doc; nothing was "
+                    "committed\n"},
+      {broken, repo, ": the export failed; nothing was committed\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.repo);
+    const auto before = Snapshot(c.repo);
+    const RunResult run = Doc({"archive", c.store, c.repo});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.err.find(c.why), std::string::npos) << run.err;
+    EXPECT_TRUE(Snapshot(c.repo) == before);
+  }
+  // The export failed after the history was made: it holds no commit.
+  EXPECT_NE(Git(repo, {"rev-parse", "--verify", "-q", "HEAD"}).status, 0);
+}
+
+TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
+  const std::string repo = Fresh("history-many");
+  const std::string test = OutputPath("history-test.db"),
+                    prod = OutputPath("history-prod.db");
+  MakeStore(test, {kFull, "UPDATE local_site SET name = 'test';"});
+  MakeStore(prod, {kFull, "UPDATE local_site SET name = 'prod';"});
+  ASSERT_EQ(Doc({"archive", "-q", test, repo}).status, 0);
+  ASSERT_EQ(Doc({"archive", "-q", prod, repo}).status, 0);
+  ASSERT_EQ(Doc({"archive", "-q", "--installation", "staging", prod, repo})
+                .status,
+            0);
+  EXPECT_EQ(Git(repo, {"branch", "--format=%(refname:short)"}).out,
+            "prod\nstaging\ntest\n");
+  // Eight archives at once of eight stores to one branch: each commits,
+  // one after the other, and no commit is lost.
+  std::vector<pid_t> children;
+  for (int i = 0; i < 8; ++i) {
+    const std::string store = OutputPath("history-at-once-" +
+                                         std::to_string(i) + ".db");
+    MakeStore(store, {kFull, "UPDATE local_site SET name = 'test';"
+                             "UPDATE host SET name = 'h" +
+                                 std::to_string(i) + "';"});
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::freopen("/dev/null", "w", stdout);
+      ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "archive", "-q",
+              store.c_str(), repo.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    children.push_back(child);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
+  EXPECT_EQ(Git(repo, {"rev-list", "--count", "test"}).out, "9\n");
+  EXPECT_EQ(Git(repo, {"fsck", "--strict"}).status, 0);
+}
+
+TEST(ArchiveKilled, LeavesASoundRepository) {
+  const std::string repo = Fresh("history-killed"),
+                    store = OutputPath("history-killed.db");
+  MakeStore(store, {kFull, test_support::Projects(5000, "p")});
+  ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+  for (const int ms : {5, 25, 50, 80, 100, 115}) {
+    SCOPED_TRACE(ms);
+    MakeStore(store, {kFull, test_support::Projects(5000, "p"),
+                      "UPDATE project SET name = name || '" +
+                          std::to_string(ms) + "';"});
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::freopen("/dev/null", "w", stdout);
+      ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "archive", "-q",
+              store.c_str(), repo.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(Git(repo, {"fsck", "--strict"}).status, 0);
+    // The next archive works, and its revision is the store's archive.
+    ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+    EXPECT_TRUE(Git(repo, {"show", "HOME:admin.xml"}).out ==
+                binaries::Export(store, OutputPath("history-killed.xml")));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,193 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <ostream>
+#include <sstream>
+
+#include "Checker.h"
+#include "DocumentPlan.h"
+#include "Escape.h"
+#include "Files.h"
+#include "History.h"
+#include "PlanViews.h"
+#include "VantrelDoc.h"
+
+namespace vdoc {
+
+namespace {
+
+// A file of the temporary directory, already removed, holding bytes; its
+// path as /proc/self/fd names it, or "" with errno set.
+class HeldFile {
+ public:
+  explicit HeldFile(std::string_view bytes) : fd_(vantrel::AnonymousFile()) {
+    if (fd_ >= 0 && ::write(fd_, bytes.data(), bytes.size()) ==
+                        static_cast<ssize_t>(bytes.size()))
+      path_ = "/proc/self/fd/" + std::to_string(fd_);
+  }
+  ~HeldFile() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  HeldFile(const HeldFile&) = delete;
+  HeldFile& operator=(const HeldFile&) = delete;
+  const std::string& Path() const { return path_; }
+
+ private:
+  int fd_;
+  std::string path_;
+};
+
+// Reads the file at path whole into *bytes; false with *error.
+bool ReadWhole(const std::string& path, std::string* bytes,
+               std::string* error) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream all;
+  all << in.rdbuf();
+  if (!in && !in.eof()) {
+    *error = std::strerror(errno ? errno : EIO);
+    return false;
+  }
+  *bytes = all.str();
+  return true;
+}
+
+// The plan from the document before to the one after (both whole), into
+// *plan, reading them into before and after, which it views.
+bool Planned(std::string_view was, std::string_view now,
+             doc::PlanDocument& before, doc::PlanDocument& after,
+             doc::Plan* plan) {
+  const HeldFile old(was), next(now);
+  std::ostringstream unused;
+  if (old.Path().empty() || next.Path().empty() ||
+      doc::ReadForPlan(old.Path(), before, unused) != 0 ||
+      doc::ReadForPlan(next.Path(), after, unused) != 0)
+    return false;
+  *plan = doc::MakePlan(before, after);
+  return true;
+}
+
+// The commit message: the plan in text, totals first, then its lines.
+std::string Message(const std::string& installation, std::size_t total,
+                    const doc::Plan& plan, bool first) {
+  if (first)
+    return "the first archive of " + installation + ": " +
+           std::to_string(total) + " objects\n";
+  std::ostringstream text;
+  text << doc::PlanTotals(plan)
+       << (plan.Empty() ? " (run-time state only)" : "") << "\n\n";
+  doc::WritePlanText(plan, text);
+  return text.str();
+}
+
+// Runs command with the plan's JSON on its standard input and the history,
+// installation and commit in its environment; its exit status, or -1.
+int RunHook(const std::string& command, const doc::Plan& plan,
+            const std::string& repo, const std::string& installation,
+            const std::string& commit) {
+  std::ostringstream json;
+  doc::WritePlanJson(plan, json);
+  const HeldFile input(json.str());
+  if (input.Path().empty()) return -1;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int fd = ::open(input.Path().c_str(), O_RDONLY);
+    if (fd < 0 || ::dup2(fd, STDIN_FILENO) < 0) ::_exit(127);
+    ::setenv("VANTREL_REPOSITORY", vantrel::AbsolutePath(repo).c_str(), 1);
+    ::setenv("VANTREL_INSTALLATION", installation.c_str(), 1);
+    ::setenv("VANTREL_COMMIT", commit.c_str(), 1);
+    ::execl("/bin/sh", "sh", "-c", command.c_str(),
+            static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  int status = 0;
+  if (child < 0 || ::waitpid(child, &status, 0) != child) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace
+
+int DocArchive(const std::string& store, const std::string& repo,
+               const ArchiveOptions& o, std::ostream& out, std::ostream& err) {
+  const auto failed = [&](const std::string& why) {
+    err << "vantrel-doc: cannot archive " << doc::Shown(store) << " in "
+        << doc::Shown(repo) << ": " << why << "; nothing was committed\n";
+    return 2;
+  };
+  std::string error;
+  // What is not a history is refused before the store is read; the store
+  // is then exported and checked before a history is made: one that
+  // cannot be leaves nothing behind.
+  struct stat st {};
+  if (::stat(repo.c_str(), &st) == 0 && !doc::History::Open(repo, false, &error))
+    return failed(error);
+  const int fd = vantrel::AnonymousFile();
+  if (fd < 0) return failed(std::strerror(errno));
+  const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  std::ofstream document(path, std::ios::binary);
+  std::size_t total = 0;
+  const bool exported = ExportChecked(store, document, path,
+                                      "the export of " + doc::Shown(store), err,
+                                      &total, &error);
+  document.close();
+  std::string now;
+  const bool read = exported && ReadWhole(path, &now, &error);
+  ::close(fd);
+  if (!exported || !read) return failed(error);
+  const std::unique_ptr<doc::History> history =
+      doc::History::Open(repo, true, &error);
+  if (!history) return failed(error);
+  std::string installation = o.installation;
+  if (installation.empty()) {
+    doc::PlanDocument named;
+    std::ostringstream unused;
+    const HeldFile held(now);
+    if (doc::ReadForPlan(held.Path(), named, unused) == 0 &&
+        !named.LocalSite().empty())
+      installation = std::string(
+          named.Name(named.Objects()[named.Find(named.LocalSite())]));
+  }
+  doc::PlanDocument before, after;
+  doc::Plan plan;
+  std::string commit;
+  bool first = false;
+  const bool committed = history->Commit(
+      installation, now,
+      [&](const std::string& previous) {
+        before = doc::PlanDocument();
+        after = doc::PlanDocument();
+        plan = doc::Plan();
+        first = previous.empty();
+        if (!first) Planned(previous, now, before, after, &plan);
+        return Message(installation, total, plan, first);
+      },
+      &commit, &error);
+  if (!committed) return failed(error);
+  const std::string branch = doc::History::BranchOf(installation);
+  if (commit.empty()) {
+    if (!o.quiet) out << doc::Shown(repo) << ": " << branch << " unchanged\n";
+    return 0;
+  }
+  if (!o.quiet)
+    out << doc::Shown(repo) << ": " << branch << " " << commit.substr(0, 12)
+        << ": "
+        << (first ? std::to_string(total) + " objects, the first archive"
+                  : doc::PlanTotals(plan) +
+                        (plan.Empty() ? " (run-time state only)" : ""))
+        << "\n";
+  // Announced only when the configuration changed: the first archive and
+  // run-time state alone are committed, and said by no hook.
+  if (o.onChange.empty() || first || plan.Empty()) return 0;
+  out << std::flush;
+  const int hook = RunHook(o.onChange, plan, repo, branch, commit);
+  if (hook == 0) return 0;
+  err << "vantrel-doc: the --on-change command failed (status " << hook
+      << "); commit " << commit.substr(0, 12) << " stays\n";
+  return 2;
+}
+
+}  // namespace vdoc
