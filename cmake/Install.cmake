@@ -73,6 +73,9 @@ foreach(package vantrel vantrel-dev)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
           COMPONENT ${component})
 endforeach()
+# The history's layout, which the manual page points to.
+install(FILES docs/history.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vantrel
+        COMPONENT tools)
 
 set(CPACK_PACKAGE_NAME vantrel)
 set(CPACK_PACKAGE_VENDOR "Vantrel developers")

@@ -14,7 +14,7 @@ for file in bin/Vantrel bin/vantrel-doc include/vantrel/KivAdmin.h \
     share/vantrel/vantrel-report.xsl share/man/man1/Vantrel.1.gz \
     share/man/man1/vantrel-doc.1.gz share/doc/vantrel/copyright \
     share/doc/vantrel-dev/changelog.gz share/vantrel/vantrel-doc.schema.json share/vantrel/vantrel-plan.schema.json \
-    share/vantrel/vantrel-log.schema.json \
+    share/vantrel/vantrel-log.schema.json share/doc/vantrel/history.md \
     share/bash-completion/completions/vantrel-doc; do
   [ -f "$work/prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
