@@ -8,8 +8,8 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <regex>
 #include <thread>
@@ -102,8 +102,9 @@ Own<git_commit> Head(git_repository* repo, const std::string& branch) {
 }
 
 // Seconds since the epoch of an ISO 8601 date or time in UTC: a date alone
-// is the end of its day. -1 for what is not one.
-long long UtcLimit(const std::string& text) {
+// is the end of its day, or with start its beginning. -1 for what is not
+// one.
+long long UtcLimit(const std::string& text, bool start = false) {
   static const std::regex form(
       R"(^(\d{4})-(\d{2})-(\d{2})(?:[T ](\d{2}):(\d{2})(?::(\d{2}))?Z?)?$)");
   std::smatch m;
@@ -113,9 +114,9 @@ long long UtcLimit(const std::string& text) {
   t.tm_mon = std::stoi(m[2]) - 1;
   t.tm_mday = std::stoi(m[3]);
   const bool time = m[4].matched;
-  t.tm_hour = time ? std::stoi(m[4]) : 23;
-  t.tm_min = time ? std::stoi(m[5]) : 59;
-  t.tm_sec = time ? (m[6].matched ? std::stoi(m[6]) : 0) : 59;
+  t.tm_hour = time ? std::stoi(m[4]) : start ? 0 : 23;
+  t.tm_min = time ? std::stoi(m[5]) : start ? 0 : 59;
+  t.tm_sec = time ? (m[6].matched ? std::stoi(m[6]) : 0) : start ? 0 : 59;
   if (t.tm_mon > 11 || t.tm_mday < 1 || t.tm_mday > 31 || t.tm_hour > 23 ||
       t.tm_min > 59 || t.tm_sec > 60)
     return -1;
@@ -154,16 +155,14 @@ std::vector<ObjectFile> ObjectFiles(std::string_view document) {
     if (end == std::string_view::npos) end = document.size();
     const std::string_view text = document.substr(at, end - at);
     line = Line();
-    const int oid =
-        ReadLine(text, line, &unused) && line.type == Line::kStart
-            ? AttributeIndex(line.kind, "Oid")
-            : -1;
+    const int oid = ReadLine(text, line, &unused) && line.type == Line::kStart
+                        ? AttributeIndex(line.kind, "Oid")
+                        : -1;
     if (oid >= 0)
-      files.push_back({std::string(kHistoryObjects) +
-                           LayoutOf(line.kind).name + "/" +
-                           std::string(line.values[static_cast<std::size_t>(
-                               oid)]),
-                       document.substr(at, end + 1 - at)});
+      files.push_back(
+          {std::string(kHistoryObjects) + LayoutOf(line.kind).name + "/" +
+               std::string(line.values[static_cast<std::size_t>(oid)]),
+           document.substr(at, end + 1 - at)});
     at = end + 1;
   }
   return files;
@@ -192,8 +191,7 @@ bool Put(git_repository* repo, git_index* index, const std::string& path,
 // The tree of document: the tree of parent (null for none) with the files
 // that differ rewritten and those of objects no longer there removed.
 bool WriteTree(git_repository* repo, git_commit* parent,
-               const std::string& document, git_oid* tree,
-               std::string* error) {
+               const std::string& document, git_oid* tree, std::string* error) {
   git_index* raw = nullptr;
   git_tree* rawTree = nullptr;
   if (git_index_new(&raw) != 0) {
@@ -292,8 +290,9 @@ std::unique_ptr<History> History::Open(const std::string& path, bool create,
   }
   if (!Marked(repo)) {
     git_repository_free(repo);
-    *error = "it is a git repository, but not a history of vantrel-doc (its "
-             "configuration lacks vantrel.history)";
+    *error =
+        "it is a git repository, but not a history of vantrel-doc (its "
+        "configuration lacks vantrel.history)";
     return nullptr;
   }
   return Held(repo, error);
@@ -340,7 +339,9 @@ std::string History::BranchOf(const std::string& installation) {
 }
 
 bool History::Last(const std::string& installation, std::string* bytes) const {
-  const Own<git_commit> head = Head(repo_, "refs/heads/" + BranchOf(installation));
+  const Own<git_commit> head = Head(
+      repo_,
+      installation.empty() ? "HEAD" : "refs/heads/" + BranchOf(installation));
   std::string unused;
   return head && DocumentOf(repo_, head.get(), bytes, &unused);
 }
@@ -355,7 +356,8 @@ bool History::Document(const std::string& rev, std::string* bytes,
     const std::string installation = rev.substr(0, colon);
     Own<git_commit> at = Head(repo_, "refs/heads/" + BranchOf(installation));
     if (!at) {
-      *error = vantrel::Escaped(installation) + " is no installation of the history";
+      *error =
+          vantrel::Escaped(installation) + " is no installation of the history";
       return false;
     }
     while (at && git_commit_time(at.get()) > limit) {
@@ -374,8 +376,8 @@ bool History::Document(const std::string& rev, std::string* bytes,
   if (git_revparse_single(&raw, repo_, rev.c_str()) != 0 ||
       git_object_peel(&peeled, raw, GIT_OBJECT_COMMIT) != 0) {
     git_object_free(raw);
-    *error = vantrel::Escaped(rev) + " is no revision of the history: " +
-             LastError();
+    *error = vantrel::Escaped(rev) +
+             " is no revision of the history: " + LastError();
     return false;
   }
   git_object_free(raw);
@@ -425,12 +427,11 @@ bool History::Commit(
     if (!WritePack(repo_, memory_, error)) return false;
     git_reference* ref = nullptr;
     const int moved =
-        parent ? git_reference_create_matching(&ref, repo_, branch.c_str(),
-                                               &commitId, 1,
-                                               git_commit_id(parent.get()),
-                                               "vantrel-doc archive")
-               : git_reference_create(&ref, repo_, branch.c_str(), &commitId,
-                                      0, "vantrel-doc archive");
+        parent ? git_reference_create_matching(
+                     &ref, repo_, branch.c_str(), &commitId, 1,
+                     git_commit_id(parent.get()), "vantrel-doc archive")
+               : git_reference_create(&ref, repo_, branch.c_str(), &commitId, 0,
+                                      "vantrel-doc archive");
     git_reference_free(ref);
     if (moved == 0) {
       *commit = git_oid_tostr_s(&commitId);
@@ -439,7 +440,8 @@ bool History::Commit(
         git_repository_set_head(repo_, branch.c_str());
       return true;
     }
-    if (moved != GIT_EMODIFIED && moved != GIT_EEXISTS && moved != GIT_ELOCKED) {
+    if (moved != GIT_EMODIFIED && moved != GIT_EEXISTS &&
+        moved != GIT_ELOCKED) {
       *error = LastError();
       return false;
     }
@@ -448,6 +450,96 @@ bool History::Commit(
   *error = "the branch " + vantrel::Escaped(BranchOf(installation)) +
            " kept moving: other archives commit to it at once";
   return false;
+}
+
+long long History::Time(const std::string& text, bool start) {
+  return UtcLimit(text, start);
+}
+
+namespace {
+
+// The id of the file at path in commit's tree; false when it has none.
+bool EntryId(const git_commit* commit, const std::string& path, git_oid* id) {
+  git_tree* raw = nullptr;
+  git_tree_entry* entry = nullptr;
+  if (git_commit_tree(&raw, commit) != 0) return false;
+  const Own<git_tree> tree(raw);
+  if (git_tree_entry_bypath(&entry, tree.get(), path.c_str()) != 0)
+    return false;
+  git_oid_cpy(id, git_tree_entry_id(entry));
+  git_tree_entry_free(entry);
+  return true;
+}
+
+// The bytes of the blob id, "" for none.
+std::string BlobText(git_repository* repo, const git_oid* id) {
+  git_blob* raw = nullptr;
+  if (!id || git_blob_lookup(&raw, repo, id) != 0) return std::string();
+  const Own<git_blob> blob(raw);
+  return std::string(static_cast<const char*>(git_blob_rawcontent(raw)),
+                     static_cast<std::size_t>(git_blob_rawsize(raw)));
+}
+
+}  // namespace
+
+std::string History::ObjectPath(const std::string& installation,
+                                const std::string& oid) const {
+  const Own<git_commit> head = Head(
+      repo_,
+      installation.empty() ? "HEAD" : "refs/heads/" + BranchOf(installation));
+  git_oid id;
+  for (int k = 0; head && k < kKindCount; ++k) {
+    const std::string path =
+        std::string(kHistoryObjects) + LayoutOf(Kind(k)).name + "/" + oid;
+    if (EntryId(head.get(), path, &id)) return path;
+  }
+  return std::string();
+}
+
+bool History::Log(const std::string& installation, const std::string& path,
+                  long long since, long long until, std::vector<Entry>* entries,
+                  std::string* error) const {
+  Own<git_commit> at = Head(
+      repo_,
+      installation.empty() ? "HEAD" : "refs/heads/" + BranchOf(installation));
+  if (!at) {
+    *error =
+        vantrel::Escaped(installation) + " is no installation of the history";
+    return false;
+  }
+  while (at) {
+    git_commit* raw = nullptr;
+    Own<git_commit> parent(git_commit_parent(&raw, at.get(), 0) == 0 ? raw
+                                                                     : nullptr);
+    const long long time = git_commit_time(at.get());
+    if (until >= 0 && time > until) {
+      at = std::move(parent);
+      continue;
+    }
+    if (since >= 0 && time < since) break;
+    Entry entry;
+    git_oid now, was;
+    const bool has = !path.empty() && EntryId(at.get(), path, &now);
+    const bool had =
+        parent && !path.empty() && EntryId(parent.get(), path, &was);
+    // Only the commits that changed the object's file, for a log of one.
+    if (!path.empty() && (has == had && (!has || git_oid_equal(&now, &was)))) {
+      at = std::move(parent);
+      continue;
+    }
+    entry.commit = git_oid_tostr_s(git_commit_id(at.get()));
+    entry.time = time;
+    const git_signature* author = git_commit_author(at.get());
+    entry.author = std::string(author->name) + " <" + author->email + ">";
+    entry.message = git_commit_message(at.get());
+    if (!path.empty()) {
+      entry.before = had ? BlobText(repo_, &was) : std::string();
+      entry.after = has ? BlobText(repo_, &now) : std::string();
+    }
+    entries->push_back(std::move(entry));
+    at = std::move(parent);
+  }
+  return true;
 }
 
 bool DocumentArgument(const std::string& given, std::string* path,
@@ -461,8 +553,8 @@ bool DocumentArgument(const std::string& given, std::string* path,
     const std::string repo = arg.substr(0, at);
     if (repo.empty() || !History::Is(repo)) continue;
     std::string bytes;
-    if (!History::Open(repo, false, error)->Document(arg.substr(at + 1),
-                                                      &bytes, error))
+    if (!History::Open(repo, false, error)
+             ->Document(arg.substr(at + 1), &bytes, error))
       return false;
     const int fd = vantrel::AnonymousFile();
     if (fd < 0 || ::write(fd, bytes.data(), bytes.size()) !=

@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 struct git_repository;
 struct git_odb_backend;
@@ -39,6 +40,11 @@ class History {
   History(const History&) = delete;
   History& operator=(const History&) = delete;
 
+  // Seconds since the epoch of an ISO 8601 date or time in UTC; a date
+  // alone is the end of its day, or with start its beginning. -1 for what
+  // is not one.
+  static long long Time(const std::string& text, bool start = false);
+
   // Whether path is a history of this tool.
   static bool Is(const std::string& path);
 
@@ -58,14 +64,37 @@ class History {
   // branch moves only from the commit the new one follows: an archive
   // committed meanwhile is never lost, the new one follows it. False with
   // *error.
-  bool Commit(const std::string& installation, const std::string& document,
-              const std::function<std::string(const std::string& previous)>&
-                  message,
-              std::string* commit, std::string* error);
+  bool Commit(
+      const std::string& installation, const std::string& document,
+      const std::function<std::string(const std::string& previous)>& message,
+      std::string* commit, std::string* error);
 
-  // The document of the branch's last commit into *bytes; false when the
-  // branch has none.
+  // The document of the branch's last commit (HEAD's for "") into *bytes;
+  // false when the branch has none.
   bool Last(const std::string& installation, std::string* bytes) const;
+
+  // One commit of a branch's history, newest first in a log.
+  struct Entry {
+    std::string commit;   // its identifier
+    long long time = 0;   // seconds since the epoch
+    std::string author;   // "name <email>"
+    std::string message;  // the plan in text, totals first
+    // For a log of one object: its line before and after ("" when it was
+    // not there, or is no more).
+    std::string before, after;
+  };
+  // The commits of installation's branch (of HEAD's for ""), newest first,
+  // from since to until (seconds since the epoch, inclusive; -1 for no
+  // bound), following first parents. With path (objects/KIND/IDENTIFIER),
+  // only the commits that changed that file, with its line before and
+  // after. False with *error for an installation the history lacks.
+  bool Log(const std::string& installation, const std::string& path,
+           long long since, long long until, std::vector<Entry>* entries,
+           std::string* error) const;
+  // The path of the object whose identifier is oid in the branch's last
+  // commit, "" when it holds none.
+  std::string ObjectPath(const std::string& installation,
+                         const std::string& oid) const;
 
   // The branch name an installation's name gives: itself when git takes it
   // as one, else with each character git refuses as '-'.

@@ -6,8 +6,10 @@
 //             night that leaves the repository untouched, a change and a
 //             run-time-only night (committed, marked, no hook), each
 //             revision giving back its archive byte for byte, git fsck
-//             sound, an object's story as one path's git log, the hook's
-//             JSON against the plan's schema and its environment
+//             sound, an object's story as one path's git log and as
+//             vantrel-doc log by identifier or kind and name (run-time
+//             state with --all, dates bounded), the hook's JSON against
+//             the plan's schema and its environment
 //   Revisions REPO@REV for every command that reads a document: a branch,
 //             BRANCH~N, a commit, INSTALLATION:DATE; a revision or a date
 //             that does not exist refused
@@ -75,7 +77,8 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
   std::remove(hooked.c_str());
   const std::string hook = "cat > '" + hooked +
                            "'; echo \"$VANTREL_INSTALLATION $VANTREL_COMMIT "
-                           "$VANTREL_REPOSITORY\" > '" + env + "'";
+                           "$VANTREL_REPOSITORY\" > '" +
+                           env + "'";
   const struct {
     const char* night;
     std::string sql;
@@ -125,12 +128,58 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
   EXPECT_EQ(Git(repo, {"log", "--format=%s", "--", "objects/HOST/x0A02"}).out,
             "0 added, 0 removed, 1 changed, 0 moved\n"
             "the first archive of HOME: 33 objects\n");
-  EXPECT_EQ(Git(repo, {"show", "HOME:objects/HOST/x0A02"}).out,
-            "<HOST Oid=\"x0A02\" Name=\"gamma\" OSType=\"\" OSVersion=\"\"/>\n");
+  EXPECT_EQ(
+      Git(repo, {"show", "HOME:objects/HOST/x0A02"}).out,
+      "<HOST Oid=\"x0A02\" Name=\"gamma\" OSType=\"\" OSVersion=\"\"/>\n");
+  // vantrel-doc log tells the same by name: the branch, one object by its
+  // identifier or its kind and name, run-time state only with --all.
+  const auto logged = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), "log");
+    const RunResult run = Doc(args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::string said;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);)
+      said += line.rfind("commit ", 0) == 0 ? "commit\n" : line + "\n";
+    return said;
+  };
+  EXPECT_EQ(logged({repo}),
+            "commit\n    0 added, 0 removed, 1 changed, 0 moved\n"
+            "    changed HOST x0A02 \"gamma\" Name: \"beta\" -> \"gamma\"\n"
+            "commit\n    the first archive of HOME: 33 objects\n");
+  EXPECT_NE(logged({"--all", repo}).find("(run-time state only)"),
+            std::string::npos);
+  for (const char* object : {"x0A02", "HOST:gamma"})
+    EXPECT_EQ(logged({repo + "@HOME", object}),
+              "commit\n    changed HOST x0A02 \"gamma\" Name: \"beta\" -> "
+              "\"gamma\"\ncommit\n    added HOST x0A02 \"beta\"\n");
+  EXPECT_EQ(logged({repo, "x1701"}),
+            "commit\n    added DATASERVERCAPTURESTATUS x1701\n");
+  EXPECT_EQ(logged({"--all", repo, "x1701"}),
+            "commit\n    changed DATASERVERCAPTURESTATUS x1701 "
+            "LastSuccessfulDate: \"2026-01-01\" -> \"2027-01-01\"\n"
+            "commit\n    added DATASERVERCAPTURESTATUS x1701\n");
+  EXPECT_EQ(logged({"--until", "2001-01-01", repo}), "");
+  const std::string json = OutputPath("history-log.json");
+  ASSERT_EQ(Doc({"log", "--format", "json", "-o", json, repo, "x0A02"}).status,
+            0);
+  const RunResult parsed = test_support::Run(
+      "/usr/bin/python3",
+      {"-c",
+       "import json, sys\n"
+       "log = json.load(open(sys.argv[1]))\n"
+       "changes = [e['changes'] for e in log['entries']]\n"
+       "assert changes == [[{'action': 'changed', 'attribute': 'Name', "
+       "'old': 'beta', 'new': 'gamma'}], [{'action': 'added'}]], changes\n",
+       json},
+      {});
+  EXPECT_EQ(parsed.status, 0) << parsed.err;
   // The hook's JSON, from the night that changed the configuration, is a
   // plan as the shipped schema says.
-  MakeStore(store, {kFull, "DELETE FROM host WHERE oid = x'0A03';"
-                           "UPDATE host SET name = 'delta';"});
+  MakeStore(store, {kFull,
+                    "UPDATE subscription SET extern_site = NULL;"
+                    "DELETE FROM extern_site WHERE oid = x'1102';"
+                    "UPDATE host SET name = 'delta';"});
   ASSERT_EQ(Doc({"archive", "-q", "--on-change", hook, store, repo}).status, 0);
   const RunResult valid = test_support::Run(
       "/usr/bin/python3",
@@ -138,13 +187,20 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
        "import json, sys, jsonschema\n"
        "plan = json.load(open(sys.argv[1]))\n"
        "jsonschema.validate(plan, json.load(open(sys.argv[2])))\n"
-       "assert plan['totals']['changed'] == 2, plan['totals']\n",
+       "assert plan['totals']['changed'] == 3, plan['totals']\n"
+       "assert plan['totals']['removed'] == 1, plan['totals']\n",
        hooked, SHARE_DIR "/vantrel-plan.schema.json"},
       {});
   EXPECT_EQ(valid.status, 0) << valid.err;
+  // A removed object's file goes with it.
+  EXPECT_NE(
+      Git(repo, {"cat-file", "-e", "HOME:objects/EXTERNSITE/x1102"}).status, 0);
+  EXPECT_EQ(
+      Git(repo, {"cat-file", "-e", "HOME~1:objects/EXTERNSITE/x1102"}).status,
+      0);
   const std::string head = Git(repo, {"rev-parse", "HOME"}).out;
-  EXPECT_EQ(ReadFile(env), "HOME " + head.substr(0, head.size() - 1) + " " +
-                               repo + "\n");
+  EXPECT_EQ(ReadFile(env),
+            "HOME " + head.substr(0, head.size() - 1) + " " + repo + "\n");
 }
 
 TEST(Revisions, OfAHistoryForEveryCommand) {
@@ -172,13 +228,16 @@ TEST(Revisions, OfAHistoryForEveryCommand) {
       {{"diff", at + "HOME~1", at + "HOME"}, 1, "changed HOST x0A01"},
       {{"diff", at + first, at + "HOME~1"}, 0, ""},
       {{"diff", at + "HOME:" + today, at + "HOME"}, 0, ""},
-      {{"diff", at + "HOME:2001-01-01", at + "HOME"}, 2,
+      {{"diff", at + "HOME:2001-01-01", at + "HOME"},
+       2,
        "vantrel-doc: cannot read " + at +
            "HOME:2001-01-01: HOME has no commit at or before 2001-01-01\n"},
-      {{"check", at + "nowhere"}, 2,
+      {{"check", at + "nowhere"},
+       2,
        "vantrel-doc: cannot read " + at + "nowhere: nowhere is no revision"},
       {{"json", at + "HOME", "-"}, 0, "\"document\":\"" + at + "HOME\""},
-      {{"apply", "--dry-run", "--base", at + "HOME", at + "HOME~1", store}, 1,
+      {{"apply", "--dry-run", "--base", at + "HOME", at + "HOME~1", store},
+       1,
        "changed HOST x0A01"},
   };
   for (const auto& c : cases) {
@@ -212,8 +271,9 @@ TEST(NotAHistory, NorAStoreThatCannotBeExported) {
       {store, plain,
        ": it is a directory, not a history of vantrel-doc; nothing was "
        "committed\n"},
-      {store, file, ": it is a file, not a history of vantrel-doc; nothing was "
-                    "committed\n"},
+      {store, file,
+       ": it is a file, not a history of vantrel-doc; nothing was "
+       "committed\n"},
       {broken, repo, ": the export failed; nothing was committed\n"},
   };
   for (const auto& c : cases) {
@@ -236,20 +296,21 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
   MakeStore(prod, {kFull, "UPDATE local_site SET name = 'prod';"});
   ASSERT_EQ(Doc({"archive", "-q", test, repo}).status, 0);
   ASSERT_EQ(Doc({"archive", "-q", prod, repo}).status, 0);
-  ASSERT_EQ(Doc({"archive", "-q", "--installation", "staging", prod, repo})
-                .status,
-            0);
+  ASSERT_EQ(
+      Doc({"archive", "-q", "--installation", "staging", prod, repo}).status,
+      0);
   EXPECT_EQ(Git(repo, {"branch", "--format=%(refname:short)"}).out,
             "prod\nstaging\ntest\n");
   // Eight archives at once of eight stores to one branch: each commits,
   // one after the other, and no commit is lost.
   std::vector<pid_t> children;
   for (int i = 0; i < 8; ++i) {
-    const std::string store = OutputPath("history-at-once-" +
-                                         std::to_string(i) + ".db");
-    MakeStore(store, {kFull, "UPDATE local_site SET name = 'test';"
-                             "UPDATE host SET name = 'h" +
-                                 std::to_string(i) + "';"});
+    const std::string store =
+        OutputPath("history-at-once-" + std::to_string(i) + ".db");
+    MakeStore(store, {kFull,
+                      "UPDATE local_site SET name = 'test';"
+                      "UPDATE host SET name = 'h" +
+                          std::to_string(i) + "';"});
     const pid_t child = ::fork();
     if (child == 0) {
       ::freopen("/dev/null", "w", stdout);

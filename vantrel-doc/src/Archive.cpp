@@ -77,11 +77,15 @@ std::string Message(const std::string& installation, std::size_t total,
   if (first)
     return "the first archive of " + installation + ": " +
            std::to_string(total) + " objects\n";
-  std::ostringstream text;
-  text << doc::PlanTotals(plan)
-       << (plan.Empty() ? " (run-time state only)" : "") << "\n\n";
-  doc::WritePlanText(plan, text);
-  return text.str();
+  std::ostringstream lines;
+  doc::WritePlanText(plan, lines);
+  // The totals come first, once.
+  std::string body = lines.str();
+  const std::string totals = doc::PlanTotals(plan) + "\n";
+  const std::size_t at = body.find(totals);
+  if (at != std::string::npos) body.erase(at, totals.size());
+  return totals.substr(0, totals.size() - 1) +
+         (plan.Empty() ? " (run-time state only)" : "") + "\n\n" + body;
 }
 
 // Runs command with the plan's JSON on its standard input and the history,
@@ -123,16 +127,17 @@ int DocArchive(const std::string& store, const std::string& repo,
   // is then exported and checked before a history is made: one that
   // cannot be leaves nothing behind.
   struct stat st {};
-  if (::stat(repo.c_str(), &st) == 0 && !doc::History::Open(repo, false, &error))
+  if (::stat(repo.c_str(), &st) == 0 &&
+      !doc::History::Open(repo, false, &error))
     return failed(error);
   const int fd = vantrel::AnonymousFile();
   if (fd < 0) return failed(std::strerror(errno));
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
   std::ofstream document(path, std::ios::binary);
   std::size_t total = 0;
-  const bool exported = ExportChecked(store, document, path,
-                                      "the export of " + doc::Shown(store), err,
-                                      &total, &error);
+  const bool exported =
+      ExportChecked(store, document, path, "the export of " + doc::Shown(store),
+                    err, &total, &error);
   document.close();
   std::string now;
   const bool read = exported && ReadWhole(path, &now, &error);

@@ -7,8 +7,8 @@
 
 #include "AttributeRules.h"
 #include "Commands.h"
-#include "History.h"
 #include "Escape.h"
+#include "History.h"
 #include "Output.h"
 #include "VantrelDoc.h"
 
@@ -22,6 +22,7 @@ struct Arguments {
   bool quiet = false, showSecrets = false;
   DiffOptions diff;
   ArchiveOptions archive;
+  LogOptions log;
   ApplyOptions apply;
   // Where a command's report goes: nowhere with -q, which leaves the exit
   // status and the problems.
@@ -227,8 +228,7 @@ const Command kCommands[] = {
        Converted(c, a);
      },
      [](Arguments& a) {
-       return DocReport(a.first, a.output, std::cout, std::cerr,
-                        a.showSecrets);
+       return DocReport(a.first, a.output, std::cout, std::cerr, a.showSecrets);
      },
      kFirst},
     {"export", "Exports a store to an archive, replacing it once whole",
@@ -264,6 +264,33 @@ const Command kCommands[] = {
      },
      [](Arguments& a) {
        return DocArchive(a.first, a.second, a.archive, std::cout, std::cerr);
+     },
+     0},
+    {"log", "Tells what changed in a history, when and by whom",
+     "[--format text|json] [-o FILE] [--since DATE] [--until DATE] [--all]\n"
+     "                        REPO[@INSTALLATION] [OBJECT]",
+     "REPO",
+     [](CLI::App& c, Arguments& a) {
+       c.add_option("--format", a.format, "text or json")
+           ->check(CLI::IsMember({"text", "json"}));
+       c.add_option("-o,--output", a.output, "Where the log goes")
+           ->type_name("FILE")
+           ->check(kNamed);
+       c.add_option("--since", a.log.since, "From this date (ISO 8601, UTC)")
+           ->type_name("DATE")
+           ->check(kNamed);
+       c.add_option("--until", a.log.until, "Up to this date")
+           ->type_name("DATE")
+           ->check(kNamed);
+       c.add_flag("--all", a.log.all, "Run-time state too");
+       c.add_option("REPO", a.first, "The history, and an installation")
+           ->required();
+       c.add_option("OBJECT", a.second, "An identifier, or KIND:NAME");
+     },
+     [](Arguments& a) {
+       a.log.format = a.Format();
+       a.log.output = a.output;
+       return DocLog(a.first, a.second, a.log, std::cout, std::cerr);
      },
      0},
     {"apply", "Makes a store export a document, in one verified transaction",
@@ -313,14 +340,14 @@ int Run(const Command& c, const CLI::App& parsed, Arguments& a) {
   }
   RemovePartialFilesOnSignals();
   // A document may be a revision of a history: REPO@REV.
-  for (const auto& [bit, arg] : {std::make_pair(kFirst, &a.first),
-                                 std::make_pair(kSecond, &a.second),
-                                 std::make_pair(kBase, &a.apply.base)}) {
+  for (const auto& [bit, arg] :
+       {std::make_pair(kFirst, &a.first), std::make_pair(kSecond, &a.second),
+        std::make_pair(kBase, &a.apply.base)}) {
     std::string error;
     if ((c.documents & bit) && !arg->empty() &&
         !doc::DocumentArgument(*arg, arg, &error)) {
-      std::cerr << "vantrel-doc: cannot read " << vantrel::Escaped(*arg)
-                << ": " << error << "\n";
+      std::cerr << "vantrel-doc: cannot read " << vantrel::Escaped(*arg) << ": "
+                << error << "\n";
       return 2;
     }
   }

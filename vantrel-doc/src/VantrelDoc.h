@@ -85,6 +85,19 @@ struct ArchiveOptions {
 int DocArchive(const std::string& store, const std::string& repo,
                const ArchiveOptions& options, std::ostream& out,
                std::ostream& err);
+// How log shows a history.
+struct LogOptions {
+  PlanFormat format = PlanFormat::kText;  // text or JSON
+  std::string output = "-";
+  std::string since, until;  // ISO 8601 dates or times, UTC; "" for none
+  bool all = false;          // run-time state too
+};
+// What changed in the history target (REPO, or REPO@INSTALLATION), when
+// and by whom, newest first, a commit each; with object (an identifier or
+// KIND:NAME), only that object's changes. Run-time state is left out
+// unless all.
+int DocLog(const std::string& target, const std::string& object,
+           const LogOptions& options, std::ostream& out, std::ostream& err);
 // How apply goes: the pipeline's options, and where its plan goes.
 struct ApplyOptions : doc::ApplyOptions {
   PlanFormat format = PlanFormat::kText;  // of the plan, shown or carried out
