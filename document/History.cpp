@@ -1,7 +1,7 @@
 #include "History.h"
 
+#include <fcntl.h>
 #include <git2.h>
-#include <git2/sys/mempack.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,12 +25,12 @@ namespace doc {
 
 namespace {
 
-// libgit2, set up once: every file it writes reaches the disk before a
-// reference names it, so that a killed archive leaves a sound repository.
+// libgit2, set up once. What it writes is synced to the disk by the
+// commit, once, before a reference names it, so that a killed archive or a
+// machine that stops leaves a sound repository.
 void SetUp() {
   static const bool done = [] {
     git_libgit2_init();
-    git_libgit2_opts(GIT_OPT_ENABLE_FSYNC_GITDIR, 1);
     return true;
   }();
   (void)done;
@@ -229,28 +229,19 @@ bool WriteTree(git_repository* repo, git_commit* parent,
   return true;
 }
 
-// Writes what the commit made, held in memory, as one pack of the
-// repository: one file to the disk however many objects changed, where a
-// loose object a file would cost a write and a sync each. Empties the
-// memory; false with *error.
-bool WritePack(git_repository* repo, git_odb_backend* memory,
-               std::string* error) {
-  git_buf pack = GIT_BUF_INIT;
-  git_odb* odb = nullptr;
-  git_odb_writepack* writer = nullptr;
-  git_indexer_progress progress{};
-  const bool written =
-      git_mempack_dump(&pack, repo, memory) == 0 &&
-      git_repository_odb(&odb, repo) == 0 &&
-      git_odb_write_pack(&writer, odb, nullptr, nullptr) == 0 &&
-      writer->append(writer, pack.ptr, pack.size, &progress) == 0 &&
-      writer->commit(writer, &progress) == 0;
-  if (!written) *error = LastError();
-  if (writer) writer->free(writer);
-  git_odb_free(odb);
-  git_buf_dispose(&pack);
-  git_mempack_reset(memory);
-  return written;
+// Writes to the disk everything the repository's file system holds:
+// the objects a commit made, before a branch names it, and the branch
+// after. One call however many objects changed, where a sync per object
+// would cost a disk write each. False with *error.
+bool SyncRepository(git_repository* repo, std::string* error) {
+  const int fd = ::open(git_repository_path(repo), O_RDONLY | O_DIRECTORY |
+                                                       O_CLOEXEC);
+  const bool synced = fd >= 0 && ::syncfs(fd) == 0;
+  if (!synced)
+    *error = std::string("cannot write the history to the disk: ") +
+             std::strerror(errno);
+  if (fd >= 0) ::close(fd);
+  return synced;
 }
 
 }  // namespace
@@ -281,7 +272,7 @@ std::unique_ptr<History> History::Open(const std::string& path, bool create,
       return nullptr;
     }
     git_config_free(raw);
-    return Held(repo, error);
+    return std::unique_ptr<History>(new History(repo));
   }
   if (git_repository_open_ext(&repo, path.c_str(),
                               GIT_REPOSITORY_OPEN_NO_SEARCH, nullptr) != 0) {
@@ -295,25 +286,7 @@ std::unique_ptr<History> History::Open(const std::string& path, bool create,
         "configuration lacks vantrel.history)";
     return nullptr;
   }
-  return Held(repo, error);
-}
-
-std::unique_ptr<History> History::Held(git_repository* repo,
-                                       std::string* error) {
-  // What a commit makes is held in memory first, then written as a pack.
-  git_odb_backend* memory = nullptr;
-  git_odb* odb = nullptr;
-  if (git_mempack_new(&memory) != 0 || git_repository_odb(&odb, repo) != 0 ||
-      git_odb_add_backend(odb, memory, 1000) != 0) {
-    *error = LastError();
-    git_odb_free(odb);
-    git_repository_free(repo);
-    return nullptr;
-  }
-  git_odb_free(odb);
-  std::unique_ptr<History> history(new History(repo));
-  history->memory_ = memory;
-  return history;
+  return std::unique_ptr<History>(new History(repo));
 }
 
 History::~History() { git_repository_free(repo_); }
@@ -405,10 +378,8 @@ bool History::Commit(
     }
     git_oid treeId, commitId;
     git_tree* tree = nullptr;
-    if (!WriteTree(repo_, parent.get(), document, &treeId, error)) {
-      git_mempack_reset(memory_);
+    if (!WriteTree(repo_, parent.get(), document, &treeId, error))
       return false;
-    }
     if (git_tree_lookup(&tree, repo_, &treeId) != 0) {
       *error = LastError();
       return false;
@@ -420,11 +391,10 @@ bool History::Commit(
                           signature.get(), "UTF-8", text.c_str(), tree,
                           parent ? 1 : 0, parents) != 0) {
       *error = LastError();
-      git_mempack_reset(memory_);
       return false;
     }
     // The objects reach the disk before a branch names them.
-    if (!WritePack(repo_, memory_, error)) return false;
+    if (!SyncRepository(repo_, error)) return false;
     git_reference* ref = nullptr;
     const int moved =
         parent ? git_reference_create_matching(
@@ -435,6 +405,7 @@ bool History::Commit(
     git_reference_free(ref);
     if (moved == 0) {
       *commit = git_oid_tostr_s(&commitId);
+      if (!SyncRepository(repo_, error)) return false;
       // The first branch is the one git log shows with no revision named.
       if (git_repository_head_unborn(repo_) == 1)
         git_repository_set_head(repo_, branch.c_str());

@@ -20,7 +20,6 @@
 #include <vector>
 
 struct git_repository;
-struct git_odb_backend;
 
 namespace doc {
 
@@ -102,11 +101,7 @@ class History {
 
  private:
   explicit History(git_repository* repo) : repo_(repo) {}
-  // The history of repo, which it then owns; null with *error.
-  static std::unique_ptr<History> Held(git_repository* repo,
-                                       std::string* error);
   git_repository* repo_;
-  git_odb_backend* memory_ = nullptr;  // what a commit makes, till written
 };
 
 // A document as a command line names it: a file (an argument that names an
