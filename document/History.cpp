@@ -7,11 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <regex>
+#include <sstream>
 #include <thread>
 #include <unordered_set>
 #include <vector>
@@ -452,6 +455,59 @@ std::string BlobText(git_repository* repo, const git_oid* id) {
 }
 
 }  // namespace
+
+std::vector<std::string> History::Installations() const {
+  std::vector<std::string> names;
+  git_branch_iterator* it = nullptr;
+  if (git_branch_iterator_new(&it, repo_, GIT_BRANCH_LOCAL) != 0) return names;
+  git_reference* ref = nullptr;
+  git_branch_t type;
+  while (git_branch_next(&ref, &type, it) == 0) {
+    const char* name = nullptr;
+    if (git_branch_name(&name, ref) == 0) names.push_back(name);
+    git_reference_free(ref);
+  }
+  git_branch_iterator_free(it);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+bool History::ObjectFiles(const std::string& installation,
+                          std::map<std::string, std::string>* files) const {
+  const Own<git_commit> head =
+      Head(repo_, "refs/heads/" + BranchOf(installation));
+  git_tree* raw = nullptr;
+  if (!head || git_commit_tree(&raw, head.get()) != 0) return false;
+  const Own<git_tree> tree(raw);
+  struct Files {
+    std::map<std::string, std::string>* files;
+  } walked{files};
+  return git_tree_walk(
+             tree.get(), GIT_TREEWALK_PRE,
+             [](const char* root, const git_tree_entry* entry, void* payload) {
+               if (git_tree_entry_type(entry) != GIT_OBJECT_BLOB) return 0;
+               const std::string path =
+                   std::string(root) + git_tree_entry_name(entry);
+               if (path.rfind(kHistoryObjects, 0) == 0)
+                 (*static_cast<Files*>(payload)->files)[path] =
+                     git_oid_tostr_s(git_tree_entry_id(entry));
+               return 0;
+             },
+             &walked) == 0;
+}
+
+std::string History::Blob(const std::string& id) const {
+  git_oid oid;
+  return git_oid_fromstr(&oid, id.c_str()) == 0 ? BlobText(repo_, &oid)
+                                                : std::string();
+}
+
+std::string History::IgnoreRules() const {
+  std::ifstream in(std::string(git_repository_path(repo_)) + "vantrel-ignore");
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
 
 std::string History::ObjectPath(const std::string& installation,
                                 const std::string& oid) const {

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -94,6 +95,18 @@ class History {
   // commit, "" when it holds none.
   std::string ObjectPath(const std::string& installation,
                          const std::string& oid) const;
+
+  // The installations the history holds: its branches, sorted.
+  std::vector<std::string> Installations() const;
+  // Each object file of the branch's last commit: its path
+  // (objects/KIND/IDENTIFIER) and its blob's identifier, in *files.
+  bool ObjectFiles(const std::string& installation,
+                   std::map<std::string, std::string>* files) const;
+  // The bytes of the blob whose identifier is id, "" for none.
+  std::string Blob(const std::string& id) const;
+  // The text of the file rules, a file of the history beside its objects
+  // (REPO/vantrel-ignore), "" for none.
+  std::string IgnoreRules() const;
 
   // The branch name an installation's name gives: itself when git takes it
   // as one, else with each character git refuses as '-'.

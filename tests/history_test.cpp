@@ -16,8 +16,11 @@
 //   NotAHistory what is not a history of this tool (an ordinary git
 //             repository, a plain directory, a file) and a store that
 //             cannot be exported: status 2, nothing written
-//   Shared    two installations share one repository, a branch each; two
-//             archives at once to one branch both end up committed
+//   Shared    installations share one repository, a branch each, compared
+//             side by side by name (run-time state with --all, secrets
+//             masked, the history's rules leaving values out, a bad rule
+//             refused); archives at once to one branch all end up
+//             committed
 //   ArchiveKilled SIGKILL at several moments of an archive: git fsck finds the
 //             repository sound, and the next archive works
 #include <signal.h>
@@ -293,7 +296,12 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
   const std::string test = OutputPath("history-test.db"),
                     prod = OutputPath("history-prod.db");
   MakeStore(test, {kFull, "UPDATE local_site SET name = 'test';"});
-  MakeStore(prod, {kFull, "UPDATE local_site SET name = 'prod';"});
+  MakeStore(prod, {kFull,
+                   "UPDATE local_site SET name = 'prod';"
+                   "UPDATE capture_status SET last_successful_date = "
+                   "'2027-01-01';"
+                   "UPDATE data_server SET connection_string = "
+                   "'u/prod-pw@db' WHERE oid = x'0B02';"});
   ASSERT_EQ(Doc({"archive", "-q", test, repo}).status, 0);
   ASSERT_EQ(Doc({"archive", "-q", prod, repo}).status, 0);
   ASSERT_EQ(
@@ -301,6 +309,43 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
       0);
   EXPECT_EQ(Git(repo, {"branch", "--format=%(refname:short)"}).out,
             "prod\nstaging\ntest\n");
+  // Side by side: what differs, by name, run-time state left out unless
+  // --all, a secret masked, and what the history's rules name left out.
+  const struct {
+    std::vector<std::string> options;
+    std::string rules;
+    int status;
+    std::string out;
+  } compared[] = {
+      {{},
+       "",
+       1,
+       "DATASERVER x0B02 \"SIDEDB\"\n"
+       "  ConnectionString: prod \"u/*****@db\", staging \"u/*****@db\", "
+       "test \"\"\n"
+       "LOCALSITE x1201 \"prod\"\n"
+       "  Name: prod \"prod\", staging \"prod\", test \"test\"\n"
+       "2 objects differ across 3 installations\n"},
+      {{"--all"}, "", 1, "5 objects differ"},
+      {{},
+       "# the installations' own\nLOCALSITE.Name\n"
+       "DATASERVER.ConnectionString prod\nDATASERVER.ConnectionString "
+       "staging\n",
+       0,
+       "0 objects differ across 3 installations\n"},
+      {{}, "LOCALSITE.Nom\n", 2, ""},
+  };
+  for (const auto& c : compared) {
+    SCOPED_TRACE(c.rules);
+    WriteFile(repo + "/vantrel-ignore", c.rules);
+    std::vector<std::string> args = {"compare"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    args.push_back(repo);
+    const RunResult run = Doc(args);
+    EXPECT_EQ(run.status, c.status) << run.err;
+    EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
+  }
+  std::remove((repo + "/vantrel-ignore").c_str());
   // Eight archives at once of eight stores to one branch: each commits,
   // one after the other, and no commit is lost.
   std::vector<pid_t> children;

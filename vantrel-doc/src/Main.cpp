@@ -23,6 +23,7 @@ struct Arguments {
   DiffOptions diff;
   ArchiveOptions archive;
   LogOptions log;
+  CompareOptions compare;
   ApplyOptions apply;
   // Where a command's report goes: nowhere with -q, which leaves the exit
   // status and the problems.
@@ -291,6 +292,19 @@ const Command kCommands[] = {
        a.log.format = a.Format();
        a.log.output = a.output;
        return DocLog(a.first, a.second, a.log, std::cout, std::cerr);
+     },
+     0},
+    {"compare", "Shows what differs across the installations of a history",
+     "[--format text|json] [--all] REPO", "REPO",
+     [](CLI::App& c, Arguments& a) {
+       c.add_option("--format", a.format, "text or json")
+           ->check(CLI::IsMember({"text", "json"}));
+       c.add_flag("--all", a.compare.all, "Run-time state too");
+       c.add_option("REPO", a.first, "The history")->required();
+     },
+     [](Arguments& a) {
+       a.compare.format = a.Format();
+       return DocCompare(a.first, a.compare, a.Out(), std::cerr);
      },
      0},
     {"apply", "Makes a store export a document, in one verified transaction",

@@ -98,6 +98,18 @@ struct LogOptions {
 // unless all.
 int DocLog(const std::string& target, const std::string& object,
            const LogOptions& options, std::ostream& out, std::ostream& err);
+// How compare shows the installations of a history.
+struct CompareOptions {
+  PlanFormat format = PlanFormat::kText;  // text or JSON
+  bool all = false;                       // run-time state too
+};
+// The latest configuration of every installation of the history repo side
+// by side: each object that differs, with the installations that hold it
+// and the values that differ, by name; run-time state and the values the
+// history's rules (REPO/vantrel-ignore) name are left out. 1 when some
+// differ.
+int DocCompare(const std::string& repo, const CompareOptions& options,
+               std::ostream& out, std::ostream& err);
 // How apply goes: the pipeline's options, and where its plan goes.
 struct ApplyOptions : doc::ApplyOptions {
   PlanFormat format = PlanFormat::kText;  // of the plan, shown or carried out
