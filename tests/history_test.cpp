@@ -30,6 +30,7 @@
 
 #include <chrono>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -177,6 +178,28 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
        json},
       {});
   EXPECT_EQ(parsed.status, 0) << parsed.err;
+  // Since when each value holds, and who set it.
+  const std::string
+      firstCommit =
+          Git(repo, {"rev-parse", "--short=12", "HOME~2"}).out.substr(0, 12),
+      renamedCommit =
+          Git(repo, {"rev-parse", "--short=12", "HOME~1"}).out.substr(0, 12);
+  const RunResult blamed = Doc({"blame", repo, "HOST:gamma"});
+  EXPECT_EQ(blamed.status, 0) << blamed.err;
+  const std::string by =
+      " UTC " + Git(repo, {"log", "-1", "--format=%an <%ae>"}).out;
+  EXPECT_TRUE(
+      std::regex_search(blamed.out, std::regex("^HOST x0A02 \"gamma\"\n"
+                                               "  Oid \"x0A02\" since " +
+                                               firstCommit +
+                                               " [-0-9: ]+ UTC .*\n"
+                                               "  Name \"gamma\" since " +
+                                               renamedCommit +
+                                               " [-0-9: ]+ UTC .*\n"
+                                               "  OSType \"\" since " +
+                                               firstCommit + " ")))
+      << blamed.out;
+  EXPECT_NE(blamed.out.find(by), std::string::npos) << blamed.out << by;
   // The hook's JSON, from the night that changed the configuration, is a
   // plan as the shipped schema says.
   MakeStore(store, {kFull,

@@ -2,6 +2,7 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <ctime>
+#include <map>
 #include <ostream>
 #include <sstream>
 
@@ -205,6 +206,7 @@ std::string ObjectOid(const doc::History& history,
   std::string last;
   const doc::Kind kind = doc::KindNamed(object.substr(0, colon));
   const int named = kind == doc::kKindCount ? -1 : doc::NameIndex(kind);
+  std::vector<std::string> found;
   if (named >= 0 && history.Last(installation, &last)) {
     std::string unused;
     for (std::size_t at = 0; at < last.size();) {
@@ -216,21 +218,45 @@ std::string ObjectOid(const doc::History& history,
           line.type == doc::Line::kStart && line.kind == kind &&
           line.values[static_cast<std::size_t>(named)] ==
               object.substr(colon + 1))
-        return std::string(line.values[static_cast<std::size_t>(
+        found.emplace_back(line.values[static_cast<std::size_t>(
             doc::AttributeIndex(kind, "Oid"))]);
       at = end + 1;
     }
   }
-  *error = vantrel::Escaped(object) + " is no object of the history";
+  if (found.size() == 1) return found[0];
+  *error =
+      vantrel::Escaped(object) +
+      (found.empty() ? " is no object of the history"
+                     : " names " + std::to_string(found.size()) + " objects:");
+  for (const std::string& oid : found) *error += " " + vantrel::Escaped(oid);
+  if (!found.empty()) *error += ": name one by its identifier";
   return std::string();
 }
 
-}  // namespace
+// The value of each attribute of the line text (a line of the document
+// with its line end), by attribute; empty for no line.
+std::map<std::string, std::string> ValuesOf(const std::string& text) {
+  std::map<std::string, std::string> values;
+  const std::string_view line =
+      std::string_view(text).substr(0, text.empty() ? 0 : text.size() - 1);
+  doc::Line read;
+  std::string unused;
+  if (line.empty() || !doc::ReadLine(line, read, &unused)) return values;
+  const auto& attributes = doc::LayoutOf(read.kind).attributes;
+  for (std::size_t i = 0; i < attributes.size(); ++i)
+    if (read.Has(static_cast<int>(i)))
+      values[attributes[i].name] = std::string(read.values[i]);
+  return values;
+}
 
-int DocLog(const std::string& target, const std::string& object,
-           const LogOptions& o, std::ostream& out, std::ostream& err) {
+// Where log's target and object lead: the history, the installation, the
+// object's identifier and file. Returns the status after saying why not,
+// or 0.
+int Target(const std::string& target, const std::string& object,
+           std::unique_ptr<doc::History>* history, std::string* installation,
+           std::string* oid, std::string* path, std::ostream& err) {
   const auto failed = [&](const std::string& why) {
-    err << "vantrel-doc: cannot read the log of " << vantrel::Escaped(target)
+    err << "vantrel-doc: cannot read the history " << vantrel::Escaped(target)
         << ": " << why << "\n";
     return 2;
   };
@@ -238,25 +264,82 @@ int DocLog(const std::string& target, const std::string& object,
   const std::size_t at = target.rfind('@');
   const bool named = at != std::string::npos && !doc::History::Is(target);
   const std::string repo = named ? target.substr(0, at) : target;
-  const std::string installation = named ? target.substr(at + 1) : "";
+  *installation = named ? target.substr(at + 1) : "";
   std::string error;
-  const std::unique_ptr<doc::History> history =
-      doc::History::Open(repo, false, &error);
-  if (!history) return failed(error);
+  *history = doc::History::Open(repo, false, &error);
+  if (!*history) return failed(error);
+  if (object.empty()) return 0;
+  *oid = ObjectOid(**history, *installation, object, &error);
+  *path = oid->empty() ? "" : (*history)->ObjectPath(*installation, *oid);
+  if (path->empty())
+    return failed(error.empty() ? vantrel::Escaped(object) +
+                                      " is no object of the history"
+                                : error);
+  return 0;
+}
+
+}  // namespace
+
+int DocBlame(const std::string& target, const std::string& object,
+             std::ostream& out, std::ostream& err) {
+  std::unique_ptr<doc::History> history;
+  std::string installation, oid, path, error;
+  if (const int status =
+          Target(target, object, &history, &installation, &oid, &path, err))
+    return status;
+  std::vector<doc::History::Entry> entries;
+  if (!history->Log(installation, path, -1, -1, &entries, &error) ||
+      entries.empty() || entries.front().after.empty()) {
+    err << "vantrel-doc: " << vantrel::Escaped(object)
+        << " is no object of the history's last commit\n";
+    return 2;
+  }
+  doc::Kind kind;
+  std::string name;
+  Changes(entries.front().after, entries.front().after, &kind, &name);
+  out << doc::LayoutOf(kind).name << " " << oid
+      << (name.empty() ? "" : " \"" + vantrel::Escaped(name) + "\"") << "\n";
+  // Each value holds since the oldest commit, newest first, whose line
+  // before did not hold it.
+  const auto now = ValuesOf(entries.front().after);
+  for (const auto& attribute : doc::LayoutOf(kind).attributes) {
+    const auto value = now.find(attribute.name);
+    if (value == now.end()) continue;
+    const doc::History::Entry* since = &entries.back();
+    for (const doc::History::Entry& e : entries) {
+      const auto before = ValuesOf(e.before);
+      const auto was = before.find(attribute.name);
+      if (was == before.end() || was->second != value->second) {
+        since = &e;
+        break;
+      }
+    }
+    const std::string shown =
+        attribute.secret ? doc::MaskSecrets(value->second) : value->second;
+    out << "  " << attribute.name << " \"" << vantrel::Escaped(shown)
+        << "\" since " << since->commit.substr(0, 12) << " "
+        << When(since->time) << " " << vantrel::Escaped(since->author) << "\n";
+  }
+  return 0;
+}
+
+int DocLog(const std::string& target, const std::string& object,
+           const LogOptions& o, std::ostream& out, std::ostream& err) {
+  const auto failed = [&](const std::string& why) {
+    err << "vantrel-doc: cannot read the history " << vantrel::Escaped(target)
+        << ": " << why << "\n";
+    return 2;
+  };
+  std::unique_ptr<doc::History> history;
+  std::string installation, oid, path, error;
+  if (const int status =
+          Target(target, object, &history, &installation, &oid, &path, err))
+    return status;
   const long long since =
       o.since.empty() ? -1 : doc::History::Time(o.since, true);
   const long long until = o.until.empty() ? -1 : doc::History::Time(o.until);
   if ((!o.since.empty() && since < 0) || (!o.until.empty() && until < 0))
     return failed("a date is ISO 8601: 2026-11-24 or 2026-11-24T02:15Z");
-  std::string oid, path;
-  if (!object.empty()) {
-    oid = ObjectOid(*history, installation, object, &error);
-    path = oid.empty() ? "" : history->ObjectPath(installation, oid);
-    if (path.empty())
-      return failed(error.empty() ? vantrel::Escaped(object) +
-                                        " is no object of the history"
-                                  : error);
-  }
   std::vector<doc::History::Entry> entries;
   if (!history->Log(installation, path, since, until, &entries, &error))
     return failed(error);
@@ -270,7 +353,7 @@ int DocLog(const std::string& target, const std::string& object,
     return 0;
   }
   Output file;
-  bool written = file.Open(o.output, {repo}, &error);
+  bool written = file.Open(o.output, {}, &error);
   if (written) {
     file.Stream() << text.str();  // a write that fails is told by the commit
     written = file.Commit(&error);

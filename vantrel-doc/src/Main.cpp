@@ -294,6 +294,18 @@ const Command kCommands[] = {
        return DocLog(a.first, a.second, a.log, std::cout, std::cerr);
      },
      0},
+    {"blame", "Tells since when each value of an object holds, and who set it",
+     "REPO[@INSTALLATION] OBJECT", "REPO and OBJECT",
+     [](CLI::App& c, Arguments& a) {
+       c.add_option("REPO", a.first, "The history, and an installation")
+           ->required();
+       c.add_option("OBJECT", a.second, "An identifier, or KIND:NAME")
+           ->required();
+     },
+     [](Arguments& a) {
+       return DocBlame(a.first, a.second, std::cout, std::cerr);
+     },
+     0},
     {"compare", "Shows what differs across the installations of a history",
      "[--format text|json] [--all] REPO", "REPO",
      [](CLI::App& c, Arguments& a) {

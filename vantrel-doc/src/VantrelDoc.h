@@ -98,6 +98,11 @@ struct LogOptions {
 // unless all.
 int DocLog(const std::string& target, const std::string& object,
            const LogOptions& options, std::ostream& out, std::ostream& err);
+// For each attribute of object (an identifier or KIND:NAME) in the history
+// target (REPO or REPO@INSTALLATION): its value, and the commit, date and
+// author since which it holds that value.
+int DocBlame(const std::string& target, const std::string& object,
+             std::ostream& out, std::ostream& err);
 // How compare shows the installations of a history.
 struct CompareOptions {
   PlanFormat format = PlanFormat::kText;  // text or JSON
