@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -237,8 +237,8 @@ bool WriteTree(git_repository* repo, git_commit* parent,
 // after. One call however many objects changed, where a sync per object
 // would cost a disk write each. False with *error.
 bool SyncRepository(git_repository* repo, std::string* error) {
-  const int fd = ::open(git_repository_path(repo), O_RDONLY | O_DIRECTORY |
-                                                       O_CLOEXEC);
+  const int fd =
+      ::open(git_repository_path(repo), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const bool synced = fd >= 0 && ::syncfs(fd) == 0;
   if (!synced)
     *error = std::string("cannot write the history to the disk: ") +
@@ -381,8 +381,7 @@ bool History::Commit(
     }
     git_oid treeId, commitId;
     git_tree* tree = nullptr;
-    if (!WriteTree(repo_, parent.get(), document, &treeId, error))
-      return false;
+    if (!WriteTree(repo_, parent.get(), document, &treeId, error)) return false;
     if (git_tree_lookup(&tree, repo_, &treeId) != 0) {
       *error = LastError();
       return false;
@@ -455,6 +454,36 @@ std::string BlobText(git_repository* repo, const git_oid* id) {
 }
 
 }  // namespace
+
+bool History::Push(const std::string& installation, const std::string& remote,
+                   std::string* error) const {
+  git_remote* raw = nullptr;
+  if (git_remote_create_anonymous(&raw, repo_, remote.c_str()) != 0) {
+    *error = LastError();
+    return false;
+  }
+  const std::string ref = "refs/heads/" + BranchOf(installation);
+  const std::string spec = ref + ":" + ref;
+  char* specs[] = {const_cast<char*>(spec.c_str())};
+  const git_strarray refspecs = {specs, 1};
+  git_push_options options;
+  git_push_options_init(&options, GIT_PUSH_OPTIONS_VERSION);
+  // A refused reference (the remote moved past it) is told by its status.
+  std::string refused;
+  options.callbacks.push_update_reference = [](const char*, const char* status,
+                                               void* payload) {
+    if (status) *static_cast<std::string*>(payload) = status;
+    return 0;
+  };
+  options.callbacks.payload = &refused;
+  const int pushed = git_remote_push(raw, &refspecs, &options);
+  if (pushed != 0)
+    *error = LastError();
+  else if (!refused.empty())
+    *error = vantrel::Escaped(refused);
+  git_remote_free(raw);
+  return pushed == 0 && refused.empty();
+}
 
 std::vector<std::string> History::Installations() const {
   std::vector<std::string> names;

@@ -96,6 +96,11 @@ class History {
   std::string ObjectPath(const std::string& installation,
                          const std::string& oid) const;
 
+  // Pushes the branch of installation to remote (a path or URL git
+  // takes), which must not have moved past it; false with *error.
+  bool Push(const std::string& installation, const std::string& remote,
+            std::string* error) const;
+
   // The installations the history holds: its branches, sorted.
   std::vector<std::string> Installations() const;
   // Each object file of the branch's last commit: its path

@@ -16,7 +16,9 @@
 //   NotAHistory what is not a history of this tool (an ordinary git
 //             repository, a plain directory, a file) and a store that
 //             cannot be exported: status 2, nothing written
-//   Shared    installations share one repository, a branch each, compared
+//   Shared    installations share one repository, a branch each, or push
+//             their branches to a central one (never over a branch moved
+//             past theirs), compared
 //             side by side by name (run-time state with --all, secrets
 //             masked, the history's rules leaving values out, a bad rule
 //             refused); archives at once to one branch all end up
@@ -369,6 +371,28 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
     EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
   }
   std::remove((repo + "/vantrel-ignore").c_str());
+  // Each installation archives into a history of its own and pushes its
+  // branch to a central one, a bare repository marked as a history, whose
+  // log and compare then work.
+  const std::string central = Fresh("history-central"),
+                    own = Fresh("history-own-test"),
+                    other = Fresh("history-own-prod");
+  Git(OutputPath(""), {"init", "-q", "--bare", central});
+  Git(central, {"config", "vantrel.history", "true"});
+  ASSERT_EQ(Doc({"archive", "-q", "--push", central, test, own}).status, 0);
+  ASSERT_EQ(Doc({"archive", "-q", "--push", central, prod, other}).status, 0);
+  EXPECT_EQ(Git(central, {"branch", "--format=%(refname:short)"}).out,
+            "prod\ntest\n");
+  EXPECT_EQ(Git(central, {"fsck", "--strict"}).status, 0);
+  EXPECT_EQ(Doc({"compare", central}).status, 1);
+  EXPECT_EQ(Doc({"log", central + "@prod"}).status, 0);
+  // A central branch moved past the installation's is not overwritten.
+  ASSERT_EQ(Doc({"archive", "-q", "--installation", "prod", "--push", central,
+                 test, own})
+                .status,
+            2);
+  EXPECT_EQ(Git(central, {"rev-parse", "prod"}).out,
+            Git(other, {"rev-parse", "prod"}).out);
   // Eight archives at once of eight stores to one branch: each commits,
   // one after the other, and no commit is lost.
   std::vector<pid_t> children;

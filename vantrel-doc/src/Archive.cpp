@@ -173,6 +173,15 @@ int DocArchive(const std::string& store, const std::string& repo,
       &commit, &error);
   if (!committed) return failed(error);
   const std::string branch = doc::History::BranchOf(installation);
+  // The branch goes to the central history, changed or not: a push that
+  // failed once is made by the next night.
+  if (!o.push.empty() && !history->Push(installation, o.push, &error)) {
+    err << "vantrel-doc: cannot push " << vantrel::Escaped(branch) << " to "
+        << vantrel::Escaped(o.push) << ": " << error
+        << (commit.empty() ? "" : "; commit " + commit.substr(0, 12) + " stays")
+        << "\n";
+    return 2;
+  }
   if (commit.empty()) {
     if (!o.quiet) out << doc::Shown(repo) << ": " << branch << " unchanged\n";
     return 0;

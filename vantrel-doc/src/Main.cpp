@@ -247,13 +247,18 @@ const Command kCommands[] = {
      },
      0},
     {"archive", "Exports a store and commits it to a history, when it changed",
-     "[-q] [--installation NAME] [--on-change CMD] STORE REPO",
+     "[-q] [--installation NAME] [--on-change CMD] [--push REMOTE]\n"
+     "                        STORE REPO",
      "STORE and REPO",
      [](CLI::App& c, Arguments& a) {
        c.add_flag("-q,--quiet", a.archive.quiet, "Says nothing on success");
        c.add_option("--installation", a.archive.installation,
                     "The branch: else the local site's name")
            ->type_name("NAME")
+           ->check(kNamed);
+       c.add_option("--push", a.archive.push,
+                    "Pushes the branch to REMOTE (a path or URL git takes)")
+           ->type_name("REMOTE")
            ->check(kNamed);
        c.add_option("--on-change", a.archive.onChange,
                     "Runs CMD after a change of configuration, the plan's "

@@ -75,6 +75,7 @@ struct ArchiveOptions {
   bool quiet = false;
   std::string installation;  // the branch's name: else the local site's
   std::string onChange;      // a shell command run after a change
+  std::string push;          // a remote the branch is pushed to, or ""
 };
 // Exports store as export does, with the same checks, and commits the
 // document to the history repo (created when missing), on the branch of
