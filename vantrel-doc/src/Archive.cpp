@@ -113,6 +113,38 @@ int RunHook(const std::string& command, const doc::Plan& plan,
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+// Exports store, checked, into *document, its objects counted in *total;
+// false with *error after the exporter's messages.
+bool Exported(const std::string& store, std::string* document,
+              std::size_t* total, std::ostream& err, std::string* error) {
+  const int fd = vantrel::AnonymousFile();
+  if (fd < 0) {
+    *error = std::strerror(errno);
+    return false;
+  }
+  const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  std::ofstream file(path, std::ios::binary);
+  const bool exported =
+      ExportChecked(store, file, path, "the export of " + doc::Shown(store),
+                    err, total, error);
+  file.close();
+  const bool read = exported && ReadWhole(path, document, error);
+  ::close(fd);
+  return read;
+}
+
+// The name of the document's local site, "" for none: the installation's.
+std::string LocalSiteName(const std::string& document) {
+  doc::PlanDocument named;
+  std::ostringstream unused;
+  const HeldFile held(document);
+  if (doc::ReadForPlan(held.Path(), named, unused) != 0 ||
+      named.LocalSite().empty())
+    return std::string();
+  return std::string(
+      named.Name(named.Objects()[named.Find(named.LocalSite())]));
+}
+
 }  // namespace
 
 int DocArchive(const std::string& store, const std::string& repo,
@@ -130,32 +162,14 @@ int DocArchive(const std::string& store, const std::string& repo,
   if (::stat(repo.c_str(), &st) == 0 &&
       !doc::History::Open(repo, false, &error))
     return failed(error);
-  const int fd = vantrel::AnonymousFile();
-  if (fd < 0) return failed(std::strerror(errno));
-  const std::string path = "/proc/self/fd/" + std::to_string(fd);
-  std::ofstream document(path, std::ios::binary);
-  std::size_t total = 0;
-  const bool exported =
-      ExportChecked(store, document, path, "the export of " + doc::Shown(store),
-                    err, &total, &error);
-  document.close();
   std::string now;
-  const bool read = exported && ReadWhole(path, &now, &error);
-  ::close(fd);
-  if (!exported || !read) return failed(error);
+  std::size_t total = 0;
+  if (!Exported(store, &now, &total, err, &error)) return failed(error);
   const std::unique_ptr<doc::History> history =
       doc::History::Open(repo, true, &error);
   if (!history) return failed(error);
-  std::string installation = o.installation;
-  if (installation.empty()) {
-    doc::PlanDocument named;
-    std::ostringstream unused;
-    const HeldFile held(now);
-    if (doc::ReadForPlan(held.Path(), named, unused) == 0 &&
-        !named.LocalSite().empty())
-      installation = std::string(
-          named.Name(named.Objects()[named.Find(named.LocalSite())]));
-  }
+  const std::string installation =
+      o.installation.empty() ? LocalSiteName(now) : o.installation;
   doc::PlanDocument before, after;
   doc::Plan plan;
   std::string commit;
