@@ -23,6 +23,9 @@ struct ApplyOptions {
   std::string comment;       // a ticket or a reason, for the log
   // KIND.Attribute rules: the store's values of these are kept.
   std::vector<std::string> keep;
+  // A history the store's document is committed to before the apply
+  // (when it drifted from the history's last commit) and after it.
+  std::string history;
   bool withReferences = false;   // a part brings what it names along
   bool sameIdentifierOk = false;  // takes an identifier another object holds
 };

@@ -23,6 +23,7 @@
 #include "Escape.h"
 #include "Files.h"
 #include "Hex.h"
+#include "History.h"
 #include "KivStoreChange.h"
 #include "PlanViews.h"
 #include "SdaiSession.h"
@@ -430,8 +431,7 @@ bool HoldsOtherValues(const PlanDocument& store, const PlanDocument& wanted,
     const std::uint32_t attributes = kept[o.kind];
     const std::size_t at =
         attributes ? store.Find(o.oid, wanted.Long()) : std::string::npos;
-    if (at == std::string::npos || store.Objects()[at].kind != o.kind)
-      continue;
+    if (at == std::string::npos || store.Objects()[at].kind != o.kind) continue;
     for (std::size_t k = 0; k < LayoutOf(o.kind).attributes.size(); ++k)
       if ((attributes >> k & 1) &&
           store.Value(store.Objects()[at], k) != wanted.Value(o, k))
@@ -614,8 +614,9 @@ Stop Commit(Run& run) {
           << run.plan.reordered.size() << " lists put in order, "
           << done.relinked << " link lists rewritten\n";
   std::string summary = counted.str(), error;
-  // The line ended by a crash's partial one, and the end of this one.
-  if (!run.log.Reserve(run.logLine.size() + 2, &error))
+  // The line ended by a crash's partial one, and the end of this one, and
+  // the history's commit it may name.
+  if (!run.log.Reserve(run.logLine.size() + 2 + 4096, &error))
     return {2,
             "cannot write " + vantrel::Escaped(run.options.log) + ": " + error};
   if (!run.say.Carried(run.plan, &run.saidPlan, &summary, &error))
@@ -632,6 +633,86 @@ Stop Commit(Run& run) {
                              error};
   run.out << said << std::flush;
   return kGoOn;
+}
+
+// With --history, the installation's name (the store's local site's) and
+// its history; null with *error.
+std::unique_ptr<History> OpenHistory(const Run& run, std::string* installation,
+                                     std::string* error) {
+  const std::string site = run.current.LocalSite();
+  *installation = site.empty()
+                      ? std::string()
+                      : std::string(run.current.Name(
+                            run.current.Objects()[run.current.Find(site)]));
+  return History::Open(run.options.history, true, error);
+}
+
+// With --history, the store's document is committed before the change when
+// it differs from the installation's last commit: a change made outside
+// apply, marked as drift. A history that cannot take it refuses the apply.
+Stop RecordDrift(Run& run) {
+  if (run.options.history.empty()) return kGoOn;
+  std::string installation, error, commit, last;
+  const std::unique_ptr<History> history =
+      OpenHistory(run, &installation, &error);
+  if (!history)
+    return {2, "cannot write the history " +
+                   vantrel::Escaped(run.options.history) + ": " + error};
+  if (history->Last(installation, &last) && last == run.before) return kGoOn;
+  if (!history->Commit(
+          installation, run.before,
+          [&](const std::string& previous) {
+            return std::string(previous.empty()
+                                   ? "the store before the first apply"
+                                   : "drift: the store changed outside "
+                                     "vantrel-doc apply") +
+                   "\n";
+          },
+          &commit, &error))
+    return {2, "cannot write the history " +
+                   vantrel::Escaped(run.options.history) + ": " + error};
+  return kGoOn;
+}
+
+// With --history, the store's new document is committed, naming the apply
+// and its log; line, the log's line, then names the commit. Returns the
+// line to record.
+std::string Recorded(Run& run, std::string line) {
+  if (run.options.history.empty()) return line;
+  std::string installation, error, commit;
+  const std::unique_ptr<History> history =
+      OpenHistory(run, &installation, &error);
+  std::ostringstream plan;
+  WritePlanText(run.plan, plan);
+  const bool committed =
+      history &&
+      history->Commit(
+          installation, run.wants.exported,
+          [&](const std::string&) {
+            return PlanTotals(run.plan) + "\n\napplied " +
+                   run.request.shownDocument + " by vantrel-doc apply" +
+                   (run.options.log.empty()
+                        ? std::string()
+                        : ", recorded in " +
+                              vantrel::AbsolutePath(run.options.log)) +
+                   (run.options.comment.empty() ? ""
+                                                : ": " + run.options.comment) +
+                   "\n\n" + plan.str();
+          },
+          &commit, &error);
+  if (!committed) {
+    run.err << "vantrel-doc: " << run.request.shownStore << " was changed, but "
+            << "the history " << vantrel::Escaped(run.options.history)
+            << " cannot record it: " << error << "\n";
+    return line;
+  }
+  // The line names the commit, before its closing brace.
+  if (line.size() >= 2)
+    line.insert(line.size() - 2,
+                ",\"history\":{\"repository\":\"" +
+                    JsonSafe(vantrel::AbsolutePath(run.options.history)) +
+                    "\",\"commit\":\"" + commit + "\"}");
+  return line;
 }
 
 // The record follows the commit: a line that says applied was. Returns
@@ -703,7 +784,8 @@ Stop Prepare(Run& run) {
   }
   if (!run.request.options.base.empty() && run.baseRead)
     run.log.Context().baseDigest = Sha256(run.baseBytes);
-  for (Stop (*stage)(Run&) : {CheckRead, CheckStore, KeepStoreValues, FindFacts}) {
+  for (Stop (*stage)(Run&) :
+       {CheckRead, CheckStore, KeepStoreValues, FindFacts}) {
     if (Interruption::Caught()) return interrupted();
     const Stop stop = stage(run);
     if (stop.status)
@@ -735,6 +817,8 @@ int RunApply(const ApplyRequest& request, ApplySaying& say, std::ostream& out,
                               : NothingToChange(run);
   if (run.options.dryRun) return say.DryRun(run.plan, refusal, false);
   if (refusal) return Refuse(run, refusal.why, refusal.status);
+  if (const Stop drift = RecordDrift(run); drift.status)
+    return Refuse(run, drift.why, drift.status);
   Stop stop;
   {
     Alongside saying([&] { SayPlan(run); });
@@ -749,7 +833,7 @@ int RunApply(const ApplyRequest& request, ApplySaying& say, std::ostream& out,
                       ? "interrupted by signal " + std::to_string(caught)
                       : stop.why,
                   stop.status);
-  return Record(run, run.logLine);
+  return Record(run, Recorded(run, run.logLine));
 }
 
 }  // namespace doc

@@ -10,6 +10,8 @@
 //             vantrel-doc log by identifier or kind and name (run-time
 //             state with --all, dates bounded), the hook's JSON against
 //             the plan's schema and its environment
+//   Applied   apply --history: a commit of the drift before, one after,
+//             naming the log, whose line names it
 //   Revisions REPO@REV for every command that reads a document: a branch,
 //             BRANCH~N, a commit, INSTALLATION:DATE; a revision or a date
 //             that does not exist refused
@@ -229,6 +231,50 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
   const std::string head = Git(repo, {"rev-parse", "HOME"}).out;
   EXPECT_EQ(ReadFile(env),
             "HOME " + head.substr(0, head.size() - 1) + " " + repo + "\n");
+}
+
+// An apply with its history: the store's document committed before it
+// when it drifted from the history's last commit, and after it, the log's
+// line and the commit naming each other; an apply with nothing to do
+// commits nothing.
+TEST(Applied, CommittedBeforeWhenDriftedAndAfter) {
+  const std::string repo = Fresh("history-applied"),
+                    store = OutputPath("history-applied.db"),
+                    wanted = OutputPath("history-applied.xml"),
+                    log = OutputPath("history-applied.log");
+  std::remove(log.c_str());
+  MakeStore(store, {kFull});
+  ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+  // A change outside apply, then an apply of a rename.
+  test_support::Run("sqlite3", {store, "UPDATE host SET os_type = 'BSD';"}, {});
+  MakeStore(OutputPath("history-wanted.db"),
+            {kFull,
+             "UPDATE host SET os_type = 'BSD';"
+             "UPDATE project SET name = 'RENAMED' WHERE oid = x'0D02';"});
+  WriteFile(wanted, binaries::Export(OutputPath("history-wanted.db"),
+                                     OutputPath("history-applied-w.xml")));
+  const RunResult run = Doc({"apply", "-q", "--history", repo, "--log", log,
+                             "--comment", "CHG-9", wanted, store});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(Git(repo, {"log", "--format=%s", "HOME"}).out,
+            "0 added, 0 removed, 1 changed, 0 moved\n"
+            "drift: the store changed outside vantrel-doc apply\n"
+            "the first archive of HOME: 33 objects\n");
+  const std::string body = Git(repo, {"log", "-1", "--format=%b", "HOME"}).out;
+  EXPECT_NE(body.find("applied " + wanted +
+                      " by vantrel-doc apply, recorded in " + log + ": CHG-9"),
+            std::string::npos)
+      << body;
+  const std::string commit = Git(repo, {"rev-parse", "HOME"}).out;
+  EXPECT_NE(ReadFile(log).find("\"history\":{\"repository\":\"" + repo +
+                               "\",\"commit\":\"" +
+                               commit.substr(0, commit.size() - 1) + "\"}}"),
+            std::string::npos)
+      << ReadFile(log);
+  EXPECT_TRUE(Git(repo, {"show", "HOME:admin.xml"}).out == ReadFile(wanted));
+  // Nothing to do: no commit.
+  EXPECT_EQ(Doc({"apply", "-q", "--history", repo, wanted, store}).status, 0);
+  EXPECT_EQ(Git(repo, {"rev-parse", "HOME"}).out, commit);
 }
 
 TEST(Revisions, OfAHistoryForEveryCommand) {

@@ -113,6 +113,12 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
       ->type_name("FILE")
       ->check(kNamed);
   command
+      .add_option("--history", o.history,
+                  "Commits the store's document to REPO before (when it "
+                  "drifted) and after")
+      ->type_name("REPO")
+      ->check(kNamed);
+  command
       .add_option("--max-removals", o.maxRemovals,
                   "Refuses a plan that removes more than N objects")
       ->type_name("N")
@@ -326,7 +332,8 @@ const Command kCommands[] = {
      0},
     {"apply", "Makes a store export a document, in one verified transaction",
      "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
-     "                         [--show-secrets] [--comment TEXT]\n"
+     "                         [--show-secrets] [--comment TEXT] [--history "
+     "REPO]\n"
      "                         [--keep KIND.Attribute[,...]]\n"
      "                         [--base BASE] [--log FILE] [--max-removals N]\n"
      "                         [--other-installation] [--run-time]\n"
