@@ -253,8 +253,8 @@ const Command kCommands[] = {
      },
      0},
     {"archive", "Exports a store and commits it to a history, when it changed",
-     "[-q] [--installation NAME] [--on-change CMD] [--push REMOTE]\n"
-     "                        STORE REPO",
+     "[-q] [--installation NAME] [--on-change CMD]\n"
+     "                           [--push REMOTE] STORE REPO",
      "STORE and REPO",
      [](CLI::App& c, Arguments& a) {
        c.add_flag("-q,--quiet", a.archive.quiet, "Says nothing on success");
@@ -279,8 +279,9 @@ const Command kCommands[] = {
      },
      0},
     {"log", "Tells what changed in a history, when and by whom",
-     "[--format text|json] [-o FILE] [--since DATE] [--until DATE] [--all]\n"
-     "                        REPO[@INSTALLATION] [OBJECT]",
+     "[--format text|json] [-o FILE] [--since DATE]\n"
+     "                       [--until DATE] [--all] REPO[@INSTALLATION] "
+     "[OBJECT]",
      "REPO",
      [](CLI::App& c, Arguments& a) {
        c.add_option("--format", a.format, "text or json")
@@ -465,9 +466,10 @@ std::string Usage() {
          "       vantrel-doc COMMAND --help | --help | --version\n"
          "A file named - is standard input or standard output.\n"
          "Exit status: 0 success, 1 a document or plan with problems (diff:\n"
-         "documents that differ), 2 a file that cannot be read or written, "
-         "or a\nbad command line, 3 apply refused by a guard, nothing "
-         "changed. See\nvantrel-doc(1).\n";
+         "configurations that differ), 2 a file that cannot be read or "
+         "written, or\na bad command line, 3 refused by a guard, nothing "
+         "changed (apply; export:\nanother installation's archive). See "
+         "vantrel-doc(1).\n";
 }
 
 std::vector<CommandNames> ListCommands() {
