@@ -1,5 +1,7 @@
 #include "AttributeRules.h"
 
+#include <sstream>
+
 #include "Escape.h"
 
 namespace doc {
@@ -26,6 +28,33 @@ bool ReadAttributeRules(const std::vector<std::string>& rules,
     (*mask)[kind] |= 1u << attribute;
   }
   return true;
+}
+
+bool ReadIgnoreRules(const std::string& text,
+                     std::map<std::string, AttributeMask>* ignored,
+                     std::string* error) {
+  (*ignored)[""];
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string rule, installation;
+    if (!(words >> rule) || rule[0] == '#') continue;
+    words >> installation;
+    if (!ReadAttributeRules({rule}, &(*ignored)[installation], error))
+      return false;
+  }
+  return true;
+}
+
+AttributeMask IgnoredFor(const std::map<std::string, AttributeMask>& ignored,
+                         const std::string& installation) {
+  AttributeMask mask{};
+  for (const std::string& who : {std::string(), installation}) {
+    const auto rules = ignored.find(who);
+    if (rules == ignored.end()) continue;
+    for (int k = 0; k < kKindCount; ++k) mask[k] |= rules->second[k];
+  }
+  return mask;
 }
 
 }  // namespace doc

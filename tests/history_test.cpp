@@ -204,6 +204,18 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
                                                firstCommit + " ")))
       << blamed.out;
   EXPECT_NE(blamed.out.find(by), std::string::npos) << blamed.out << by;
+  // The history's rules leave values out of an object's story, and a night
+  // that moves only such values runs no hook.
+  WriteFile(repo + "/vantrel-ignore", "HOST.Name\n");
+  EXPECT_EQ(logged({repo, "x0A02"}), "commit\n    added HOST x0A02 \"beta\"\n");
+  MakeStore(store, {kFull,
+                    "UPDATE host SET name = 'epsilon';"
+                    "UPDATE capture_status SET last_successful_date = "
+                    "'2027-01-01';"});
+  std::remove(hooked.c_str());
+  ASSERT_EQ(Doc({"archive", "-q", "--on-change", hook, store, repo}).status, 0);
+  EXPECT_FALSE(test_support::FileExists(hooked));
+  std::remove((repo + "/vantrel-ignore").c_str());
   // The hook's JSON, from the night that changed the configuration, is a
   // plan as the shipped schema says.
   MakeStore(store, {kFull,

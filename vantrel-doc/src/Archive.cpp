@@ -9,6 +9,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "AttributeRules.h"
 #include "Checker.h"
 #include "DocumentPlan.h"
 #include "Escape.h"
@@ -145,6 +146,23 @@ std::string LocalSiteName(const std::string& document) {
       named.Name(named.Objects()[named.Find(named.LocalSite())]));
 }
 
+// Whether plan changes what the history's rules leave in, for
+// installation: a change that moves only ignored values announces nothing.
+bool Announced(const doc::Plan& plan, const doc::History& history,
+               const std::string& installation) {
+  std::map<std::string, doc::AttributeMask> rules;
+  std::string unused;
+  doc::ReadIgnoreRules(history.IgnoreRules(), &rules, &unused);
+  const doc::AttributeMask ignored = doc::IgnoredFor(rules, installation);
+  for (const doc::PlanChange& c : plan.changes) {
+    if (c.action != doc::PlanChange::kChanged || c.wasKind != c.kind)
+      return true;
+    for (const doc::PlanValue& v : c.values)
+      if (!(ignored[c.kind] >> v.attribute & 1)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 int DocArchive(const std::string& store, const std::string& repo,
@@ -209,7 +227,9 @@ int DocArchive(const std::string& store, const std::string& repo,
         << "\n";
   // Announced only when the configuration changed: the first archive and
   // run-time state alone are committed, and said by no hook.
-  if (o.onChange.empty() || first || plan.Empty()) return 0;
+  if (o.onChange.empty() || first || plan.Empty() ||
+      !Announced(plan, *history, branch))
+    return 0;
   out << std::flush;
   const int hook = RunHook(o.onChange, plan, repo, branch, commit);
   if (hook == 0) return 0;

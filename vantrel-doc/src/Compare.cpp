@@ -34,18 +34,10 @@ using Ignored = std::map<std::string, doc::AttributeMask>;
 
 bool ReadIgnored(const std::string& rules, bool all, Ignored* ignored,
                  std::string* error) {
+  if (!doc::ReadIgnoreRules(rules, ignored, error)) return false;
   doc::AttributeMask& everyone = (*ignored)[""];
   for (int k = 0; k < doc::kKindCount && !all; ++k)
     everyone[k] |= doc::RunTimeAttributes(doc::Kind(k));
-  std::istringstream lines(rules);
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::string rule, installation;
-    if (!(words >> rule) || rule[0] == '#') continue;
-    words >> installation;
-    if (!doc::ReadAttributeRules({rule}, &(*ignored)[installation], error))
-      return false;
-  }
   return true;
 }
 

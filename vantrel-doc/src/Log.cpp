@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "AdminDocument.h"
+#include "AttributeRules.h"
 #include "Checker.h"
 #include "Escape.h"
 #include "History.h"
@@ -36,11 +37,15 @@ struct ObjectChange {
   bool runTime = false;
 };
 
+// The attributes a history's rules leave out, by kind.
+const doc::AttributeMask kNoneIgnored{};
+
 // What changed from the line was to the line now of one object (either ""
-// for none): its attributes, a secret's masked.
+// for none): its attributes but those ignored, a secret's masked.
 std::vector<ObjectChange> Changes(const std::string& was,
                                   const std::string& now, doc::Kind* kind,
-                                  std::string* name) {
+                                  std::string* name,
+                                  const doc::AttributeMask& ignored) {
   // The lines without their line ends; the values view them.
   const std::string_view old = std::string_view(was).substr(
                              0, was.empty() ? 0 : was.size() - 1),
@@ -61,8 +66,9 @@ std::vector<ObjectChange> Changes(const std::string& was,
   const auto& attributes = doc::LayoutOf(line.kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {
     const std::string from(before.values[i]), to(after.values[i]);
-    if (from == to &&
-        before.Has(static_cast<int>(i)) == after.Has(static_cast<int>(i)))
+    if ((from == to &&
+         before.Has(static_cast<int>(i)) == after.Has(static_cast<int>(i))) ||
+        (ignored[line.kind] >> i & 1))
       continue;
     const bool secret = attributes[i].secret;
     const auto masked =
@@ -83,7 +89,8 @@ bool RunTimeOnly(const std::vector<ObjectChange>& changes) {
 // The log as text: a line per commit, then its message or the object's
 // changes, indented.
 void WriteText(const std::vector<doc::History::Entry>& entries,
-               const std::string& oid, bool all, std::ostream& out) {
+               const std::string& oid, bool all,
+               const doc::AttributeMask& ignored, std::ostream& out) {
   for (const doc::History::Entry& e : entries) {
     std::ostringstream body;
     if (oid.empty()) {
@@ -95,8 +102,8 @@ void WriteText(const std::vector<doc::History::Entry>& entries,
     } else {
       doc::Kind kind;
       std::string name;
-      const auto changes = Changes(e.before, e.after, &kind, &name);
-      if (!all && RunTimeOnly(changes)) continue;
+      const auto changes = Changes(e.before, e.after, &kind, &name, ignored);
+      if (changes.empty() || (!all && RunTimeOnly(changes))) continue;
       const std::string object =
           std::string(doc::LayoutOf(kind).name) + " " + oid +
           (name.empty() ? "" : " \"" + vantrel::Escaped(name) + "\"");
@@ -132,7 +139,7 @@ void Said(Pretty& w, const std::string& text) {
 // The log as one JSON object.
 void WriteJson(const std::vector<doc::History::Entry>& entries,
                const std::string& history, const std::string& oid, bool all,
-               std::ostream& out) {
+               const doc::AttributeMask& ignored, std::ostream& out) {
   rapidjson::StringBuffer buffer;
   Pretty w(buffer);
   w.SetIndent(' ', 2);
@@ -151,13 +158,14 @@ void WriteJson(const std::vector<doc::History::Entry>& entries,
   for (const doc::History::Entry& e : entries) {
     doc::Kind kind = doc::kKindCount;
     std::string name;
-    const auto changes = oid.empty() ? std::vector<ObjectChange>()
-                                     : Changes(e.before, e.after, &kind, &name);
+    const auto changes =
+        oid.empty() ? std::vector<ObjectChange>()
+                    : Changes(e.before, e.after, &kind, &name, ignored);
     const bool runTime =
         oid.empty()
             ? e.message.find("(run-time state only)") != std::string::npos
             : RunTimeOnly(changes);
-    if (runTime && !all) continue;
+    if ((runTime && !all) || (!oid.empty() && changes.empty())) continue;
     w.StartObject();
     w.Key("commit");
     Text(w, e.commit);
@@ -296,7 +304,8 @@ int DocBlame(const std::string& target, const std::string& object,
   }
   doc::Kind kind;
   std::string name;
-  Changes(entries.front().after, entries.front().after, &kind, &name);
+  Changes(entries.front().after, entries.front().after, &kind, &name,
+          kNoneIgnored);
   out << doc::LayoutOf(kind).name << " " << oid
       << (name.empty() ? "" : " \"" + vantrel::Escaped(name) + "\"") << "\n";
   // Each value holds since the oldest commit, newest first, whose line
@@ -343,11 +352,16 @@ int DocLog(const std::string& target, const std::string& object,
   std::vector<doc::History::Entry> entries;
   if (!history->Log(installation, path, since, until, &entries, &error))
     return failed(error);
+  // The history's rules leave values out of an object's changes.
+  std::map<std::string, doc::AttributeMask> rules;
+  if (!doc::ReadIgnoreRules(history->IgnoreRules(), &rules, &error))
+    return failed("vantrel-ignore: " + error);
+  const doc::AttributeMask ignored = doc::IgnoredFor(rules, installation);
   std::ostringstream text;
   if (o.format == PlanFormat::kJson)
-    WriteJson(entries, target, oid, o.all, text);
+    WriteJson(entries, target, oid, o.all, ignored, text);
   else
-    WriteText(entries, oid, o.all, text);
+    WriteText(entries, oid, o.all, ignored, text);
   if (o.output == "-") {
     out << text.str();
     return 0;
