@@ -57,16 +57,13 @@ bool ReadWhole(const std::string& path, std::string* bytes,
   return true;
 }
 
-// The plan from the document before to the one after (both whole), into
-// *plan, reading them into before and after, which it views.
-bool Planned(std::string_view was, std::string_view now,
-             doc::PlanDocument& before, doc::PlanDocument& after,
-             doc::Plan* plan) {
-  const HeldFile old(was), next(now);
+// The plan from the document before (whole) to after, into *plan, reading
+// it into before; the plan views both.
+bool Planned(std::string_view was, doc::PlanDocument& before,
+             const doc::PlanDocument& after, doc::Plan* plan) {
+  const HeldFile old(was);
   std::ostringstream unused;
-  if (old.Path().empty() || next.Path().empty() ||
-      doc::ReadForPlan(old.Path(), before, unused) != 0 ||
-      doc::ReadForPlan(next.Path(), after, unused) != 0)
+  if (old.Path().empty() || doc::ReadForPlan(old.Path(), before, unused) != 0)
     return false;
   *plan = doc::MakePlan(before, after);
   return true;
@@ -114,10 +111,12 @@ int RunHook(const std::string& command, const doc::Plan& plan,
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Exports store, checked, into *document, its objects counted in *total;
-// false with *error after the exporter's messages.
+// Exports store, checked, into *document and read into *checked as it is
+// checked, its objects counted in *total; false with *error after the
+// exporter's messages.
 bool Exported(const std::string& store, std::string* document,
-              std::size_t* total, std::ostream& err, std::string* error) {
+              doc::PlanDocument* checked, std::size_t* total,
+              std::ostream& err, std::string* error) {
   const int fd = vantrel::AnonymousFile();
   if (fd < 0) {
     *error = std::strerror(errno);
@@ -127,23 +126,20 @@ bool Exported(const std::string& store, std::string* document,
   std::ofstream file(path, std::ios::binary);
   const bool exported =
       ExportChecked(store, file, path, "the export of " + doc::Shown(store),
-                    err, total, error);
+                    err, total, error, checked);
   file.close();
+  checked->Finish();
   const bool read = exported && ReadWhole(path, document, error);
   ::close(fd);
   return read;
 }
 
 // The name of the document's local site, "" for none: the installation's.
-std::string LocalSiteName(const std::string& document) {
-  doc::PlanDocument named;
-  std::ostringstream unused;
-  const HeldFile held(document);
-  if (doc::ReadForPlan(held.Path(), named, unused) != 0 ||
-      named.LocalSite().empty())
-    return std::string();
-  return std::string(
-      named.Name(named.Objects()[named.Find(named.LocalSite())]));
+std::string LocalSiteName(const doc::PlanDocument& document) {
+  const std::string site = document.LocalSite();
+  return site.empty() ? std::string()
+                      : std::string(document.Name(
+                            document.Objects()[document.Find(site)]));
 }
 
 // Whether plan changes what the history's rules leave in, for
@@ -182,24 +178,25 @@ int DocArchive(const std::string& store, const std::string& repo,
     return failed(error);
   std::string now;
   std::size_t total = 0;
-  if (!Exported(store, &now, &total, err, &error)) return failed(error);
+  doc::PlanDocument after;  // now, read once as it is checked
+  if (!Exported(store, &now, &after, &total, err, &error))
+    return failed(error);
   const std::unique_ptr<doc::History> history =
       doc::History::Open(repo, true, &error);
   if (!history) return failed(error);
   const std::string installation =
-      o.installation.empty() ? LocalSiteName(now) : o.installation;
-  doc::PlanDocument before, after;
+      o.installation.empty() ? LocalSiteName(after) : o.installation;
+  doc::PlanDocument before;
   doc::Plan plan;
   std::string commit;
   bool first = false;
   const bool committed = history->Commit(
       installation, now,
       [&](const std::string& previous) {
-        before = doc::PlanDocument();
-        after = doc::PlanDocument();
         plan = doc::Plan();
+        before = doc::PlanDocument();
         first = previous.empty();
-        if (!first) Planned(previous, now, before, after, &plan);
+        if (!first) Planned(previous, before, after, &plan);
         return Message(installation, total, plan, first);
       },
       &commit, &error);

@@ -75,7 +75,8 @@ std::string SiteWords(const std::string& site, const char* whose) {
 
 bool ExportChecked(const std::string& store, std::ofstream& document,
                    const std::string& path, const std::string& shown,
-                   std::ostream& err, std::size_t* total, std::string* why) {
+                   std::ostream& err, std::size_t* total, std::string* why,
+                   doc::Visitor* next) {
   ::setenv("KIV_ADMIN_STORE", store.c_str(), 1);
   // What a writer killed outright left (a hot journal) is rolled back
   // first, so that the nightly archive reads the store as it was before
@@ -98,7 +99,7 @@ bool ExportChecked(const std::string& store, std::ofstream& document,
     return false;
   }
   std::ostringstream problems;
-  doc::Checker checker(path, problems);
+  doc::Checker checker(path, problems, next);
   // Its problems are on the lines of the new document, not of an old one.
   checker.ShowAs(shown);
   if (!checker.Run() || checker.Problems()) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ApplyGuards.h"
+#include "DocumentWalk.h"
 #include "Plans.h"
 
 namespace vdoc {
@@ -56,11 +57,13 @@ int DocJson(const std::string& file, const std::string& output,
 int DocReport(const std::string& file, const std::string& output,
               std::ostream& out, std::ostream& err, bool showSecrets = false);
 // Exports store into document, the file at path, as the exporter does,
-// then checks it (its problems named as shown): *total is then the number
-// of its objects. False with *why, after the exporter's messages.
+// then checks it (its problems named as shown), passing each line on to
+// next when given: *total is then the number of its objects. False with
+// *why, after the exporter's messages.
 bool ExportChecked(const std::string& store, std::ofstream& document,
                    const std::string& path, const std::string& shown,
-                   std::ostream& err, std::size_t* total, std::string* why);
+                   std::ostream& err, std::size_t* total, std::string* why,
+                   doc::Visitor* next = nullptr);
 // Exports store to file as the exporter does, through a new file beside it
 // that replaces file only once it is whole, checked and on the disk; on any
 // failure file is as it was and nothing is left behind. An archive that
