@@ -57,10 +57,7 @@ Copied CopyFile(int from, int to, std::uint64_t limit) {
   }
 }
 
-namespace {
-
-
-}  // namespace
+namespace {}  // namespace
 
 std::string Resolved(const std::string& path) {
   char dir[PATH_MAX];
@@ -81,7 +78,8 @@ namespace {
 // Whether a and b are one file: the same inode when both exist, else the
 // same name once resolved.
 bool SameFile(const std::string& a, const std::string& b) {
-  struct stat sa {}, sb {};
+  struct stat sa {
+  }, sb{};
   const bool hasA = ::stat(a.c_str(), &sa) == 0,
              hasB = ::stat(b.c_str(), &sb) == 0;
   if (hasA && hasB) return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
@@ -105,6 +103,15 @@ std::string RefusedOutput(const std::string& path,
     return "it is an SQLite store";
   for (const std::string& input : inputs) {
     if (input.empty() || input == "-") continue;
+    // A directory the command reads (a history) holds no output.
+    struct stat in {};
+    if (::stat(input.c_str(), &in) == 0 && S_ISDIR(in.st_mode)) {
+      const std::string inside = AbsolutePath(input) + "/";
+      if (AbsolutePath(path).compare(0, inside.size(), inside) == 0)
+        return "it is inside " + Escaped(input) +
+               ", a directory the command reads";
+      continue;
+    }
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
       if (SameFile(path, input + suffix))
         return std::string("it is ") + (*suffix ? "a journal of " : "") +

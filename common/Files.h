@@ -41,8 +41,8 @@ Copied CopyFile(
 // output of every command is held to this one rule. Refused are a
 // directory, an SQLite store whatever its name, and any input or a
 // journal of one (NAME-journal, -wal, -shm), by its identity on the disk
-// when both exist and by its name otherwise. "-" is standard output and
-// always may be.
+// when both exist and by its name otherwise, and a file inside an input
+// that is a directory. "-" is standard output and always may be.
 std::string RefusedOutput(const std::string& path,
                           const std::vector<std::string>& inputs);
 

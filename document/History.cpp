@@ -294,6 +294,8 @@ std::unique_ptr<History> History::Open(const std::string& path, bool create,
 
 History::~History() { git_repository_free(repo_); }
 
+std::string History::Path() const { return git_repository_path(repo_); }
+
 bool History::Is(const std::string& path) {
   std::string unused;
   return Open(path, false, &unused) != nullptr;

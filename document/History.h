@@ -45,6 +45,9 @@ class History {
   // is not one.
   static long long Time(const std::string& text, bool start = false);
 
+  // The repository's directory.
+  std::string Path() const;
+
   // Whether path is a history of this tool.
   static bool Is(const std::string& path);
 

@@ -182,6 +182,13 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
        json},
       {});
   EXPECT_EQ(parsed.status, 0) << parsed.err;
+  // The history's own files are no output.
+  const std::string headBytes = ReadFile(repo + "/HEAD");
+  const RunResult inside = Doc({"log", "-o", repo + "/HEAD", repo});
+  EXPECT_EQ(inside.status, 2);
+  EXPECT_NE(inside.err.find("a directory the command reads"), std::string::npos)
+      << inside.err;
+  EXPECT_EQ(ReadFile(repo + "/HEAD"), headBytes);
   // Since when each value holds, and who set it.
   const std::string
       firstCommit =

@@ -367,7 +367,8 @@ int DocLog(const std::string& target, const std::string& object,
     return 0;
   }
   Output file;
-  bool written = file.Open(o.output, {}, &error);
+  // The history's own files are no output.
+  bool written = file.Open(o.output, {history->Path()}, &error);
   if (written) {
     file.Stream() << text.str();  // a write that fails is told by the commit
     written = file.Commit(&error);
