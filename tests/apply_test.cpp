@@ -690,14 +690,7 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
                       "--max-removals 0\"\n  }"),
             std::string::npos)
       << ReadFile(refusedPlan);
-  const RunResult valid =
-      test_support::Run("/usr/bin/python3",
-                        {"-c",
-                         "import json, sys, jsonschema\n"
-                         "jsonschema.validate(json.load(open(sys.argv[1])), "
-                         "json.load(open(sys.argv[2])))\n",
-                         refusedPlan, SHARE_DIR "/vantrel-plan.schema.json"},
-                        {});
+  const RunResult valid = binaries::PlanChecked(refusedPlan, "");
   EXPECT_EQ(valid.status, 0) << valid.err;
   // -q leaves the exit status: nothing on standard output.
   const RunResult quiet = Doc({"apply", "-q", "--dry-run", wanted, store});
@@ -738,29 +731,6 @@ TEST(Unchanged, RefusalsAndDryRunsLeaveTheStoreAsItWas) {
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
 }
 
-// Runs vantrel-doc with args in a child of its own; returns its pid.
-pid_t Start(const std::vector<std::string>& args) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::freopen("/dev/null", "w", stdout);
-    ::freopen("/dev/null", "w", stderr);
-    std::vector<char*> argv = {const_cast<char*>(VANTREL_DOC_BINARY)};
-    for (const std::string& a : args)
-      argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    ::execv(VANTREL_DOC_BINARY, argv.data());
-    ::_exit(127);
-  }
-  return child;
-}
-
-// The exit status of child, or -1 when a signal ended it.
-int Wait(pid_t child) {
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // An apply waits for a writer at work, then reads what it wrote: the
 // writer's change is not lost under the apply's.
 TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
@@ -778,14 +748,14 @@ TEST(Guarded, AnApplyWaitsForAWriterAndReadsWhatItWrote) {
   const RunResult dry = Doc({"apply", "--dry-run", wanted, store});
   EXPECT_EQ(dry.status, 1) << dry.err;
   EXPECT_NE(dry.out.find("changed PROJECT"), std::string::npos) << dry.out;
-  const pid_t apply = Start({"apply", wanted, store});
+  const pid_t apply = binaries::Start({"apply", wanted, store});
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   ASSERT_EQ(
       sqlite3_exec(db, "UPDATE host SET name = 'written meanwhile'; COMMIT",
                    nullptr, nullptr, nullptr),
       SQLITE_OK);
   sqlite3_close(db);
-  EXPECT_EQ(Wait(apply), 0);
+  EXPECT_EQ(binaries::Wait(apply), 0);
   EXPECT_TRUE(Exported(store) == ReadFile(wanted));
   // A writer holding its exclusive lock past the wait: the dry run gives
   // up after the time it says, not after a wait per lock it tried.
@@ -838,11 +808,11 @@ TEST(Guarded, AStoreReplacedDuringTheApplyIsNotClaimed) {
     const std::string other = Store("apply-other", {Projects(10, "other")});
     const std::string kept = ReadFile(other);
     std::remove(log.c_str());
-    const pid_t apply = Start({"apply", "--log", log, wanted, store});
+    const pid_t apply = binaries::Start({"apply", "--log", log, wanted, store});
     for (int i = 0; i < 20000 && !m.reached(store); ++i)
       std::this_thread::sleep_for(std::chrono::microseconds(200));
     ASSERT_EQ(std::rename(other.c_str(), store.c_str()), 0);
-    EXPECT_EQ(Wait(apply), 2);
+    EXPECT_EQ(binaries::Wait(apply), 2);
     EXPECT_TRUE(ReadFile(store) == kept);
     // The record follows the commit: a refused commit is logged as such,
     // and names the store renamed over, whichever step met it.
@@ -945,12 +915,14 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
     // Run from the output directory, as a user behind sudo: the record
     // names the files by their absolute paths, and that user.
     const RunResult run = test_support::Run(
-        "/bin/sh", [&] {
+        "/bin/sh",
+        [&] {
           std::vector<std::string> a = {"-c", "cd \"$0\" && exec \"$@\"",
                                         OutputPath(""), VANTREL_DOC_BINARY};
           a.insert(a.end(), args.begin(), args.end());
           return a;
-        }(), {{"SUDO_USER", "alice"}, {"KIV_ADMIN_STORE", std::nullopt}});
+        }(),
+        {{"SUDO_USER", "alice"}, {"KIV_ADMIN_STORE", std::nullopt}});
     EXPECT_EQ(run.status, r.status) << args[3] << run.err;
   }
   // A dry run is not an apply: three lines after the one cut short.
@@ -975,8 +947,7 @@ TEST(Logged, OneLinePerApplyAndAFailureLine) {
         "\"document\":\"" + wanted + "\"",
         "\"document_digest\":\"" + digest(wanted) + "\"",
         "\"base_digest\":\"" + digest(before) + "\"",
-        "\"comment\":\"TICKET-7: promote\"",
-        "\"base\":\"" + before + "\"",
+        "\"comment\":\"TICKET-7: promote\"", "\"base\":\"" + before + "\"",
         "\"output\":\"" + OutputPath("plan-out.json") + "\"",
         "\"guards\":[\"base\",\"other-installation\",\"kept-media\"]",
         "\"totals\":{\"added\":0,\"removed\":1,\"changed\":2,\"moved\":0}",
@@ -1072,19 +1043,20 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
     int status;
     std::string shown;  // a part of standard output, or of standard error
   } flagged[] = {
-      {{"--dry-run"}, 3,
-       "changed PROJECT x50303031 \"promoted\" Name: \"p1"},
+      {{"--dry-run"}, 3, "changed PROJECT x50303031 \"promoted\" Name: \"p1"},
       {{"--dry-run"}, 3, "\" (the same identifier, another object)\n"},
       {{"--dry-run", "--format", "json"}, 3, "\"other_object\":true"},
-      {{"--dry-run", "--format", "html"}, 3,
+      {{"--dry-run", "--format", "html"},
+       3,
        "<p class=\"warning\">the same identifier, another object"},
-      {{}, 3,
+      {{},
+       3,
        "vantrel-doc: the same identifier, another object: PROJECT x50303031 "
        "\"p1"},
   };
   for (const auto& f : flagged) {
     std::vector<std::string> args = {"apply", "--only",
-                                      "x50303031,PROJECT:new"};
+                                     "x50303031,PROJECT:new"};
     args.insert(args.end(), f.options.begin(), f.options.end());
     args.insert(args.end(), {source, store});
     const RunResult run = Doc(args);
@@ -1099,17 +1071,11 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
                  "--only", "x50303031", source, store})
                 .status,
             3);
-  const RunResult valid = test_support::Run(
-      "/usr/bin/python3",
-      {"-c",
-       "import json, sys, jsonschema\n"
-       "plan = json.load(open(sys.argv[1]))\n"
-       "jsonschema.validate(plan, json.load(open(sys.argv[2])))\n"
-       "assert [c['oid'] for c in plan['changes'] if c.get('other_object')] "
-       "== ['x50303031']\n"
-       "assert plan['refused']['guard'] == 'same-identifier'\n",
-       flaggedPlan, SHARE_DIR "/vantrel-plan.schema.json"},
-      {});
+  const RunResult valid = binaries::PlanChecked(
+      flaggedPlan,
+      "assert [c['oid'] for c in plan['changes'] if c.get('other_object')] "
+      "== ['x50303031']\n"
+      "assert plan['refused']['guard'] == 'same-identifier'\n");
   EXPECT_EQ(valid.status, 0) << valid.err;
   const RunResult run = Doc({"apply", "--same-identifier-ok", "--only",
                              "x50303031,PROJECT:new", source, store});
@@ -1135,8 +1101,8 @@ TEST(Promoted, AProjectWithItsDataDomainsAndNothingElse) {
                              "--with-references); " +
                              store + " was not changed\n");
   EXPECT_TRUE(ReadFile(store) == bytes);
-  const RunResult along = Doc({"apply", "--with-references", "--only",
-                               "PROJECT:x", source, store});
+  const RunResult along =
+      Doc({"apply", "--with-references", "--only", "PROJECT:x", source, store});
   EXPECT_EQ(along.status, 0) << along.err;
   EXPECT_NE(along.out.find("added BUSINESSDOMAIN x424E4557 \"b\" in "),
             std::string::npos)
@@ -1287,9 +1253,9 @@ TEST(Killed, AnApplyKilledLeavesTheStoreBeforeOrAfter) {
     }
     const auto reached = [&] {
       struct stat st {};
-      return m.after == kFirstWrite ? test_support::FileExists(journal)
-                                    : ::stat(log.c_str(), &st) == 0 &&
-                                          st.st_size > 0;
+      return m.after == kFirstWrite
+                 ? test_support::FileExists(journal)
+                 : ::stat(log.c_str(), &st) == 0 && st.st_size > 0;
     };
     for (int i = 0; m.after != kStart && !reached() && i < 50000; ++i)
       std::this_thread::sleep_for(std::chrono::microseconds(100));

@@ -46,7 +46,6 @@ using test_support::DataPath;
 using test_support::MakeStore;
 using test_support::OutputPath;
 using test_support::ReadFile;
-
 using test_support::RunResult;
 using test_support::WriteFile;
 
@@ -230,16 +229,10 @@ TEST(Nights, CommittedOnlyWhenChangedAndReadByGit) {
                     "DELETE FROM extern_site WHERE oid = x'1102';"
                     "UPDATE host SET name = 'delta';"});
   ASSERT_EQ(Doc({"archive", "-q", "--on-change", hook, store, repo}).status, 0);
-  const RunResult valid = test_support::Run(
-      "/usr/bin/python3",
-      {"-c",
-       "import json, sys, jsonschema\n"
-       "plan = json.load(open(sys.argv[1]))\n"
-       "jsonschema.validate(plan, json.load(open(sys.argv[2])))\n"
-       "assert plan['totals']['changed'] == 3, plan['totals']\n"
-       "assert plan['totals']['removed'] == 1, plan['totals']\n",
-       hooked, SHARE_DIR "/vantrel-plan.schema.json"},
-      {});
+  const RunResult valid = binaries::PlanChecked(
+      hooked,
+      "assert plan['totals']['changed'] == 3, plan['totals']\n"
+      "assert plan['totals']['removed'] == 1, plan['totals']\n");
   EXPECT_EQ(valid.status, 0) << valid.err;
   // A removed object's file goes with it.
   EXPECT_NE(
@@ -468,20 +461,9 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
                       "UPDATE local_site SET name = 'test';"
                       "UPDATE host SET name = 'h" +
                           std::to_string(i) + "';"});
-    const pid_t child = ::fork();
-    if (child == 0) {
-      ::freopen("/dev/null", "w", stdout);
-      ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "archive", "-q",
-              store.c_str(), repo.c_str(), static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    children.push_back(child);
+    children.push_back(binaries::Start({"archive", "-q", store, repo}));
   }
-  for (const pid_t child : children) {
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  }
+  for (const pid_t child : children) EXPECT_EQ(binaries::Wait(child), 0);
   EXPECT_EQ(Git(repo, {"rev-list", "--count", "test"}).out, "9\n");
   EXPECT_EQ(Git(repo, {"fsck", "--strict"}).status, 0);
 }
@@ -496,16 +478,10 @@ TEST(ArchiveKilled, LeavesASoundRepository) {
     MakeStore(store, {kFull, test_support::Projects(5000, "p"),
                       "UPDATE project SET name = name || '" +
                           std::to_string(ms) + "';"});
-    const pid_t child = ::fork();
-    if (child == 0) {
-      ::freopen("/dev/null", "w", stdout);
-      ::execl(VANTREL_DOC_BINARY, VANTREL_DOC_BINARY, "archive", "-q",
-              store.c_str(), repo.c_str(), static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
+    const pid_t child = binaries::Start({"archive", "-q", store, repo});
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
     ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
+    binaries::Wait(child);
     EXPECT_EQ(Git(repo, {"fsck", "--strict"}).status, 0);
     // The next archive works, and its revision is the store's archive.
     ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
