@@ -468,7 +468,7 @@ bool History::Push(const std::string& installation, const std::string& remote,
   // The branch, to the remote's branch of the same name.
   const std::string mapping = ref + ":" + ref;
   char* mappings[] = {const_cast<char*>(mapping.c_str())};
-  const git_strarray pushed = {mappings, 1};
+  const git_strarray branches = {mappings, 1};
   git_push_options options;
   git_push_options_init(&options, GIT_PUSH_OPTIONS_VERSION);
   // A refused reference (the remote moved past it) is told by its status.
@@ -479,7 +479,7 @@ bool History::Push(const std::string& installation, const std::string& remote,
     return 0;
   };
   options.callbacks.payload = &refused;
-  const int pushed = git_remote_push(raw, &pushed, &options);
+  const int pushed = git_remote_push(raw, &branches, &options);
   if (pushed != 0)
     *error = LastError();
   else if (!refused.empty())
