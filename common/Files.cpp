@@ -156,4 +156,22 @@ int AnonymousFile() {
   return fd;
 }
 
+int HeldBytes(std::string_view bytes, std::string* path) {
+  const int fd = AnonymousFile();
+  if (fd < 0) return -1;
+  for (std::size_t at = 0; at < bytes.size();) {
+    const ssize_t put = ::write(fd, bytes.data() + at, bytes.size() - at);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) {
+      const int saved = put == 0 ? ENOSPC : errno;
+      ::close(fd);
+      errno = saved;
+      return -1;
+    }
+    at += static_cast<std::size_t>(put);
+  }
+  *path = "/proc/self/fd/" + std::to_string(fd);
+  return fd;
+}
+
 }  // namespace vantrel

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct stat;
@@ -58,5 +59,9 @@ std::string TemporaryDirectory();
 // A new file of the temporary directory, already removed (it lasts as long
 // as the returned descriptor); -1 with errno set.
 int AnonymousFile();
+// A new file of the temporary directory, already removed, holding bytes:
+// its descriptor, the caller's to close, and in *path its name as
+// /proc/self/fd names it while open. -1 with errno set, no file left.
+int HeldBytes(std::string_view bytes, std::string* path);
 
 }  // namespace vantrel

@@ -539,8 +539,7 @@ Stop FindFacts(Run& run) {
   if (!f.storeSite.empty()) {
     ApplyContext& context = run.log.Context();
     context.installation = f.storeSite;
-    context.installationName = std::string(
-        run.current.Name(run.current.Objects()[run.current.Find(f.storeSite)]));
+    context.installationName = run.current.LocalSiteName();
   }
   if (!run.options.base.empty() && run.before != run.baseBytes)
     CompareBase(run);
@@ -639,11 +638,7 @@ Stop Commit(Run& run) {
 // its history; null with *error.
 std::unique_ptr<History> OpenHistory(const Run& run, std::string* installation,
                                      std::string* error) {
-  const std::string site = run.current.LocalSite();
-  *installation = site.empty()
-                      ? std::string()
-                      : std::string(run.current.Name(
-                            run.current.Objects()[run.current.Find(site)]));
+  *installation = run.current.LocalSiteName();
   return History::Open(run.options.history, true, error);
 }
 

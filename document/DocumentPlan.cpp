@@ -69,6 +69,12 @@ std::string PlanDocument::LocalSite() const {
   return std::string();
 }
 
+std::string PlanDocument::LocalSiteName() const {
+  for (const Object& o : objects_)
+    if (o.kind == kLocalSite) return std::string(Name(o));
+  return std::string();
+}
+
 // The working of MakePlan: the two documents and each object's match.
 struct Planner {
   static constexpr std::size_t kNone = std::string::npos;

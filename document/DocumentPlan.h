@@ -51,6 +51,8 @@ class PlanDocument : public Visitor {
   std::size_t Find(std::string_view identifier) const;
   // The identifier of the local site, "" for none.
   std::string LocalSite() const;
+  // The name of the local site (the installation's), "" for none.
+  std::string LocalSiteName() const;
 
  private:
   friend struct Planner;

@@ -615,16 +615,12 @@ bool DocumentArgument(const std::string& given, std::string* path,
     if (!History::Open(repo, false, error)
              ->Document(arg.substr(at + 1), &bytes, error))
       return false;
-    const int fd = vantrel::AnonymousFile();
-    if (fd < 0 || ::write(fd, bytes.data(), bytes.size()) !=
-                      static_cast<ssize_t>(bytes.size())) {
+    // Held open while the process lasts: the file is its descriptor.
+    if (vantrel::HeldBytes(bytes, path) < 0) {
       *error = std::string("cannot hold it in the temporary directory: ") +
                std::strerror(errno);
-      if (fd >= 0) ::close(fd);
       return false;
     }
-    // Held open while the process lasts: the file is its descriptor.
-    *path = "/proc/self/fd/" + std::to_string(fd);
     NameFile(*path, arg);
     return true;
   }

@@ -26,11 +26,8 @@ namespace {
 // path as /proc/self/fd names it, or "" with errno set.
 class HeldFile {
  public:
-  explicit HeldFile(std::string_view bytes) : fd_(vantrel::AnonymousFile()) {
-    if (fd_ >= 0 && ::write(fd_, bytes.data(), bytes.size()) ==
-                        static_cast<ssize_t>(bytes.size()))
-      path_ = "/proc/self/fd/" + std::to_string(fd_);
-  }
+  explicit HeldFile(std::string_view bytes)
+      : fd_(vantrel::HeldBytes(bytes, &path_)) {}
   ~HeldFile() {
     if (fd_ >= 0) ::close(fd_);
   }
@@ -39,8 +36,8 @@ class HeldFile {
   const std::string& Path() const { return path_; }
 
  private:
+  std::string path_;  // made before fd_, which names it
   int fd_;
-  std::string path_;
 };
 
 // Reads the file at path whole into *bytes; false with *error.
@@ -115,14 +112,14 @@ int RunHook(const std::string& command, const doc::Plan& plan,
 // checked, its objects counted in *total; false with *error after the
 // exporter's messages.
 bool Exported(const std::string& store, std::string* document,
-              doc::PlanDocument* checked, std::size_t* total,
-              std::ostream& err, std::string* error) {
-  const int fd = vantrel::AnonymousFile();
+              doc::PlanDocument* checked, std::size_t* total, std::ostream& err,
+              std::string* error) {
+  std::string path;
+  const int fd = vantrel::HeldBytes("", &path);
   if (fd < 0) {
     *error = std::strerror(errno);
     return false;
   }
-  const std::string path = "/proc/self/fd/" + std::to_string(fd);
   std::ofstream file(path, std::ios::binary);
   const bool exported =
       ExportChecked(store, file, path, "the export of " + doc::Shown(store),
@@ -132,14 +129,6 @@ bool Exported(const std::string& store, std::string* document,
   const bool read = exported && ReadWhole(path, document, error);
   ::close(fd);
   return read;
-}
-
-// The name of the document's local site, "" for none: the installation's.
-std::string LocalSiteName(const doc::PlanDocument& document) {
-  const std::string site = document.LocalSite();
-  return site.empty() ? std::string()
-                      : std::string(document.Name(
-                            document.Objects()[document.Find(site)]));
 }
 
 // Whether plan changes what the history's rules leave in, for
@@ -179,13 +168,12 @@ int DocArchive(const std::string& store, const std::string& repo,
   std::string now;
   std::size_t total = 0;
   doc::PlanDocument after;  // now, read once as it is checked
-  if (!Exported(store, &now, &after, &total, err, &error))
-    return failed(error);
+  if (!Exported(store, &now, &after, &total, err, &error)) return failed(error);
   const std::unique_ptr<doc::History> history =
       doc::History::Open(repo, true, &error);
   if (!history) return failed(error);
   const std::string installation =
-      o.installation.empty() ? LocalSiteName(after) : o.installation;
+      o.installation.empty() ? after.LocalSiteName() : o.installation;
   doc::PlanDocument before;
   doc::Plan plan;
   std::string commit;

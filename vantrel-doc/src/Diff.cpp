@@ -66,11 +66,9 @@ int ReadPart(const std::string& oldFile, const std::string& newFile,
     return doc::kRefusedByGuard;
   }
   *others = std::move(part.otherObjectIds);
-  const int fd = vantrel::AnonymousFile();
-  const std::string path = "/proc/self/fd/" + std::to_string(fd);
-  const bool written =
-      fd >= 0 && ::write(fd, part.wanted.data(), part.wanted.size()) ==
-                     static_cast<ssize_t>(part.wanted.size());
+  std::string path;
+  const int fd = vantrel::HeldBytes(part.wanted, &path);
+  const bool written = fd >= 0;
   const int read =
       written ? doc::ReadForPlan(path, after, err, nullptr, shown) : 2;
   if (!written)
