@@ -24,6 +24,7 @@
 #include "Files.h"
 #include "Hex.h"
 #include "History.h"
+#include "KeptValues.h"
 #include "KivStoreChange.h"
 #include "PlanViews.h"
 #include "SdaiSession.h"
@@ -99,46 +100,6 @@ class Gatherer : public Visitor {
     wants_.exported += '\n';
   }
   Wants& wants_;
-};
-
-// Writes each line of a document as the exporter would, the values of the
-// attributes of kept taken from the store's, where the store holds the
-// object.
-class Keeper : public Visitor {
- public:
-  Keeper(const PlanDocument& store, const AttributeMask& kept, std::string& out)
-      : store_(store), kept_(kept), out_(out) {}
-  void Other(const Line& line, std::size_t) override { Write(line); }
-  void Element(const Line& line, std::size_t, const Place&) override {
-    const std::uint32_t runTime = kept_[line.kind];
-    const int oid = AttributeIndex(line.kind, "Oid");
-    const std::size_t at =
-        runTime && oid >= 0
-            ? store_.Find(line.values[static_cast<std::size_t>(oid)])
-            : std::string::npos;
-    if (at == std::string::npos || store_.Objects()[at].kind != line.kind)
-      return Write(line);
-    const PlanDocument::Object& kept = store_.Objects()[at];
-    Line taken = line;
-    for (std::size_t k = 0; k < taken.values.size(); ++k) {
-      if (!(runTime >> k & 1)) continue;
-      taken.values[k] = store_.Value(kept, k);
-      taken.present = (taken.present & ~(1u << k)) | (kept.present & 1u << k);
-    }
-    Write(taken);
-  }
-  void Problem(std::size_t, const std::string&) override {}
-  void Restart() override { out_.clear(); }
-
- private:
-  void Write(const Line& line) {
-    std::string unused;
-    WriteLine(line, false, out_, &unused);
-    out_ += '\n';
-  }
-  const PlanDocument& store_;
-  const AttributeMask& kept_;
-  std::string& out_;
 };
 
 // Exports the store that db serves, in its transaction, to file; true when
@@ -423,23 +384,6 @@ Stop CheckRead(Run& run) {
   return kGoOn;
 }
 
-// Whether wanted gives an object of store another value of an attribute
-// of kept.
-bool HoldsOtherValues(const PlanDocument& store, const PlanDocument& wanted,
-                      const AttributeMask& kept) {
-  for (const PlanDocument::Object& o : wanted.Objects()) {
-    const std::uint32_t attributes = kept[o.kind];
-    const std::size_t at =
-        attributes ? store.Find(o.oid, wanted.Long()) : std::string::npos;
-    if (at == std::string::npos || store.Objects()[at].kind != o.kind) continue;
-    for (std::size_t k = 0; k < LayoutOf(o.kind).attributes.size(); ++k)
-      if ((attributes >> k & 1) &&
-          store.Value(store.Objects()[at], k) != wanted.Value(o, k))
-        return true;
-  }
-  return false;
-}
-
 // The document wanted keeps the store's values, for each object the store
 // holds, of its run-time state (when a replication last succeeded) unless
 // --run-time, and of the attributes --keep names: the system keeps the
@@ -454,8 +398,8 @@ Stop KeepStoreValues(Run& run) {
     kept[k] |= RunTimeAttributes(Kind(k));
   if (!HoldsOtherValues(run.current, run.wanted, kept)) return kGoOn;
   std::string text;
-  Keeper keeper(run.current, kept, text);
-  if (!Walk(run.document, keeper).opened || run.kept.fd < 0 ||
+  if (!KeptDocument(run.document, run.current, kept, &text) ||
+      run.kept.fd < 0 ||
       ::write(run.kept.fd, text.data(), text.size()) !=
           static_cast<ssize_t>(text.size()))
     return {2, "cannot keep the store's values: " +
