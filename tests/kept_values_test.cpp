@@ -41,6 +41,7 @@ TEST(Kept, TheStoresValuesOfWhatTheMaskNames) {
                              "LastSuccessfulDate=\"2027-07-07\"");
   text = Changed(text, "ConnectionString=\"\"", "ConnectionString=\"u/p@db\"");
   text = Changed(text, "Name=\"beta\"", "Name=\"gamma\"");
+  text = Changed(text, "DBMS=\"DB2\"", "DBMS=\"PG\"");
   WriteFile(wanted, text);
   doc::PlanDocument held, wants;
   std::ostringstream unused;
@@ -70,7 +71,7 @@ TEST(Kept, TheStoresValuesOfWhatTheMaskNames) {
     EXPECT_EQ(doc::HoldsOtherValues(held, wants, c.mask), c.other);
     std::string written;
     ASSERT_TRUE(doc::KeptDocument(wanted, held, c.mask, &written));
-    // The host renamed is not kept by any mask.
+    // The host renamed, and the server's DBMS, are kept by no mask.
     EXPECT_EQ(written, c.written);
   }
   // An identifier of another kind in the store keeps the document's value.
