@@ -21,6 +21,16 @@ std::string Part(const GuardFacts& f, const ApplyOptions&) {
          " (add them to --only, or bring them along with --with-references)";
 }
 
+// A revert takes back only what nothing changed since: a later change is
+// never undone with it.
+std::string Conflict(const GuardFacts& f, const ApplyOptions&) {
+  if (f.conflicts.empty()) return std::string();
+  std::string objects;
+  for (const std::string& told : f.conflicts)
+    objects += (objects.empty() ? "" : "; ") + told;
+  return "a later change touched what the commit changed: " + objects;
+}
+
 // A promoted object whose identifier the store gives to another object
 // would silently become a rename of that object.
 std::string SameIdentifier(const GuardFacts& f, const ApplyOptions& o) {
@@ -71,6 +81,8 @@ const std::vector<Guard>& Guards() {
        [](const ApplyOptions& o) { return !o.base.empty(); }},
       {"part", Part, kRefusedByGuard, false,
        [](const ApplyOptions& o) { return !o.only.empty(); }},
+      {"conflict", Conflict, kRefusedByGuard, false,
+       [](const ApplyOptions& o) { return !o.revert.empty(); }},
       {"same-identifier", SameIdentifier, kRefusedByGuard, true,
        [](const ApplyOptions& o) {
          return !o.only.empty() && !o.sameIdentifierOk;

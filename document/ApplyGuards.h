@@ -18,16 +18,19 @@ struct ApplyOptions {
   long maxRemovals = -1;  // refuse a plan removing more (-1: any)
   bool otherInstallation = false;  // take a document of another local site
   std::vector<std::string> only;   // apply only these objects' subtrees
-  bool runTime = false;  // write the document's run-time state too
-  bool showSecrets = false;  // the plan shown with secrets unmasked
-  std::string comment;       // a ticket or a reason, for the log
+  bool runTime = false;            // write the document's run-time state too
+  bool showSecrets = false;        // the plan shown with secrets unmasked
+  std::string comment;             // a ticket or a reason, for the log
   // KIND.Attribute rules: the store's values of these are kept.
   std::vector<std::string> keep;
   // A history the store's document is committed to before the apply
   // (when it drifted from the history's last commit) and after it.
   std::string history;
-  bool withReferences = false;   // a part brings what it names along
+  bool withReferences = false;    // a part brings what it names along
   bool sameIdentifierOk = false;  // takes an identifier another object holds
+  // The commit of a history undone, by its identifier: the document is
+  // the commit's, and the request names its parent's. "": not a revert.
+  std::string revert;
 };
 
 // The exit status of an apply a guard refuses, nothing changed: apart
@@ -46,6 +49,8 @@ struct GuardFacts {
   std::vector<std::string> missing;
   // Each object of the part that the store holds as another object.
   std::vector<std::string> otherObjects;
+  // Each object a later change touched where the reverted commit did.
+  std::vector<std::string> conflicts;
   // A media the store keeps whose identifier the document gives to an
   // object: the media's identifier and the object's kind; "" for none.
   std::string keptMedia, keptMediaTakenBy;

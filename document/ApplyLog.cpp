@@ -88,6 +88,7 @@ void Options(Writer& w, const ApplyOptions& o, const std::string& output) {
   w.Bool(o.otherInstallation);
   w.Key("run_time");
   w.Bool(o.runTime);
+  if (!o.revert.empty()) Text(w, "revert", o.revert);
   if (!o.only.empty()) {
     w.Key("only");
     w.StartArray();

@@ -27,6 +27,7 @@
 #include "KeptValues.h"
 #include "KivStoreChange.h"
 #include "PlanViews.h"
+#include "Revert.h"
 #include "SdaiSession.h"
 #include "Signals.h"
 #include "Vantrel.h"
@@ -277,12 +278,46 @@ int Refuse(Run& run, const std::string& why, int status) {
   return status;
 }
 
-// The part of --only: the store's snapshot with the named objects of the
-// document in place, which the apply then takes as its document, with the
-// snapshot as its base unless one is given, so that what else the store
-// holds is kept even when another program writes it meanwhile. Leaves the
-// part and the snapshot in files in memory; the identifiers the part needs
-// that the store lacks go to the facts.
+// The part of --only put into the store's snapshot: *wanted, or the
+// facts of what keeps it from being made.
+Stop PromoteOn(Run& run, std::string* wanted) {
+  PartRequest part;
+  part.current = run.snapshot.path;
+  part.source = run.document;
+  part.shownSource = run.request.shownFile;
+  part.ids = run.options.only;
+  part.withReferences = run.options.withReferences;
+  Part made;
+  std::string error;
+  const bool promoted = PromotePart(part, &made, &error);
+  run.facts.missing = std::move(made.missing);
+  run.facts.otherObjects = std::move(made.otherObjects);
+  run.otherObjectIds = std::move(made.otherObjectIds);
+  if (!promoted) return run.facts.missing.empty() ? Stop{1, error} : kGoOn;
+  *wanted = std::move(made.wanted);
+  return kGoOn;
+}
+
+// The commit undone on the store's snapshot: *wanted, or the conflicts
+// that keep it from being made.
+Stop RevertOn(Run& run, std::string* wanted) {
+  RevertRequest revert{run.snapshot.path, run.request.revertBefore,
+                       run.document, run.request.shownFile};
+  Reverted made;
+  std::string error;
+  const bool reverted = RevertCommit(revert, &made, &error);
+  run.facts.conflicts = std::move(made.conflicts);
+  if (!reverted) return run.facts.conflicts.empty() ? Stop{1, error} : kGoOn;
+  *wanted = std::move(made.wanted);
+  return kGoOn;
+}
+
+// The part of --only, or a commit reverted: the store's snapshot changed
+// so, which the apply then takes as its document, with the snapshot as its
+// base unless one is given, so that what else the store holds is kept even
+// when another program writes it meanwhile. Leaves the document made and
+// the snapshot in files in memory; what keeps it from being made goes to
+// the facts.
 Stop MakePart(Run& run) {
   const std::string& shown = run.request.shownFile;
   {
@@ -304,19 +339,10 @@ Stop MakePart(Run& run) {
         !ExportThrough(snapshot->Connection(), run.snapshot.path))
       return {2, run.request.shownStore + " cannot be exported"};
   }
-  PartRequest part;
-  part.current = run.snapshot.path;
-  part.source = run.document;
-  part.shownSource = shown;
-  part.ids = run.options.only;
-  part.withReferences = run.options.withReferences;
-  Part made;
-  const bool promoted = PromotePart(part, &made, &error);
-  run.facts.missing = std::move(made.missing);
-  run.facts.otherObjects = std::move(made.otherObjects);
-  run.otherObjectIds = std::move(made.otherObjectIds);
-  if (!promoted) return run.facts.missing.empty() ? Stop{1, error} : kGoOn;
-  const std::string& wanted = made.wanted;
+  std::string wanted;
+  const Stop made = !run.options.revert.empty() ? RevertOn(run, &wanted)
+                                                : PromoteOn(run, &wanted);
+  if (made.status || wanted.empty()) return made;
   if (run.part.fd < 0 || ::write(run.part.fd, wanted.data(), wanted.size()) !=
                              static_cast<ssize_t>(wanted.size()))
     return {2, std::string("cannot make a file in memory: ") +
@@ -324,7 +350,8 @@ Stop MakePart(Run& run) {
   run.document = run.part.path;
   if (run.options.base.empty()) {
     run.options.base = run.snapshot.path;
-    run.shownBase = "its export before the part";
+    run.shownBase = !run.options.revert.empty() ? "its export before the revert"
+                                                : "its export before the part";
   }
   return kGoOn;
 }
@@ -338,8 +365,9 @@ void ReadWanted(Run& run) {
   Gatherer gatherer(run.wants);
   // A part's lines are its own: it is named as the part of the document.
   run.read = ReadForPlan(run.document, run.wanted, run.readErr, &gatherer,
-                         run.options.only.empty() ? run.request.shownFile
-                                                  : run.request.shownDocument);
+                         run.options.only.empty() && run.options.revert.empty()
+                             ? run.request.shownFile
+                             : run.request.shownDocument);
 }
 
 // Reads the base, opens the store (a snapshot for a dry run, else its
@@ -628,8 +656,12 @@ std::string Recorded(Run& run, std::string line) {
       history->Commit(
           installation, run.wants.exported,
           [&](const std::string&) {
-            return PlanTotals(run.plan) + "\n\napplied " +
-                   run.request.shownDocument + " by vantrel-doc apply" +
+            return PlanTotals(run.plan) + "\n\n" +
+                   (!run.options.revert.empty()
+                        ? "reverted commit " + run.options.revert + " (" +
+                              run.request.shownFile + ")"
+                        : "applied " + run.request.shownDocument) +
+                   " by vantrel-doc " + run.request.command +
                    (run.options.log.empty()
                         ? std::string()
                         : ", recorded in " +
@@ -711,10 +743,11 @@ Stop Prepare(Run& run) {
     run.shownBase = "the base on standard input";
   }
   run.log.Context().documentDigest = FileSha256(run.document);
-  if (!run.options.only.empty()) {
+  if (!run.options.only.empty() || !run.options.revert.empty()) {
     const Stop part = MakePart(run);
     if (part.status) return part;
-    if (!run.facts.missing.empty()) return kGoOn;
+    if (!run.facts.missing.empty() || !run.facts.conflicts.empty())
+      return kGoOn;
   }
   {
     Alongside reading([&] { ReadWanted(run); });

@@ -22,6 +22,11 @@ struct ApplyRequest {
   std::string shownDocument, shownFile, shownBase, shownStore;
   ApplyOptions options;
   std::string planOutput;  // the plan's file, which the log is not ("-")
+  // A revert (options.revert): the document of the commit's parent; the
+  // document is the commit's, named shownFile.
+  std::string revertBefore;
+  // The command, as the history's commit names it.
+  std::string command = "apply";
 };
 
 // How the command says what an apply does: the pipeline decides, the

@@ -324,44 +324,72 @@ bool History::Last(const std::string& installation, std::string* bytes) const {
   return head && DocumentOf(repo_, head.get(), bytes, &unused);
 }
 
-bool History::Document(const std::string& rev, std::string* bytes,
-                       std::string* error) const {
+namespace {
+
+// The commit rev names (see History::Document); null with *error.
+Own<git_commit> Resolve(git_repository* repo, const std::string& rev,
+                        std::string* error) {
   const std::size_t colon = rev.rfind(':');
   const long long limit =
       colon == std::string::npos ? -1 : UtcLimit(rev.substr(colon + 1));
   if (limit >= 0) {
     // INSTALLATION:DATE: the newest commit of its branch at or before it.
     const std::string installation = rev.substr(0, colon);
-    Own<git_commit> at = Head(repo_, "refs/heads/" + BranchOf(installation));
+    Own<git_commit> at =
+        Head(repo, "refs/heads/" + History::BranchOf(installation));
     if (!at) {
       *error =
           vantrel::Escaped(installation) + " is no installation of the history";
-      return false;
+      return nullptr;
     }
     while (at && git_commit_time(at.get()) > limit) {
       git_commit* parent = nullptr;
       at.reset(git_commit_parent(&parent, at.get(), 0) == 0 ? parent : nullptr);
     }
-    if (!at) {
+    if (!at)
       *error = vantrel::Escaped(installation) + " has no commit at or before " +
                vantrel::Escaped(rev.substr(colon + 1));
-      return false;
-    }
-    return DocumentOf(repo_, at.get(), bytes, error);
+    return at;
   }
   git_object* raw = nullptr;
   git_object* peeled = nullptr;
-  if (git_revparse_single(&raw, repo_, rev.c_str()) != 0 ||
+  if (git_revparse_single(&raw, repo, rev.c_str()) != 0 ||
       git_object_peel(&peeled, raw, GIT_OBJECT_COMMIT) != 0) {
     git_object_free(raw);
     *error = vantrel::Escaped(rev) +
              " is no revision of the history: " + LastError();
-    return false;
+    return nullptr;
   }
   git_object_free(raw);
-  const Own<git_object> commit(peeled);
-  return DocumentOf(repo_, reinterpret_cast<const git_commit*>(commit.get()),
-                    bytes, error);
+  return Own<git_commit>(reinterpret_cast<git_commit*>(peeled));
+}
+
+}  // namespace
+
+bool History::Document(const std::string& rev, std::string* bytes,
+                       std::string* error) const {
+  const Own<git_commit> commit = Resolve(repo_, rev, error);
+  return commit && DocumentOf(repo_, commit.get(), bytes, error);
+}
+
+bool History::Change(const std::string& rev, std::string* before,
+                     std::string* after, std::string* commit,
+                     std::string* error) const {
+  const Own<git_commit> at = Resolve(repo_, rev, error);
+  if (!at) return false;
+  git_commit* raw = nullptr;
+  if (git_commit_parent(&raw, at.get(), 0) != 0) {
+    *error = vantrel::Escaped(rev) +
+             " is its branch's first commit: nothing comes before it to go "
+             "back to";
+    return false;
+  }
+  const Own<git_commit> parent(raw);
+  char id[GIT_OID_HEXSZ + 1];
+  git_oid_tostr(id, sizeof id, git_commit_id(at.get()));
+  *commit = id;
+  return DocumentOf(repo_, parent.get(), before, error) &&
+         DocumentOf(repo_, at.get(), after, error);
 }
 
 bool History::Commit(
@@ -601,30 +629,62 @@ bool History::Log(const std::string& installation, const std::string& path,
   return true;
 }
 
+namespace {
+
+// Splits arg, REPO@REV, at the first '@' after which the history stands;
+// false when none does.
+bool SplitRevision(const std::string& arg, std::string* repo,
+                   std::string* rev) {
+  for (std::size_t at = arg.find('@'); at != std::string::npos;
+       at = arg.find('@', at + 1)) {
+    *repo = arg.substr(0, at);
+    if (repo->empty() || !History::Is(*repo)) continue;
+    *rev = arg.substr(at + 1);
+    return true;
+  }
+  return false;
+}
+
+// Sets *path to a file holding bytes, named name in messages: held open
+// while the process lasts, the file is its descriptor. False with *error.
+bool Held(const std::string& bytes, const std::string& name, std::string* path,
+          std::string* error) {
+  if (vantrel::HeldBytes(bytes, path) < 0) {
+    *error = std::string("cannot hold it in the temporary directory: ") +
+             std::strerror(errno);
+    return false;
+  }
+  NameFile(*path, name);
+  return true;
+}
+
+}  // namespace
+
 bool DocumentArgument(const std::string& given, std::string* path,
                       std::string* error) {
   const std::string arg = given;  // path may be given itself
   *path = arg;
   struct stat st {};
-  if (arg == "-" || ::stat(arg.c_str(), &st) == 0) return true;
-  for (std::size_t at = arg.find('@'); at != std::string::npos;
-       at = arg.find('@', at + 1)) {
-    const std::string repo = arg.substr(0, at);
-    if (repo.empty() || !History::Is(repo)) continue;
-    std::string bytes;
-    if (!History::Open(repo, false, error)
-             ->Document(arg.substr(at + 1), &bytes, error))
-      return false;
-    // Held open while the process lasts: the file is its descriptor.
-    if (vantrel::HeldBytes(bytes, path) < 0) {
-      *error = std::string("cannot hold it in the temporary directory: ") +
-               std::strerror(errno);
-      return false;
-    }
-    NameFile(*path, arg);
+  std::string repo, rev, bytes;
+  if (arg == "-" || ::stat(arg.c_str(), &st) == 0 ||
+      !SplitRevision(arg, &repo, &rev))
     return true;
+  const std::unique_ptr<History> history = History::Open(repo, false, error);
+  return history && history->Document(rev, &bytes, error) &&
+         Held(bytes, arg, path, error);
+}
+
+bool ChangeArgument(const std::string& arg, std::string* before,
+                    std::string* after, std::string* commit,
+                    std::string* error) {
+  std::string repo, rev, was, is;
+  if (!SplitRevision(arg, &repo, &rev)) {
+    *error = "it is no commit of a history (REPO@COMMIT)";
+    return false;
   }
-  return true;
+  const std::unique_ptr<History> history = History::Open(repo, false, error);
+  return history && history->Change(rev, &was, &is, commit, error) &&
+         Held(was, arg + "^", before, error) && Held(is, arg, after, error);
 }
 
 }  // namespace doc

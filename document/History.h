@@ -60,6 +60,12 @@ class History {
   bool Document(const std::string& rev, std::string* bytes,
                 std::string* error) const;
 
+  // Sets *after to the document of the commit rev names (as Document reads
+  // rev), *before to its first parent's, and *commit to its identifier.
+  // False with *error, as Document, and for a branch's first commit.
+  bool Change(const std::string& rev, std::string* before, std::string* after,
+              std::string* commit, std::string* error) const;
+
   // Commits document to the branch of installation, unless the branch's
   // last commit holds it already: *commit is then "", else the new commit's
   // identifier. message(previous) gives the commit's message from the
@@ -133,5 +139,14 @@ class History {
 // read.
 bool DocumentArgument(const std::string& arg, std::string* path,
                       std::string* error);
+
+// A commit of a history as the command line names it, REPO@REV: sets
+// *before and *after to files that hold the documents of its parent and of
+// itself (as DocumentArgument makes them, named "REPO@REV^" and arg), and
+// *commit to its identifier. False with *error for an argument that is not
+// one, or a commit that cannot be read.
+bool ChangeArgument(const std::string& arg, std::string* before,
+                    std::string* after, std::string* commit,
+                    std::string* error);
 
 }  // namespace doc

@@ -9,7 +9,7 @@
 //           refuses with what changed; a part lacking objects names them; a
 //           kept media names the kind that takes its identifier; the first
 //           guard asked wins; only the base and the part stop a dry run before
-//           its plan
+//           its plan; a revert's conflicts refuse it, each named
 //   Table   every guard has a name of its own and a refusal's status
 #include <gtest/gtest.h>
 
@@ -233,8 +233,9 @@ TEST(Guards, EachAtItsBoundary) {
 }
 
 // The same identifier given to another object: refused unless taken, and
-// only a part asks it. The guards in force, as the log records them.
-TEST(Guards, TheSameIdentifierAndWhatIsInForce) {
+// only a part asks it. A revert's conflicts. The guards in force, as the log
+// records them.
+TEST(Guards, TheSameIdentifierConflictsAndWhatIsInForce) {
   GuardFacts facts;
   facts.otherObjects = {
       "PROJECT x01 \"A\" in the store, PROJECT x01 \"B\" in D"};
@@ -249,6 +250,18 @@ TEST(Guards, TheSameIdentifierAndWhatIsInForce) {
   EXPECT_TRUE(r.planShown);
   options.sameIdentifierOk = true;
   EXPECT_FALSE(doc::Guarded(facts, options));
+  // A revert's conflicts refuse it, each named, before its plan.
+  GuardFacts conflicted;
+  conflicted.conflicts = {"HOST x0A02 \"b\": Name changed by C and again since",
+                          "DOMAIN x0E03 \"D\": removed by C and added again "
+                          "since"};
+  r = doc::Guarded(conflicted, ApplyOptions());
+  EXPECT_EQ(std::string(r.guard ? r.guard : ""), "conflict");
+  EXPECT_EQ(r.why,
+            "a later change touched what the commit changed: HOST x0A02 "
+            "\"b\": Name changed by C and again since; DOMAIN x0E03 \"D\": "
+            "removed by C and added again since");
+  EXPECT_FALSE(r.planShown);
   const struct {
     const char* name;
     ApplyOptions options;
@@ -261,10 +274,11 @@ TEST(Guards, TheSameIdentifierAndWhatIsInForce) {
          o.base = "B";
          o.only = {"x01"};
          o.maxRemovals = 0;
+         o.revert = "c0";
          return o;
        }(),
-       {"base", "part", "same-identifier", "other-installation", "max-removals",
-        "kept-media"}},
+       {"base", "part", "conflict", "same-identifier", "other-installation",
+        "max-removals", "kept-media"}},
       {"switched off",
        [] {
          ApplyOptions o;

@@ -11,7 +11,9 @@
 //             state with --all, dates bounded), the hook's JSON against
 //             the plan's schema and its environment
 //   Applied   apply --history: a commit of the drift before, one after,
-//             naming the log, whose line names it
+//             naming the log, whose line names it; revert of one commit,
+//             what changed since kept, and refused with the conflict named,
+//             nothing written; what is no commit to undo refused
 //   Revisions REPO@REV for every command that reads a document: a branch,
 //             BRANCH~N, a commit, INSTALLATION:DATE; a revision or a date
 //             that does not exist refused
@@ -287,6 +289,93 @@ TEST(Applied, CommittedBeforeWhenDriftedAndAfter) {
   // Nothing to do: no commit.
   EXPECT_EQ(Doc({"apply", "-q", "--history", repo, wanted, store}).status, 0);
   EXPECT_EQ(Git(repo, {"rev-parse", "HOME"}).out, commit);
+}
+
+// revert: one commit undone on the live store, what changed since kept,
+// recorded in the log and the history; a later change to the same value
+// refuses it, the object named, the store, the history and the log's
+// outcome saying nothing was changed.
+TEST(Applied, RevertedWithAndWithoutAConflict) {
+  const std::string repo = Fresh("history-revert"),
+                    store = OutputPath("history-revert.db"),
+                    log = OutputPath("history-revert.log");
+  std::remove(log.c_str());
+  const std::string night2 =
+                        "UPDATE host SET name = 'gamma' WHERE oid = x'0A02';"
+                        "INSERT INTO extern_site VALUES (x'1103', 'NORTH');"
+                        "DELETE FROM project WHERE oid = x'0D02';",
+                    night3 =
+                        "UPDATE host SET os_type = 'BSD' WHERE oid = "
+                        "x'0A01';";
+  for (const std::vector<std::string>& sql : {std::vector<std::string>{kFull},
+                                              {kFull, night2},
+                                              {kFull, night2, night3}}) {
+    MakeStore(store, sql);
+    ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+  }
+  const std::string undone =
+      Git(repo, {"rev-parse", "HOME~1"}).out.substr(0, 40);
+  RunResult run = Doc({"revert", "-q", "--log", log, "--history", repo,
+                       repo + "@HOME~1", store});
+  ASSERT_EQ(run.status, 0) << run.err;
+  // The store holds the first night with the third night's change.
+  MakeStore(OutputPath("history-revert-w.db"), {kFull, night3});
+  const std::string wanted = binaries::Export(
+      OutputPath("history-revert-w.db"), OutputPath("history-revert-w.xml"));
+  EXPECT_TRUE(binaries::Export(store, OutputPath("history-revert.xml")) ==
+              wanted);
+  EXPECT_TRUE(Git(repo, {"show", "HOME:admin.xml"}).out == wanted);
+  EXPECT_NE(Git(repo, {"log", "-1", "--format=%b", "HOME"})
+                .out.find("reverted commit " + undone + " (" + repo +
+                          "@HOME~1) by vantrel-doc revert, recorded in " + log),
+            std::string::npos);
+  EXPECT_NE(ReadFile(log).find("\"revert\":\"" + undone + "\""),
+            std::string::npos)
+      << ReadFile(log);
+  // The third night again, then its value changed since: refused.
+  test_support::Run(
+      "sqlite3", {store, "UPDATE host SET os_type = 'X' WHERE oid = x'0A01';"},
+      {});
+  const std::string head = Git(repo, {"rev-parse", "HOME"}).out,
+                    now = binaries::Export(store,
+                                           OutputPath("history-revert.xml"));
+  run =
+      Doc({"revert", "--log", log, "--history", repo, repo + "@HOME~1", store});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_NE(run.err.find("a later change touched what the commit changed: HOST "
+                         "x0A01 \"alpha\": OSType changed by " +
+                         repo + "@HOME~1 and again since; " + store +
+                         " was not changed"),
+            std::string::npos)
+      << run.err;
+  EXPECT_TRUE(binaries::Export(store, OutputPath("history-revert.xml")) == now);
+  EXPECT_EQ(Git(repo, {"rev-parse", "HOME"}).out, head);
+  EXPECT_NE(ReadFile(log).find("\"guards\":[\"conflict\","), std::string::npos);
+  const std::string last = ReadFile(log).substr(
+      ReadFile(log).rfind('\n', ReadFile(log).size() - 2) + 1);
+  EXPECT_NE(last.find("\"outcome\":\"refused\""), std::string::npos) << last;
+  // Each line of the log holds to the shipped schema.
+  const RunResult valid = test_support::Run(
+      "/usr/bin/python3",
+      {"-c",
+       "import json, sys, jsonschema\n"
+       "schema = json.load(open(sys.argv[2]))\n"
+       "for line in open(sys.argv[1]):\n"
+       "    jsonschema.validate(json.loads(line), schema)\n",
+       log, SHARE_DIR "/vantrel-log.schema.json"},
+      {});
+  EXPECT_EQ(valid.status, 0) << valid.err;
+  // What is no commit to undo.
+  for (const std::string& bad :
+       {repo + "@HOME~9",
+        repo + "@" +
+            Git(repo, {"rev-list", "--max-parents=0", "HOME"})
+                .out.substr(0, 40),
+        store}) {
+    run = Doc({"revert", bad, store});
+    EXPECT_EQ(run.status, 2) << bad;
+    EXPECT_NE(run.err.find("vantrel-doc: cannot read "), std::string::npos);
+  }
 }
 
 TEST(Revisions, OfAHistoryForEveryCommand) {

@@ -36,9 +36,8 @@ class Saying : public doc::ApplySaying {
       out_ << store_ << ": nothing to change\n";
       return 0;
     }
-    const int written =
-        WritePlan(plan, o_.format, o_.output, inputs_, title_, out_, err_,
-                  &refusal);
+    const int written = WritePlan(plan, o_.format, o_.output, inputs_, title_,
+                                  out_, err_, &refusal);
     if (nothingToChange) return written;
     if (refusal)
       err_ << "vantrel-doc: apply would refuse: " << refusal.why << "\n";
@@ -96,17 +95,25 @@ int DocApply(const std::string& file, const std::string& store,
       request.shownDocument += (i ? "," : "") + vantrel::Escaped(o.only[i]);
     request.shownDocument += ")";
   }
+  return RunApplyRequest(request, o, out, err);
+}
+
+int RunApplyRequest(const doc::ApplyRequest& request, const ApplyOptions& o,
+                    std::ostream& out, std::ostream& err) {
   // The plan's file is held to the rule of every output before anything
   // is read, so that a refused one leaves the store, and the log, as they
   // were.
-  std::vector<std::string> inputs{file, store, o.base, o.log};
+  std::vector<std::string> inputs{request.document, request.store, o.base,
+                                  o.log};
+  if (!request.revertBefore.empty()) inputs.push_back(request.revertBefore);
   const std::string refused = vantrel::RefusedOutput(o.output, inputs);
   if (!refused.empty()) {
     err << "vantrel-doc: cannot write " << doc::ShownOutput(o.output) << ": "
         << refused << "\n";
     return 2;
   }
-  Saying saying(o, std::move(inputs), request.shownStore + " to " + request.shownDocument,
+  Saying saying(o, std::move(inputs),
+                request.shownStore + " to " + request.shownDocument,
                 request.shownStore, out, err);
   return doc::RunApply(request, saying, out, err);
 }

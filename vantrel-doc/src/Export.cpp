@@ -66,9 +66,9 @@ SinceLast Compare(const std::string& before, const std::string& after) {
 
 // A local site as the refusal names it.
 std::string SiteWords(const std::string& site, const char* whose) {
-  return site.empty() ? std::string(whose) + " has no local site"
-                      : std::string(whose) + " local site is " +
-                            vantrel::Escaped(site);
+  return site.empty()
+             ? std::string(whose) + " has no local site"
+             : std::string(whose) + " local site is " + vantrel::Escaped(site);
 }
 
 }  // namespace

@@ -98,7 +98,8 @@ void Converted(CLI::App& command, Arguments& a) {
   command.add_option("OUT", a.output, "Where it goes (- by default)");
 }
 
-void ApplyArguments(CLI::App& command, Arguments& a) {
+// Adds the options of every command that changes a store as apply does.
+void ChangeArguments(CLI::App& command, Arguments& a) {
   ApplyOptions& o = a.apply;
   Quiet(command, a);
   command.add_flag("--dry-run", o.dryRun,
@@ -139,6 +140,11 @@ void ApplyArguments(CLI::App& command, Arguments& a) {
                   "Records TEXT (a ticket, a reason) in the log's line")
       ->type_name("TEXT")
       ->check(kNamed);
+}
+
+void ApplyArguments(CLI::App& command, Arguments& a) {
+  ApplyOptions& o = a.apply;
+  ChangeArguments(command, a);
   command
       .add_option("--only", o.only,
                   "Applies only these objects (ID or KIND:NAME), with their "
@@ -349,6 +355,29 @@ const Command kCommands[] = {
        return DocApply(a.first, a.second, a.apply, a.Out(), std::cerr);
      },
      kFirst | kBase},
+    {"revert",
+     "Undoes one commit of a history on a store, keeping what changed since",
+     "[-q] [--dry-run] [--format text|json|html] [-o FILE]\n"
+     "                          [--show-secrets] [--comment TEXT] [--history "
+     "REPO]\n"
+     "                          [--keep KIND.Attribute[,...]]\n"
+     "                          [--base BASE] [--log FILE] [--max-removals "
+     "N]\n"
+     "                          [--other-installation] [--run-time]\n"
+     "                          REPO@COMMIT STORE",
+     "REPO@COMMIT and STORE",
+     [](CLI::App& c, Arguments& a) {
+       ChangeArguments(c, a);
+       c.add_option("COMMIT", a.first, "The commit, REPO@COMMIT")->required();
+       c.add_option("STORE", a.second, "The store")->required();
+     },
+     [](Arguments& a) {
+       a.apply.format = a.Format();
+       a.apply.output = a.output;
+       a.apply.showSecrets = a.showSecrets;
+       return DocRevert(a.first, a.second, a.apply, a.Out(), std::cerr);
+     },
+     kBase},
 };
 
 // Builds the command line's parser, each command's values into a.

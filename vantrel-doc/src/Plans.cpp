@@ -35,8 +35,7 @@ bool Write(const doc::Plan& plan, PlanFormat format, const std::string& title,
 
 int WritePlan(const doc::Plan& plan, PlanFormat format,
               const std::string& output, const std::vector<std::string>& inputs,
-              const std::string& title,
-              std::ostream& out, std::ostream& err,
+              const std::string& title, std::ostream& out, std::ostream& err,
               const doc::Refusal* refusal) {
   std::string error;
   // The plan is whole before it is written: standard output needs no spool.

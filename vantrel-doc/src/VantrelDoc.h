@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ApplyGuards.h"
+#include "ApplyPipeline.h"
 #include "DocumentWalk.h"
 #include "Plans.h"
 
@@ -132,6 +133,18 @@ struct ApplyOptions : doc::ApplyOptions {
 // the store unchanged.
 int DocApply(const std::string& file, const std::string& store,
              const ApplyOptions& options, std::ostream& out, std::ostream& err);
+// Runs request, the apply of a command line with options o: the plan's
+// output held to the rule of every output first, the plan written as o
+// asks. Returns DocApply's exit status.
+int RunApplyRequest(const doc::ApplyRequest& request, const ApplyOptions& o,
+                    std::ostream& out, std::ostream& err);
+// Undoes on store the changes of one commit of a history, commit
+// (REPO@COMMIT), keeping everything changed since: applied as DocApply
+// applies a document, with its options. A later change that touched what
+// the commit changed refuses it (3), the conflicting objects named.
+int DocRevert(const std::string& commit, const std::string& store,
+              const ApplyOptions& options, std::ostream& out,
+              std::ostream& err);
 // Runs command; memory running out is said once on standard error, with
 // status 2.
 int SayingOutOfMemory(const std::function<int()>& command);

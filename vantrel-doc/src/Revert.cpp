@@ -1,0 +1,35 @@
+#include <ostream>
+
+#include "ApplyPipeline.h"
+#include "Checker.h"
+#include "Escape.h"
+#include "History.h"
+#include "VantrelDoc.h"
+
+namespace vdoc {
+
+int DocRevert(const std::string& commit, const std::string& store,
+              const ApplyOptions& o, std::ostream& out, std::ostream& err) {
+  doc::ApplyRequest request;
+  std::string error, id;
+  if (!doc::ChangeArgument(commit, &request.revertBefore, &request.document,
+                           &id, &error)) {
+    err << "vantrel-doc: cannot read " << vantrel::Escaped(commit) << ": "
+        << error << "\n";
+    return 2;
+  }
+  request.store = store;
+  request.command = "revert";
+  request.options = o;
+  request.options.revert = id;
+  request.planOutput = o.output;
+  request.shownFile = doc::Shown(request.document);
+  request.shownDocument = request.shownFile + " (reverted)";
+  request.shownStore = doc::Shown(store);
+  request.shownBase = doc::Shown(o.base);
+  ApplyOptions options = o;
+  options.revert = id;
+  return RunApplyRequest(request, options, out, err);
+}
+
+}  // namespace vdoc
