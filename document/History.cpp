@@ -583,6 +583,52 @@ std::string History::ObjectPath(const std::string& installation,
   return std::string();
 }
 
+bool History::ChangedObjects(const std::string& commit,
+                             std::vector<Changed>* changed,
+                             std::string* error) const {
+  git_oid id;
+  git_commit* rawCommit = nullptr;
+  git_commit* rawParent = nullptr;
+  git_tree *rawTree = nullptr, *rawOld = nullptr;
+  git_diff* rawDiff = nullptr;
+  if (git_oid_fromstr(&id, commit.c_str()) != 0 ||
+      git_commit_lookup(&rawCommit, repo_, &id) != 0) {
+    *error = LastError();
+    return false;
+  }
+  const Own<git_commit> at(rawCommit);
+  if (git_commit_parent(&rawParent, at.get(), 0) != 0) return true;
+  const Own<git_commit> parent(rawParent);
+  if (git_commit_tree(&rawTree, at.get()) != 0 ||
+      git_commit_tree(&rawOld, parent.get()) != 0) {
+    git_tree_free(rawTree);
+    *error = LastError();
+    return false;
+  }
+  const Own<git_tree> tree(rawTree), old(rawOld);
+  // Only the objects' files: the whole document changes with each.
+  git_diff_options options = GIT_DIFF_OPTIONS_INIT;
+  char objects[] = "objects/";
+  char* paths[] = {objects};
+  options.pathspec = {paths, 1};
+  if (git_diff_tree_to_tree(&rawDiff, repo_, old.get(), tree.get(),
+                            &options) != 0) {
+    *error = LastError();
+    return false;
+  }
+  const std::unique_ptr<git_diff, void (*)(git_diff*)> diff(rawDiff,
+                                                            git_diff_free);
+  for (std::size_t i = 0; i < git_diff_num_deltas(diff.get()); ++i) {
+    const git_diff_delta* d = git_diff_get_delta(diff.get(), i);
+    changed->push_back(
+        {d->new_file.path ? d->new_file.path : d->old_file.path,
+         d->status == GIT_DELTA_ADDED ? "" : BlobText(repo_, &d->old_file.id),
+         d->status == GIT_DELTA_DELETED ? ""
+                                        : BlobText(repo_, &d->new_file.id)});
+  }
+  return true;
+}
+
 bool History::Log(const std::string& installation, const std::string& path,
                   long long since, long long until, std::vector<Entry>* entries,
                   std::string* error) const {

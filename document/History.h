@@ -100,6 +100,16 @@ class History {
   bool Log(const std::string& installation, const std::string& path,
            long long since, long long until, std::vector<Entry>* entries,
            std::string* error) const;
+  // One object's file a commit changed: its path, and its line before and
+  // after ("" when it was not there, or is no more).
+  struct Changed {
+    std::string path, before, after;
+  };
+  // The object files the commit whose identifier is commit changed from
+  // its first parent, in the order of their paths; none for a branch's
+  // first commit. False with *error.
+  bool ChangedObjects(const std::string& commit, std::vector<Changed>* changed,
+                      std::string* error) const;
   // The path of the object whose identifier is oid in the branch's last
   // commit, "" when it holds none.
   std::string ObjectPath(const std::string& installation,

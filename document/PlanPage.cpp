@@ -16,41 +16,6 @@ const char* const kHeadings[] = {"Removed", "Added", "Changed", "Moved"};
 const char* const kClasses[] = {"removed", "added", "changed", "moved"};
 const char* const kFills[] = {"#f6c6c6", "#c9ecc9", "#fbe7a8", "#c9dcf7"};
 
-// Appends text to html, escaped for HTML, after the escape of every view.
-void AppendHtml(std::string& html, std::string_view text) {
-  std::string safe;
-  if (!Plain(text)) {
-    safe = vantrel::ValueEscaped(text);
-    text = safe;
-  }
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t plain = text.find_first_of("&<>\"", i);
-    html.append(text.data() + i, std::min(plain, text.size()) - i);
-    if (plain == std::string_view::npos) return;
-    switch (text[plain]) {
-      case '&':
-        html += "&amp;";
-        break;
-      case '<':
-        html += "&lt;";
-        break;
-      case '>':
-        html += "&gt;";
-        break;
-      default:
-        html += "&quot;";
-    }
-    i = plain + 1;
-  }
-}
-
-// Text for HTML.
-std::string Html(std::string_view text) {
-  std::string html;
-  AppendHtml(html, text);
-  return html;
-}
-
 // The anchor of an object's section: the first the page gives it.
 std::string Anchor(std::string_view oid) { return "o-" + std::string(oid); }
 

@@ -432,4 +432,37 @@ std::string PlanJsonText(const Plan& plan) {
   return std::string(buffer.GetString(), buffer.GetSize());
 }
 
+void AppendHtml(std::string& html, std::string_view text) {
+  std::string safe;
+  if (!Plain(text)) {
+    safe = vantrel::ValueEscaped(text);
+    text = safe;
+  }
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t plain = text.find_first_of("&<>\"", i);
+    html.append(text.data() + i, std::min(plain, text.size()) - i);
+    if (plain == std::string_view::npos) return;
+    switch (text[plain]) {
+      case '&':
+        html += "&amp;";
+        break;
+      case '<':
+        html += "&lt;";
+        break;
+      case '>':
+        html += "&gt;";
+        break;
+      default:
+        html += "&quot;";
+    }
+    i = plain + 1;
+  }
+}
+
+std::string Html(std::string_view text) {
+  std::string html;
+  AppendHtml(html, text);
+  return html;
+}
+
 }  // namespace doc

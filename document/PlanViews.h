@@ -50,4 +50,10 @@ bool Utf8(std::string_view text);
 // backslash or a control byte (see vantrel::ValueEscaped).
 bool Plain(std::string_view text);
 
+// Appends text to html, escaped for HTML, after the escape of every view
+// (ValueEscaped): what a page shows of a document or a store.
+void AppendHtml(std::string& html, std::string_view text);
+// Text for HTML, as AppendHtml writes it.
+std::string Html(std::string_view text);
+
 }  // namespace doc

@@ -14,6 +14,9 @@
 //             naming the log, whose line names it; revert of one commit,
 //             what changed since kept, and refused with the conflict named,
 //             nothing written; what is no commit to undo refused
+//   Timeline  log --format html: every link resolving within the page, a
+//             reference linked to its object's story, secrets masked,
+//             run-time state only with --all, rendered by Chromium
 //   Revisions REPO@REV for every command that reads a document: a branch,
 //             BRANCH~N, a commit, INSTALLATION:DATE; a revision or a date
 //             that does not exist refused
@@ -37,6 +40,7 @@
 #include <chrono>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -355,15 +359,15 @@ TEST(Applied, RevertedWithAndWithoutAConflict) {
       ReadFile(log).rfind('\n', ReadFile(log).size() - 2) + 1);
   EXPECT_NE(last.find("\"outcome\":\"refused\""), std::string::npos) << last;
   // Each line of the log holds to the shipped schema.
-  const RunResult valid = test_support::Run(
-      "/usr/bin/python3",
-      {"-c",
-       "import json, sys, jsonschema\n"
-       "schema = json.load(open(sys.argv[2]))\n"
-       "for line in open(sys.argv[1]):\n"
-       "    jsonschema.validate(json.loads(line), schema)\n",
-       log, SHARE_DIR "/vantrel-log.schema.json"},
-      {});
+  const RunResult valid =
+      test_support::Run("/usr/bin/python3",
+                        {"-c",
+                         "import json, sys, jsonschema\n"
+                         "schema = json.load(open(sys.argv[2]))\n"
+                         "for line in open(sys.argv[1]):\n"
+                         "    jsonschema.validate(json.loads(line), schema)\n",
+                         log, SHARE_DIR "/vantrel-log.schema.json"},
+                        {});
   EXPECT_EQ(valid.status, 0) << valid.err;
   // What is no commit to undo.
   for (const std::string& bad :
@@ -376,6 +380,80 @@ TEST(Applied, RevertedWithAndWithoutAConflict) {
     EXPECT_EQ(run.status, 2) << bad;
     EXPECT_NE(run.err.find("vantrel-doc: cannot read "), std::string::npos);
   }
+}
+
+// log --format html: one page, a commit each opening to its changes, each
+// object's story, every link within the page resolving (a reference's
+// identifiers to their stories), secrets masked and run-time state left
+// out; headless Chromium renders it.
+TEST(Timeline, EveryLinkResolvesAndChromiumShowsIt) {
+  const std::string repo = Fresh("history-page"),
+                    store = OutputPath("history-page.db"),
+                    page = OutputPath("history-page.html");
+  const std::string
+      moved =
+          "UPDATE data_server SET host = x'0A02', connection_string = "
+          "'scott/tiger@db' WHERE oid = x'0B01';",
+      renamed =
+          "UPDATE host SET name = 'g<a>mma' WHERE oid = "
+          "x'0A02';",
+      dated = "UPDATE capture_status SET last_successful_date = '2027-01-01';",
+      redated =
+          "UPDATE capture_status SET last_successful_date = '2027-02-02';";
+  for (const std::vector<std::string>& sql :
+       {std::vector<std::string>{kFull},
+        {kFull, moved},
+        {kFull, moved, renamed, dated},
+        {kFull, moved, renamed, redated}}) {
+    MakeStore(store, sql);
+    ASSERT_EQ(Doc({"archive", "-q", store, repo}).status, 0);
+  }
+  const auto ids = [](const std::string& html, const char* pattern) {
+    std::multiset<std::string> found;
+    const std::regex re(pattern);
+    for (auto m = std::sregex_iterator(html.begin(), html.end(), re);
+         m != std::sregex_iterator(); ++m)
+      found.insert((*m)[1]);
+    return found;
+  };
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{repo}, {repo, "DATASERVER:MAINDB"}}) {
+    std::vector<std::string> command{"log", "--format", "html", "-o", page};
+    command.insert(command.end(), args.begin(), args.end());
+    const RunResult run = Doc(command);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::string html = ReadFile(page);
+    const auto anchors = ids(html, "id=\"([^\"]+)\"");
+    for (const std::string& id : anchors)
+      EXPECT_EQ(anchors.count(id), 1u) << "twice: " << id;
+    const auto links = ids(html, "href=\"#([^\"]+)\"");
+    for (const std::string& link : links)
+      EXPECT_EQ(anchors.count(link), 1u) << "unresolved #" << link;
+    // The server's host is a reference: linked to the host's story, when
+    // the page tells one.
+    EXPECT_NE(html.find("Host: \"x0A01\" &rarr; \"" +
+                        std::string(args.size() == 1
+                                        ? "<a href=\"#o-x0A02\">x0A02</a>"
+                                        : "x0A02") +
+                        "\""),
+              std::string::npos)
+        << html;
+    EXPECT_EQ(html.find("tiger"), std::string::npos);
+    EXPECT_EQ(html.find("2027-0"), std::string::npos);
+    EXPECT_EQ(html.find("g<a>mma"), std::string::npos);
+    const RunResult dom = test_support::ChromiumDom(page);
+    ASSERT_EQ(dom.status, 0) << dom.err;
+    for (const char* shown : {"DATASERVER x0B01", "scott/*****@db", "History"})
+      EXPECT_NE(dom.out.find(shown), std::string::npos) << shown;
+    EXPECT_EQ(dom.out.find("g&lt;a&gt;mma") != std::string::npos,
+              args.size() == 1);
+  }
+  // Run-time state with --all: beside a rename, and the night that only
+  // moved it.
+  ASSERT_EQ(Doc({"log", "--all", "--format", "html", "-o", page, repo}).status,
+            0);
+  for (const char* date : {"2027-01-01", "2027-02-02"})
+    EXPECT_NE(ReadFile(page).find(date), std::string::npos) << date;
 }
 
 TEST(Revisions, OfAHistoryForEveryCommand) {

@@ -11,6 +11,7 @@
 #include "Checker.h"
 #include "Escape.h"
 #include "History.h"
+#include "HistoryPage.h"
 #include "Output.h"
 #include "PlanViews.h"
 #include "Secrets.h"
@@ -204,6 +205,63 @@ void WriteJson(const std::vector<doc::History::Entry>& entries,
   out << buffer.GetString() << "\n";
 }
 
+// The changes of one object between its lines was and now, for the page;
+// run-time state left out unless all.
+void AddChanges(const std::string& oid, const std::string& was,
+                const std::string& now, bool all,
+                const doc::AttributeMask& ignored,
+                std::vector<doc::TimelineChange>* changes) {
+  doc::TimelineChange told;
+  told.oid = oid;
+  for (const ObjectChange& c :
+       Changes(was, now, &told.kind, &told.name, ignored)) {
+    if (c.runTime && !all) continue;
+    told.action = c.action;
+    told.attribute = c.attribute;
+    told.from = c.from;
+    told.to = c.to;
+    told.runTime = c.runTime;
+    changes->push_back(told);
+  }
+}
+
+// The log as one HTML page: each commit opens to its objects' changes, the
+// history's rules and run-time state left out of them as from an object's
+// story. False with *error.
+bool WriteHtml(const doc::History& history,
+               const std::vector<doc::History::Entry>& entries,
+               const std::string& title, const std::string& oid, bool all,
+               const doc::AttributeMask& ignored, std::ostream& out,
+               std::string* error) {
+  std::vector<doc::TimelineEntry> timeline;
+  for (const doc::History::Entry& e : entries) {
+    doc::TimelineEntry entry{e.commit,  When(e.time), e.author,
+                             e.message, false,        {}};
+    if (oid.empty()) {
+      entry.runTimeOnly =
+          e.message.find("(run-time state only)") != std::string::npos;
+      std::vector<doc::History::Changed> changed;
+      if (!history.ChangedObjects(e.commit, &changed, error)) return false;
+      for (const doc::History::Changed& c : changed)
+        AddChanges(c.path.substr(c.path.rfind('/') + 1), c.before, c.after, all,
+                   ignored, &entry.changes);
+      // A commit whose every change the rules or run-time state leave out
+      // is left out; a first commit, which changes no object, tells its
+      // message.
+      if (entry.changes.empty() && !changed.empty()) continue;
+    } else {
+      doc::Kind kind;
+      std::string name;
+      const auto changes = Changes(e.before, e.after, &kind, &name, ignored);
+      if (changes.empty() || (!all && RunTimeOnly(changes))) continue;
+      AddChanges(oid, e.before, e.after, all, ignored, &entry.changes);
+    }
+    timeline.push_back(std::move(entry));
+  }
+  doc::WriteTimelinePage(title, timeline, out);
+  return true;
+}
+
 // The identifier object names in the branch's last document: itself, or
 // for KIND:NAME the one object of that kind and name. "" with *error.
 std::string ObjectOid(const doc::History& history,
@@ -360,8 +418,12 @@ int DocLog(const std::string& target, const std::string& object,
   std::ostringstream text;
   if (o.format == PlanFormat::kJson)
     WriteJson(entries, target, oid, o.all, ignored, text);
-  else
+  else if (o.format == PlanFormat::kText)
     WriteText(entries, oid, o.all, ignored, text);
+  else if (!WriteHtml(*history, entries,
+                      target + (object.empty() ? "" : " " + object), oid, o.all,
+                      ignored, text, &error))
+    return failed(error);
   if (o.output == "-") {
     out << text.str();
     return 0;

@@ -285,13 +285,13 @@ const Command kCommands[] = {
      },
      0},
     {"log", "Tells what changed in a history, when and by whom",
-     "[--format text|json] [-o FILE] [--since DATE]\n"
+     "[--format text|json|html] [-o FILE] [--since DATE]\n"
      "                       [--until DATE] [--all] REPO[@INSTALLATION] "
      "[OBJECT]",
      "REPO",
      [](CLI::App& c, Arguments& a) {
-       c.add_option("--format", a.format, "text or json")
-           ->check(CLI::IsMember({"text", "json"}));
+       c.add_option("--format", a.format, "text, json, or html: a timeline")
+           ->check(CLI::IsMember({"text", "json", "html"}));
        c.add_option("-o,--output", a.output, "Where the log goes")
            ->type_name("FILE")
            ->check(kNamed);
