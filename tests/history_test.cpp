@@ -551,7 +551,7 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
                    "UPDATE capture_status SET last_successful_date = "
                    "'2027-01-01';"
                    "UPDATE data_server SET connection_string = "
-                   "'u/prod-pw@db' WHERE oid = x'0B02';"});
+                   "'u/prod-pw@db<1>' WHERE oid = x'0B02';"});
   ASSERT_EQ(Doc({"archive", "-q", test, repo}).status, 0);
   ASSERT_EQ(Doc({"archive", "-q", prod, repo}).status, 0);
   ASSERT_EQ(
@@ -571,12 +571,17 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
        "",
        1,
        "DATASERVER x0B02 \"SIDEDB\"\n"
-       "  ConnectionString: prod \"u/*****@db\", staging \"u/*****@db\", "
-       "test \"\"\n"
+       "  ConnectionString: prod \"u/*****@db<1>\", staging "
+       "\"u/*****@db<1>\", test \"\"\n"
        "LOCALSITE x1201 \"prod\"\n"
        "  Name: prod \"prod\", staging \"prod\", test \"test\"\n"
        "2 objects differ across 3 installations\n"},
       {{"--all"}, "", 1, "5 objects differ"},
+      {{"--format", "html"},
+       "",
+       1,
+       "<tr><th>ConnectionString</th><td>&quot;u/*****@db&lt;1&gt;&quot;</td>"
+       "<td>&quot;u/*****@db&lt;1&gt;&quot;</td><td>&quot;&quot;</td></tr>"},
       {{},
        "# the installations' own\nLOCALSITE.Name\n"
        "DATASERVER.ConnectionString prod\nDATASERVER.ConnectionString "

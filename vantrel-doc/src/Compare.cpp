@@ -173,7 +173,8 @@ void WriteJson(const std::vector<Differing>& differing,
       w.Key(attribute.c_str());
       w.StartObject();
       for (const auto& [installation, value] : values) {
-        w.Key(installation.c_str());
+        const std::string key = doc::JsonSafe(installation);
+        w.Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
         text(value);
       }
       w.EndObject();
@@ -184,6 +185,49 @@ void WriteJson(const std::vector<Differing>& differing,
   w.EndArray();
   w.EndObject();
   out << buffer.GetString() << "\n";
+}
+
+// The installations side by side as one self-contained page: a table per
+// object that differs, an installation a column.
+void WriteHtml(const std::vector<Differing>& differing,
+               const std::vector<std::string>& installations,
+               const std::string& repo, std::ostream& out) {
+  out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta "
+         "charset=\"utf-8\">\n<title>Installations: "
+      << doc::Html(repo)
+      << "</title>\n<style>\nbody { font-family: sans-serif; margin: 2em; }\n"
+         "table { border-collapse: collapse; margin-bottom: 1em; }\n"
+         "th, td { border: 1px solid #ccc; padding: 0.2em 0.5em; "
+         "text-align: left; }\ntd.none { color: #999; }\n</style>\n</head>\n"
+         "<body>\n<h1>Installations</h1>\n<p>"
+      << doc::Html(repo) << ": " << differing.size()
+      << " objects differ across " << installations.size()
+      << " installations</p>\n";
+  for (const Differing& d : differing) {
+    out << "<h2 id=\"" << doc::Html("o-" + d.oid) << "\">"
+        << doc::LayoutOf(d.kind).name << " " << doc::Html(d.oid)
+        << (d.name.empty() ? "" : " \"" + doc::Html(d.name) + "\"")
+        << "</h2>\n<table>\n<tr><th></th>";
+    for (const std::string& i : installations)
+      out << "<th>" << doc::Html(i) << "</th>";
+    out << "</tr>\n<tr><th>held</th>";
+    const std::set<std::string> held(d.heldBy.begin(), d.heldBy.end());
+    for (const std::string& i : installations)
+      out << (held.count(i) ? "<td>yes</td>" : "<td class=\"none\">no</td>");
+    out << "</tr>\n";
+    for (const auto& [attribute, values] : d.values) {
+      out << "<tr><th>" << doc::Html(attribute) << "</th>";
+      for (const std::string& i : installations) {
+        const auto value = values.find(i);
+        out << (value == values.end()
+                    ? "<td class=\"none\"></td>"
+                    : "<td>&quot;" + doc::Html(value->second) + "&quot;</td>");
+      }
+      out << "</tr>\n";
+    }
+    out << "</table>\n";
+  }
+  out << "</body>\n</html>\n";
 }
 
 }  // namespace
@@ -207,6 +251,8 @@ int DocCompare(const std::string& repo, const CompareOptions& o,
       Differences(*history, installations, ignored);
   if (o.format == PlanFormat::kJson)
     WriteJson(differing, installations, out);
+  else if (o.format == PlanFormat::kHtml)
+    WriteHtml(differing, installations, repo, out);
   else
     WriteText(differing, installations, out);
   return differing.empty() ? 0 : 1;

@@ -325,10 +325,10 @@ const Command kCommands[] = {
      },
      0},
     {"compare", "Shows what differs across the installations of a history",
-     "[--format text|json] [--all] REPO", "REPO",
+     "[--format text|json|html] [--all] REPO", "REPO",
      [](CLI::App& c, Arguments& a) {
-       c.add_option("--format", a.format, "text or json")
-           ->check(CLI::IsMember({"text", "json"}));
+       c.add_option("--format", a.format, "text, json, or html: a page")
+           ->check(CLI::IsMember({"text", "json", "html"}));
        c.add_flag("--all", a.compare.all, "Run-time state too");
        c.add_option("REPO", a.first, "The history")->required();
      },
