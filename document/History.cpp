@@ -392,10 +392,53 @@ bool History::Change(const std::string& rev, std::string* before,
          DocumentOf(repo_, at.get(), after, error);
 }
 
+namespace {
+
+// The file mode mask of what is written into repo while it lives: a
+// repository shared with its group, or everyone (core.sharedRepository, as
+// git init --shared sets it), gets directories and references they may
+// write, as git's own would; the process's mask otherwise.
+class SharedMask {
+ public:
+  explicit SharedMask(git_repository* repo) : mask_(::umask(0)) {
+    ::umask(mask_);
+    git_config* raw = nullptr;
+    if (git_repository_config(&raw, repo) != 0) return;
+    const Own<git_config> config(raw);
+    git_buf value = GIT_BUF_INIT;
+    if (git_config_get_string_buf(&value, config.get(),
+                                  "core.sharedRepository") != 0)
+      return;
+    const std::string shared(value.ptr, value.size);
+    git_buf_dispose(&value);
+    mode_t mask = mask_;
+    // Everyone's repository is the group's too: what git writes there
+    // others may read, as they may here.
+    if (shared == "group" || shared == "true" || shared == "1" ||
+        shared == "all" || shared == "world" || shared == "everybody" ||
+        shared == "2")
+      mask = 002;
+    else if (shared.size() > 1 && shared[0] == '0' &&
+             shared.find_first_not_of("01234567") == std::string::npos)
+      // An exact mode for files: directories keep their search bits.
+      mask = static_cast<mode_t>(~std::stoul(shared, nullptr, 8) & 0666);
+    ::umask(mask);
+  }
+  ~SharedMask() { ::umask(mask_); }
+  SharedMask(const SharedMask&) = delete;
+  SharedMask& operator=(const SharedMask&) = delete;
+
+ private:
+  mode_t mask_;
+};
+
+}  // namespace
+
 bool History::Commit(
     const std::string& installation, const std::string& document,
     const std::function<std::string(const std::string&)>& message,
     std::string* commit, std::string* error) {
+  const SharedMask shared(repo_);
   const std::string branch = "refs/heads/" + BranchOf(installation);
   const Own<git_signature> signature = Signature();
   // Another archive may move the branch meanwhile: the commit then follows
@@ -611,8 +654,8 @@ bool History::ChangedObjects(const std::string& commit,
   char objects[] = "objects/";
   char* paths[] = {objects};
   options.pathspec = {paths, 1};
-  if (git_diff_tree_to_tree(&rawDiff, repo_, old.get(), tree.get(),
-                            &options) != 0) {
+  if (git_diff_tree_to_tree(&rawDiff, repo_, old.get(), tree.get(), &options) !=
+      0) {
     *error = LastError();
     return false;
   }

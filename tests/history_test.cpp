@@ -25,11 +25,11 @@
 //             cannot be exported: status 2, nothing written
 //   Shared    installations share one repository, a branch each, or push
 //             their branches to a central one (never over a branch moved
-//             past theirs), compared
-//             side by side by name (run-time state with --all, secrets
-//             masked, the history's rules leaving values out, a bad rule
-//             refused); archives at once to one branch all end up
-//             committed
+//             past theirs), compared side by side by name as text or a
+//             page (run-time state with --all, secrets masked, the
+//             history's rules leaving values out, a bad rule refused); a
+//             group-shared repository stays shared; archives at once to
+//             one branch all end up committed
 //   ArchiveKilled SIGKILL at several moments of an archive: git fsck finds the
 //             repository sound, and the next archive works
 #include <signal.h>
@@ -601,6 +601,53 @@ TEST(Shared, InstallationsShareARepositoryAndArchivesAtOnceAllCommit) {
     EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
   }
   std::remove((repo + "/vantrel-ignore").c_str());
+  // A repository shared with its group stays shared: what an archive adds
+  // (directories of objects, the branch), its group may write, whatever
+  // the archive's own file mode mask.
+  for (const char* shared : {"group", "1", "all", "0660"}) {
+    SCOPED_TRACE(shared);
+    const std::string group = Fresh("history-group");
+    Git(OutputPath(""), {"init", "-q", "--bare", group});
+    Git(group, {"config", "core.sharedRepository", shared});
+    Git(group, {"config", "vantrel.history", "true"});
+    const mode_t mask = ::umask(022);
+    EXPECT_EQ(Doc({"archive", "-q", test, group}).status, 0);
+    ::umask(mask);
+    // What the archive made: readable by the group, the directories
+    // searchable, and they and the branch writable by it.
+    const std::vector<std::string> found = {group + "/objects",
+                                            group + "/refs/heads",
+                                            "-mindepth",
+                                            "1",
+                                            "-newer",
+                                            group + "/config",
+                                            "(",
+                                            "!",
+                                            "-perm",
+                                            "-g+r",
+                                            "-o",
+                                            "(",
+                                            "-type",
+                                            "d",
+                                            "!",
+                                            "-perm",
+                                            "-g+x",
+                                            ")",
+                                            "-o",
+                                            "(",
+                                            "-type",
+                                            "d",
+                                            "-o",
+                                            "-path",
+                                            "*/refs/heads/*",
+                                            ")",
+                                            "!",
+                                            "-perm",
+                                            "-g+w",
+                                            ")"};
+    EXPECT_EQ(test_support::Run("/usr/bin/find", found, {}).out, "");
+    EXPECT_EQ(Git(group, {"fsck", "--strict"}).status, 0);
+  }
   // Each installation archives into a history of its own and pushes its
   // branch to a central one, a bare repository marked as a history, whose
   // log and compare then work.
