@@ -264,6 +264,8 @@ struct Run {
   std::string saidPlan, logLine;
   // The part's objects that the store holds as other objects, sorted.
   std::vector<std::string> otherObjectIds;
+  // A revert: the local site of the commit's document.
+  std::string revertSite;
 };
 
 // Says once why the apply stops and that the store was not changed, and
@@ -307,6 +309,7 @@ Stop RevertOn(Run& run, std::string* wanted) {
   std::string error;
   const bool reverted = RevertCommit(revert, &made, &error);
   run.facts.conflicts = std::move(made.conflicts);
+  run.revertSite = made.site;
   if (!reverted) return run.facts.conflicts.empty() ? Stop{1, error} : kGoOn;
   *wanted = std::move(made.wanted);
   return kGoOn;
@@ -506,7 +509,10 @@ void CompareBase(Run& run) {
 Stop FindFacts(Run& run) {
   GuardFacts& f = run.facts;
   f.base = run.shownBase;
-  f.documentSite = run.wanted.LocalSite();
+  // A revert's document is the store's own, changed: the commit's says
+  // whose installation the change was.
+  f.documentSite =
+      run.options.revert.empty() ? run.wanted.LocalSite() : run.revertSite;
   f.storeSite = run.current.LocalSite();
   if (!f.storeSite.empty()) {
     ApplyContext& context = run.log.Context();

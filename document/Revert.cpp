@@ -171,6 +171,8 @@ bool RevertCommit(const RevertRequest& request, Reverted* reverted,
     return false;
   r.was = IndexOf(r.before);
   r.is = IndexOf(r.after);
+  for (const Node& top : r.after.top)
+    if (top.kind == kLocalSite) reverted->site = top.oid;
   Places store(r.now);
   UndoAdditionsAndChanges(r, store);
   CheckDropped(r, store);

@@ -21,6 +21,9 @@ struct Reverted {
   // Each object a later change touched where the commit did, as messages
   // tell it, in the order of the commit's document.
   std::vector<std::string> conflicts;
+  // The local site of the commit's document (its installation), "" for
+  // none: a commit of another installation is no change of this store's.
+  std::string site;
 };
 
 // Sets reverted->wanted to current with the changes from before to after

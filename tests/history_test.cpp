@@ -369,6 +369,21 @@ TEST(Applied, RevertedWithAndWithoutAConflict) {
                          log, SHARE_DIR "/vantrel-log.schema.json"},
                         {});
   EXPECT_EQ(valid.status, 0) << valid.err;
+  // A commit of another installation is no change of this store's.
+  const std::string elsewhere = OutputPath("history-revert-other.db");
+  for (const char* sql :
+       {"UPDATE host SET os_version = '9' WHERE oid = x'0A02';", ""}) {
+    MakeStore(elsewhere, {kFull, "UPDATE local_site SET oid = x'1299';", sql});
+    ASSERT_EQ(
+        Doc({"archive", "-q", "--installation", "far", elsewhere, repo}).status,
+        0);
+  }
+  run = Doc({"revert", "--dry-run", repo + "@far", store});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_NE(run.err.find("is another installation's: its local site is "
+                         "x1299, the store's is x1201"),
+            std::string::npos)
+      << run.err;
   // What is no commit to undo.
   for (const std::string& bad :
        {repo + "@HOME~9",
