@@ -16,6 +16,7 @@
 #include <regex>
 #include <sstream>
 #include <thread>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -191,41 +192,118 @@ bool Put(git_repository* repo, git_index* index, const std::string& path,
   return true;
 }
 
-// The tree of document: the tree of parent (null for none) with the files
-// that differ rewritten and those of objects no longer there removed.
-bool WriteTree(git_repository* repo, git_commit* parent,
-               const std::string& document, git_oid* tree, std::string* error) {
+// The path of the object whose line is text, or "" for a line of no object.
+std::string PathOf(std::string_view text) {
+  Line line;
+  std::string unused;
+  const int oid = ReadLine(text.substr(0, text.size() - (text.empty() ? 0 : 1)),
+                           line, &unused) &&
+                          line.type == Line::kStart
+                      ? OidIndex(line.kind)
+                      : -1;
+  return oid < 0
+             ? std::string()
+             : std::string(kHistoryObjects) + LayoutOf(line.kind).name + "/" +
+                   std::string(line.values[static_cast<std::size_t>(oid)]);
+}
+
+// Each line of text, with its line end.
+std::vector<std::string_view> LinesOf(std::string_view text) {
+  std::vector<std::string_view> lines;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size() - 1);
+    lines.push_back(text.substr(at, end + 1 - at));
+    at = end + 1;
+  }
+  return lines;
+}
+
+// The tree of the first document: every object's file, and the document.
+bool WriteFirstTree(git_repository* repo, const std::string& document,
+                    git_oid* tree, std::string* error) {
   git_index* raw = nullptr;
-  git_tree* rawTree = nullptr;
   if (git_index_new(&raw) != 0) {
     *error = LastError();
     return false;
   }
   const Own<git_index> index(raw);
-  if (parent) {
-    if (git_commit_tree(&rawTree, parent) != 0 ||
-        git_index_read_tree(index.get(), rawTree) != 0) {
-      git_tree_free(rawTree);
+  for (const ObjectFile& file : ObjectFiles(document))
+    if (!Put(repo, index.get(), file.path, file.line, error)) return false;
+  if (!Put(repo, index.get(), kHistoryDocument, document, error)) return false;
+  if (git_index_write_tree_to(tree, index.get(), repo) != 0) {
+    *error = LastError();
+    return false;
+  }
+  return true;
+}
+
+// The tree of document: the tree of parent (null for none), whose document
+// is previous, with the files of the lines that differ rewritten and those
+// of objects no longer there removed. A night changes a few objects of
+// thousands: only their lines are read, and only the trees that hold them
+// written again.
+bool WriteTree(git_repository* repo, git_commit* parent,
+               const std::string& previous, const std::string& document,
+               git_oid* tree, std::string* error) {
+  if (!parent) return WriteFirstTree(repo, document, tree, error);
+  git_tree* rawTree = nullptr;
+  if (git_commit_tree(&rawTree, parent) != 0) {
+    *error = LastError();
+    return false;
+  }
+  const Own<git_tree> baseline(rawTree);
+  // A line both documents hold is an object unchanged, or no object.
+  std::unordered_map<std::string_view, int> was;
+  for (std::string_view line : LinesOf(previous)) ++was[line];
+  std::vector<std::string> paths;
+  std::vector<git_tree_update> updates;
+  std::unordered_set<std::string> upserted;
+  for (std::string_view line : LinesOf(document)) {
+    const auto held = was.find(line);
+    if (held != was.end() && held->second > 0) {
+      --held->second;
+      continue;
+    }
+    std::string path = PathOf(line);
+    if (path.empty()) continue;
+    git_tree_update update{};
+    update.action = GIT_TREE_UPDATE_UPSERT;
+    update.filemode = GIT_FILEMODE_BLOB;
+    if (git_blob_create_from_buffer(&update.id, repo, line.data(),
+                                    line.size()) != 0) {
       *error = LastError();
       return false;
     }
-    git_tree_free(rawTree);
+    upserted.insert(path);
+    paths.push_back(std::move(path));
+    updates.push_back(update);
   }
-  std::unordered_set<std::string> kept;
-  for (const ObjectFile& file : ObjectFiles(document)) {
-    if (!Put(repo, index.get(), file.path, file.line, error)) return false;
-    kept.insert(file.path);
+  // What previous holds and document does not: objects gone, unless their
+  // file was written anew above.
+  for (const auto& [line, left] : was) {
+    if (left <= 0) continue;
+    std::string path = PathOf(line);
+    if (path.empty() || upserted.count(path)) continue;
+    git_tree_update update{};
+    update.action = GIT_TREE_UPDATE_REMOVE;
+    paths.push_back(std::move(path));
+    updates.push_back(update);
   }
-  std::vector<std::string> gone;
-  for (std::size_t i = 0; i < git_index_entrycount(index.get()); ++i) {
-    const std::string path = git_index_get_byindex(index.get(), i)->path;
-    if (path.rfind(kHistoryObjects, 0) == 0 && !kept.count(path))
-      gone.push_back(path);
+  git_tree_update whole{};
+  whole.action = GIT_TREE_UPDATE_UPSERT;
+  whole.filemode = GIT_FILEMODE_BLOB;
+  if (git_blob_create_from_buffer(&whole.id, repo, document.data(),
+                                  document.size()) != 0) {
+    *error = LastError();
+    return false;
   }
-  for (const std::string& path : gone)
-    git_index_remove_bypath(index.get(), path.c_str());
-  if (!Put(repo, index.get(), kHistoryDocument, document, error)) return false;
-  if (git_index_write_tree_to(tree, index.get(), repo) != 0) {
+  paths.push_back(kHistoryDocument);
+  updates.push_back(whole);
+  // The paths are set last: the vector holding them no longer moves.
+  for (std::size_t i = 0; i < updates.size(); ++i)
+    updates[i].path = paths[i].c_str();
+  if (git_tree_create_updated(tree, repo, baseline.get(), updates.size(),
+                              updates.data()) != 0) {
     *error = LastError();
     return false;
   }
@@ -454,7 +532,8 @@ bool History::Commit(
     }
     git_oid treeId, commitId;
     git_tree* tree = nullptr;
-    if (!WriteTree(repo_, parent.get(), document, &treeId, error)) return false;
+    if (!WriteTree(repo_, parent.get(), previous, document, &treeId, error))
+      return false;
     if (git_tree_lookup(&tree, repo_, &treeId) != 0) {
       *error = LastError();
       return false;
