@@ -762,6 +762,10 @@ bool History::Log(const std::string& installation, const std::string& path,
         vantrel::Escaped(installation) + " is no installation of the history";
     return false;
   }
+  // The file's identifier in a parent is the next commit's own: each
+  // tree is looked into once.
+  bool known = false, knownHas = false;
+  git_oid knownId{};
   while (at) {
     git_commit* raw = nullptr;
     Own<git_commit> parent(git_commit_parent(&raw, at.get(), 0) == 0 ? raw
@@ -769,14 +773,19 @@ bool History::Log(const std::string& installation, const std::string& path,
     const long long time = git_commit_time(at.get());
     if (until >= 0 && time > until) {
       at = std::move(parent);
+      known = false;
       continue;
     }
     if (since >= 0 && time < since) break;
     Entry entry;
-    git_oid now, was;
-    const bool has = !path.empty() && EntryId(at.get(), path, &now);
+    git_oid now = knownId, was;
+    const bool has =
+        known ? knownHas : !path.empty() && EntryId(at.get(), path, &now);
     const bool had =
         parent && !path.empty() && EntryId(parent.get(), path, &was);
+    known = true;
+    knownHas = had;
+    if (had) knownId = was;
     // Only the commits that changed the object's file, for a log of one.
     if (!path.empty() && (has == had && (!has || git_oid_equal(&now, &was)))) {
       at = std::move(parent);
