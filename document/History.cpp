@@ -16,14 +16,13 @@
 #include <regex>
 #include <sstream>
 #include <thread>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "AdminDocument.h"
-#include "Checker.h"
 #include "Escape.h"
 #include "Files.h"
+#include "GitObjects.h"
+#include "HistoryTree.h"
 
 namespace doc {
 
@@ -39,25 +38,6 @@ void SetUp() {
   }();
   (void)done;
 }
-
-std::string LastError() {
-  const git_error* e = git_error_last();
-  return e && e->message ? vantrel::Escaped(e->message) : "unknown error";
-}
-
-// Each libgit2 object, freed by its own function.
-struct Free {
-  void operator()(git_object* o) const { git_object_free(o); }
-  void operator()(git_commit* c) const { git_commit_free(c); }
-  void operator()(git_tree* t) const { git_tree_free(t); }
-  void operator()(git_blob* b) const { git_blob_free(b); }
-  void operator()(git_index* i) const { git_index_free(i); }
-  void operator()(git_reference* r) const { git_reference_free(r); }
-  void operator()(git_signature* s) const { git_signature_free(s); }
-  void operator()(git_config* c) const { git_config_free(c); }
-};
-template <typename T>
-using Own = std::unique_ptr<T, Free>;
 
 // The configuration key that marks a history of this tool.
 constexpr char kMark[] = "vantrel.history";
@@ -141,173 +121,6 @@ Own<git_signature> Signature() {
   git_signature_now(&signature, name.c_str(),
                     (name + "@" + (*host ? host : "localhost")).c_str());
   return Own<git_signature>(signature);
-}
-
-// Each object's file of a document in the exporter's layout: its path and
-// its line.
-struct ObjectFile {
-  std::string path;
-  std::string_view line;
-};
-
-std::vector<ObjectFile> ObjectFiles(std::string_view document) {
-  std::vector<ObjectFile> files;
-  Line line;
-  std::string unused;
-  for (std::size_t at = 0; at < document.size();) {
-    std::size_t end = document.find('\n', at);
-    if (end == std::string_view::npos) end = document.size();
-    const std::string_view text = document.substr(at, end - at);
-    line = Line();
-    const int oid = ReadLine(text, line, &unused) && line.type == Line::kStart
-                        ? AttributeIndex(line.kind, "Oid")
-                        : -1;
-    if (oid >= 0)
-      files.push_back(
-          {std::string(kHistoryObjects) + LayoutOf(line.kind).name + "/" +
-               std::string(line.values[static_cast<std::size_t>(oid)]),
-           document.substr(at, end + 1 - at)});
-    at = end + 1;
-  }
-  return files;
-}
-
-// Puts bytes at path of index, writing a blob only when the path holds
-// other bytes; false with *error.
-bool Put(git_repository* repo, git_index* index, const std::string& path,
-         std::string_view bytes, std::string* error) {
-  git_oid id;
-  git_odb_hash(&id, bytes.data(), bytes.size(), GIT_OBJECT_BLOB);
-  const git_index_entry* held = git_index_get_bypath(index, path.c_str(), 0);
-  if (held && git_oid_equal(&held->id, &id)) return true;
-  git_index_entry entry{};
-  entry.mode = GIT_FILEMODE_BLOB;
-  entry.path = path.c_str();
-  if (git_blob_create_from_buffer(&entry.id, repo, bytes.data(),
-                                  bytes.size()) != 0 ||
-      git_index_add(index, &entry) != 0) {
-    *error = LastError();
-    return false;
-  }
-  return true;
-}
-
-// The path of the object whose line is text, or "" for a line of no object.
-std::string PathOf(std::string_view text) {
-  Line line;
-  std::string unused;
-  const int oid = ReadLine(text.substr(0, text.size() - (text.empty() ? 0 : 1)),
-                           line, &unused) &&
-                          line.type == Line::kStart
-                      ? OidIndex(line.kind)
-                      : -1;
-  return oid < 0
-             ? std::string()
-             : std::string(kHistoryObjects) + LayoutOf(line.kind).name + "/" +
-                   std::string(line.values[static_cast<std::size_t>(oid)]);
-}
-
-// Each line of text, with its line end.
-std::vector<std::string_view> LinesOf(std::string_view text) {
-  std::vector<std::string_view> lines;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find('\n', at), text.size() - 1);
-    lines.push_back(text.substr(at, end + 1 - at));
-    at = end + 1;
-  }
-  return lines;
-}
-
-// The tree of the first document: every object's file, and the document.
-bool WriteFirstTree(git_repository* repo, const std::string& document,
-                    git_oid* tree, std::string* error) {
-  git_index* raw = nullptr;
-  if (git_index_new(&raw) != 0) {
-    *error = LastError();
-    return false;
-  }
-  const Own<git_index> index(raw);
-  for (const ObjectFile& file : ObjectFiles(document))
-    if (!Put(repo, index.get(), file.path, file.line, error)) return false;
-  if (!Put(repo, index.get(), kHistoryDocument, document, error)) return false;
-  if (git_index_write_tree_to(tree, index.get(), repo) != 0) {
-    *error = LastError();
-    return false;
-  }
-  return true;
-}
-
-// The tree of document: the tree of parent (null for none), whose document
-// is previous, with the files of the lines that differ rewritten and those
-// of objects no longer there removed. A night changes a few objects of
-// thousands: only their lines are read, and only the trees that hold them
-// written again.
-bool WriteTree(git_repository* repo, git_commit* parent,
-               const std::string& previous, const std::string& document,
-               git_oid* tree, std::string* error) {
-  if (!parent) return WriteFirstTree(repo, document, tree, error);
-  git_tree* rawTree = nullptr;
-  if (git_commit_tree(&rawTree, parent) != 0) {
-    *error = LastError();
-    return false;
-  }
-  const Own<git_tree> baseline(rawTree);
-  // A line both documents hold is an object unchanged, or no object.
-  std::unordered_map<std::string_view, int> was;
-  for (std::string_view line : LinesOf(previous)) ++was[line];
-  std::vector<std::string> paths;
-  std::vector<git_tree_update> updates;
-  std::unordered_set<std::string> upserted;
-  for (std::string_view line : LinesOf(document)) {
-    const auto held = was.find(line);
-    if (held != was.end() && held->second > 0) {
-      --held->second;
-      continue;
-    }
-    std::string path = PathOf(line);
-    if (path.empty()) continue;
-    git_tree_update update{};
-    update.action = GIT_TREE_UPDATE_UPSERT;
-    update.filemode = GIT_FILEMODE_BLOB;
-    if (git_blob_create_from_buffer(&update.id, repo, line.data(),
-                                    line.size()) != 0) {
-      *error = LastError();
-      return false;
-    }
-    upserted.insert(path);
-    paths.push_back(std::move(path));
-    updates.push_back(update);
-  }
-  // What previous holds and document does not: objects gone, unless their
-  // file was written anew above.
-  for (const auto& [line, left] : was) {
-    if (left <= 0) continue;
-    std::string path = PathOf(line);
-    if (path.empty() || upserted.count(path)) continue;
-    git_tree_update update{};
-    update.action = GIT_TREE_UPDATE_REMOVE;
-    paths.push_back(std::move(path));
-    updates.push_back(update);
-  }
-  git_tree_update whole{};
-  whole.action = GIT_TREE_UPDATE_UPSERT;
-  whole.filemode = GIT_FILEMODE_BLOB;
-  if (git_blob_create_from_buffer(&whole.id, repo, document.data(),
-                                  document.size()) != 0) {
-    *error = LastError();
-    return false;
-  }
-  paths.push_back(kHistoryDocument);
-  updates.push_back(whole);
-  // The paths are set last: the vector holding them no longer moves.
-  for (std::size_t i = 0; i < updates.size(); ++i)
-    updates[i].path = paths[i].c_str();
-  if (git_tree_create_updated(tree, repo, baseline.get(), updates.size(),
-                              updates.data()) != 0) {
-    *error = LastError();
-    return false;
-  }
-  return true;
 }
 
 // Writes to the disk everything the repository's file system holds:
@@ -804,64 +617,6 @@ bool History::Log(const std::string& installation, const std::string& path,
     at = std::move(parent);
   }
   return true;
-}
-
-namespace {
-
-// Splits arg, REPO@REV, at the first '@' after which the history stands;
-// false when none does.
-bool SplitRevision(const std::string& arg, std::string* repo,
-                   std::string* rev) {
-  for (std::size_t at = arg.find('@'); at != std::string::npos;
-       at = arg.find('@', at + 1)) {
-    *repo = arg.substr(0, at);
-    if (repo->empty() || !History::Is(*repo)) continue;
-    *rev = arg.substr(at + 1);
-    return true;
-  }
-  return false;
-}
-
-// Sets *path to a file holding bytes, named name in messages: held open
-// while the process lasts, the file is its descriptor. False with *error.
-bool Held(const std::string& bytes, const std::string& name, std::string* path,
-          std::string* error) {
-  if (vantrel::HeldBytes(bytes, path) < 0) {
-    *error = std::string("cannot hold it in the temporary directory: ") +
-             std::strerror(errno);
-    return false;
-  }
-  NameFile(*path, name);
-  return true;
-}
-
-}  // namespace
-
-bool DocumentArgument(const std::string& given, std::string* path,
-                      std::string* error) {
-  const std::string arg = given;  // path may be given itself
-  *path = arg;
-  struct stat st {};
-  std::string repo, rev, bytes;
-  if (arg == "-" || ::stat(arg.c_str(), &st) == 0 ||
-      !SplitRevision(arg, &repo, &rev))
-    return true;
-  const std::unique_ptr<History> history = History::Open(repo, false, error);
-  return history && history->Document(rev, &bytes, error) &&
-         Held(bytes, arg, path, error);
-}
-
-bool ChangeArgument(const std::string& arg, std::string* before,
-                    std::string* after, std::string* commit,
-                    std::string* error) {
-  std::string repo, rev, was, is;
-  if (!SplitRevision(arg, &repo, &rev)) {
-    *error = "it is no commit of a history (REPO@COMMIT)";
-    return false;
-  }
-  const std::unique_ptr<History> history = History::Open(repo, false, error);
-  return history && history->Change(rev, &was, &is, commit, error) &&
-         Held(was, arg + "^", before, error) && Held(is, arg, after, error);
 }
 
 }  // namespace doc

@@ -8,7 +8,7 @@
 #include "AttributeRules.h"
 #include "Commands.h"
 #include "Escape.h"
-#include "History.h"
+#include "RevisionArgument.h"
 #include "Output.h"
 #include "VantrelDoc.h"
 

@@ -3,7 +3,7 @@
 #include "ApplyPipeline.h"
 #include "Checker.h"
 #include "Escape.h"
-#include "History.h"
+#include "RevisionArgument.h"
 #include "VantrelDoc.h"
 
 namespace vdoc {
