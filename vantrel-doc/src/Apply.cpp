@@ -78,12 +78,7 @@ int DocApply(const std::string& file, const std::string& store,
              const ApplyOptions& o, std::ostream& out, std::ostream& err) {
   doc::ApplyRequest request;
   request.document = file;
-  request.store = store;
-  request.options = o;
-  request.planOutput = o.output;
   request.shownFile = doc::Shown(file);
-  request.shownStore = doc::Shown(store);
-  request.shownBase = doc::Shown(o.base);
   request.shownDocument = request.shownFile;
   // A part is named by its identifiers, a long list by its count.
   if (o.only.size() > kMostNamed) {
@@ -95,11 +90,17 @@ int DocApply(const std::string& file, const std::string& store,
       request.shownDocument += (i ? "," : "") + vantrel::Escaped(o.only[i]);
     request.shownDocument += ")";
   }
-  return RunApplyRequest(request, o, out, err);
+  return RunApplyRequest(request, store, o, out, err);
 }
 
-int RunApplyRequest(const doc::ApplyRequest& request, const ApplyOptions& o,
-                    std::ostream& out, std::ostream& err) {
+int RunApplyRequest(doc::ApplyRequest request, const std::string& store,
+                    const ApplyOptions& o, std::ostream& out,
+                    std::ostream& err) {
+  request.store = store;
+  request.options = o;
+  request.planOutput = o.output;
+  request.shownStore = doc::Shown(store);
+  request.shownBase = doc::Shown(o.base);
   // The plan's file is held to the rule of every output before anything
   // is read, so that a refused one leaves the store, and the log, as they
   // were.

@@ -18,18 +18,12 @@ int DocRevert(const std::string& commit, const std::string& store,
         << error << "\n";
     return 2;
   }
-  request.store = store;
   request.command = "revert";
-  request.options = o;
-  request.options.revert = id;
-  request.planOutput = o.output;
   request.shownFile = doc::Shown(request.document);
   request.shownDocument = request.shownFile + " (reverted)";
-  request.shownStore = doc::Shown(store);
-  request.shownBase = doc::Shown(o.base);
   ApplyOptions options = o;
   options.revert = id;
-  return RunApplyRequest(request, options, out, err);
+  return RunApplyRequest(request, store, options, out, err);
 }
 
 }  // namespace vdoc

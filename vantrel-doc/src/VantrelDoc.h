@@ -133,11 +133,13 @@ struct ApplyOptions : doc::ApplyOptions {
 // the store unchanged.
 int DocApply(const std::string& file, const std::string& store,
              const ApplyOptions& options, std::ostream& out, std::ostream& err);
-// Runs request, the apply of a command line with options o: the plan's
-// output held to the rule of every output first, the plan written as o
-// asks. Returns DocApply's exit status.
-int RunApplyRequest(const doc::ApplyRequest& request, const ApplyOptions& o,
-                    std::ostream& out, std::ostream& err);
+// Runs request, the apply of a document (named in the request) to store
+// with options o, which fill in the rest of the request: the plan's output
+// held to the rule of every output first, the plan written as o asks.
+// Returns DocApply's exit status.
+int RunApplyRequest(doc::ApplyRequest request, const std::string& store,
+                    const ApplyOptions& o, std::ostream& out,
+                    std::ostream& err);
 // Undoes on store the changes of one commit of a history, commit
 // (REPO@COMMIT), keeping everything changed since: applied as DocApply
 // applies a document, with its options. A later change that touched what
