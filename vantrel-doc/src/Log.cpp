@@ -31,12 +31,9 @@ std::string When(long long seconds) {
   return text;
 }
 
-// One change of an object between two of its lines.
-struct ObjectChange {
-  std::string action;  // added, removed, changed
-  std::string attribute, from, to;
-  bool runTime = false;
-};
+// One change of an object between two of its lines, as every view of the
+// log tells it.
+using ObjectChange = doc::TimelineChange;
 
 // The attributes a history's rules leave out, by kind.
 const doc::AttributeMask kNoneIgnored{};
@@ -62,7 +59,13 @@ std::vector<ObjectChange> Changes(const std::string& was,
   *name = named >= 0 && static_cast<std::size_t>(named) < line.values.size()
               ? std::string(line.values[static_cast<std::size_t>(named)])
               : std::string();
-  if (!had || !has) return {{had ? "removed" : "added", "", "", "", false}};
+  ObjectChange change;
+  change.kind = line.kind;
+  change.name = *name;
+  if (!had || !has) {
+    change.action = had ? "removed" : "added";
+    return {change};
+  }
   std::vector<ObjectChange> changes;
   const auto& attributes = doc::LayoutOf(line.kind).attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {
@@ -74,8 +77,12 @@ std::vector<ObjectChange> Changes(const std::string& was,
     const bool secret = attributes[i].secret;
     const auto masked =
         secret ? doc::MaskedChange(from, to) : std::make_pair(from, to);
-    changes.push_back({"changed", attributes[i].name, masked.first,
-                       masked.second, attributes[i].runTime});
+    change.action = "changed";
+    change.attribute = attributes[i].name;
+    change.from = masked.first;
+    change.to = masked.second;
+    change.runTime = attributes[i].runTime;
+    changes.push_back(change);
   }
   return changes;
 }
@@ -211,17 +218,12 @@ void AddChanges(const std::string& oid, const std::string& was,
                 const std::string& now, bool all,
                 const doc::AttributeMask& ignored,
                 std::vector<doc::TimelineChange>* changes) {
-  doc::TimelineChange told;
-  told.oid = oid;
-  for (const ObjectChange& c :
-       Changes(was, now, &told.kind, &told.name, ignored)) {
+  doc::Kind kind;
+  std::string name;
+  for (ObjectChange& c : Changes(was, now, &kind, &name, ignored)) {
     if (c.runTime && !all) continue;
-    told.action = c.action;
-    told.attribute = c.attribute;
-    told.from = c.from;
-    told.to = c.to;
-    told.runTime = c.runTime;
-    changes->push_back(told);
+    c.oid = oid;
+    changes->push_back(std::move(c));
   }
 }
 
@@ -250,11 +252,8 @@ bool WriteHtml(const doc::History& history,
       // message.
       if (entry.changes.empty() && !changed.empty()) continue;
     } else {
-      doc::Kind kind;
-      std::string name;
-      const auto changes = Changes(e.before, e.after, &kind, &name, ignored);
-      if (changes.empty() || (!all && RunTimeOnly(changes))) continue;
       AddChanges(oid, e.before, e.after, all, ignored, &entry.changes);
+      if (entry.changes.empty()) continue;
     }
     timeline.push_back(std::move(entry));
   }
