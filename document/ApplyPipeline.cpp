@@ -1,19 +1,18 @@
 #include "ApplyPipeline.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <ostream>
 #include <sstream>
 
 #include "Alongside.h"
+#include "ApplyFiles.h"
 #include "ApplyLog.h"
 #include "AttributeRules.h"
 #include "Checker.h"
@@ -102,112 +101,6 @@ class Gatherer : public Visitor {
   }
   Wants& wants_;
 };
-
-// Exports the store that db serves, in its transaction, to file; true when
-// the exporter succeeded (its messages went to standard error).
-bool ExportThrough(sqlite3* db, const std::string& file) {
-  std::ofstream out(file, std::ios::out | std::ios::trunc);
-  // The connection is served, and its session closed, however the export
-  // ends: memory running out among the ways.
-  struct Serving {
-    explicit Serving(sqlite3* connection) { KivServeConnection(connection); }
-    ~Serving() {
-      KivServeConnection(nullptr);
-      if (SdaiSession* session = SdaiSession::CurrentSession())
-        session->CloseSession();
-    }
-  } serving(db);
-  indent = 0;
-  iXSL = 0;
-  const int rc = ReadAdmin(&out);
-  out.close();
-  return rc == 0 && !out.fail();
-}
-
-// True when the file at path holds bytes exactly; read a block at a time.
-bool Holds(const std::string& path, std::string_view bytes) {
-  std::ifstream in(path, std::ios::binary);
-  char block[1 << 16];
-  while (in) {
-    in.read(block, sizeof block);
-    const auto got = static_cast<std::size_t>(in.gcount());
-    if (got > bytes.size() || bytes.compare(0, got, block, got) != 0)
-      return false;
-    bytes.remove_prefix(got);
-  }
-  return in.eof() && bytes.empty();
-}
-
-// A file in memory, named by a path of /proc: nothing of it is left on a
-// disk whatever ends the process, and no temporary directory can fail it.
-struct Temporary {
-  Temporary() {
-    fd = ::memfd_create("vantrel-apply", MFD_CLOEXEC);
-    error = fd < 0 ? errno : 0;
-    path = fd < 0 ? std::string() : "/proc/self/fd/" + std::to_string(fd);
-  }
-  ~Temporary() {
-    if (fd >= 0) ::close(fd);
-  }
-  Temporary(const Temporary&) = delete;
-  Temporary& operator=(const Temporary&) = delete;
-  int fd = -1;
-  int error = 0;  // why there is no file
-  std::string path;
-};
-
-// Sets *path to a file that holds the document file: file itself, or for
-// "-" a copy of standard input in input. False with *error.
-bool Readable(const std::string& file, Temporary& input, std::string* path,
-              std::string* error) {
-  *path = file;
-  if (file != "-") return true;
-  if (input.fd >= 0 &&
-      vantrel::CopyFile(STDIN_FILENO, input.fd, kMaxDocumentBytes) ==
-          vantrel::Copied::kWhole) {
-    *path = input.path;
-    return true;
-  }
-  *error = std::string("cannot read standard input: ") +
-           (errno == EFBIG ? "larger than any document" : std::strerror(errno));
-  return false;
-}
-
-// Reads the document file whole into *bytes, as any document is read:
-// bounded, and only from a regular file. False with the reason in *error.
-bool ReadDocumentFile(const std::string& file, std::string* bytes,
-                      std::string* error) {
-  // Not blocking: a FIFO is refused as what it is, not waited on.
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  struct stat st {};
-  if (fd < 0 || ::fstat(fd, &st) != 0) {
-    *error = std::strerror(errno);
-    if (fd >= 0) ::close(fd);
-    return false;
-  }
-  const bool regular = S_ISREG(st.st_mode);
-  if (!regular || static_cast<std::uint64_t>(st.st_size) > kMaxDocumentBytes) {
-    ::close(fd);
-    *error = S_ISDIR(st.st_mode) ? std::strerror(EISDIR)
-             : regular           ? "larger than any document"
-                                 : "not a regular file";
-    return false;
-  }
-  bytes->resize(static_cast<std::size_t>(st.st_size));
-  std::size_t at = 0;
-  while (at < bytes->size()) {
-    const ssize_t got = ::read(fd, &(*bytes)[at], bytes->size() - at);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) {
-      *error = got < 0 ? std::strerror(errno) : "it was cut short while read";
-      ::close(fd);
-      return false;
-    }
-    at += static_cast<std::size_t>(got);
-  }
-  ::close(fd);
-  return true;
-}
 
 // Where a stage stopped the apply: why, and the exit status; status 0
 // goes on.

@@ -9,6 +9,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "ApplyFiles.h"
 #include "AttributeRules.h"
 #include "Checker.h"
 #include "DocumentPlan.h"
@@ -39,20 +40,6 @@ class HeldFile {
   std::string path_;  // made before fd_, which names it
   int fd_;
 };
-
-// Reads the file at path whole into *bytes; false with *error.
-bool ReadWhole(const std::string& path, std::string* bytes,
-               std::string* error) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream all;
-  all << in.rdbuf();
-  if (!in && !in.eof()) {
-    *error = std::strerror(errno ? errno : EIO);
-    return false;
-  }
-  *bytes = all.str();
-  return true;
-}
 
 // The plan from the document before (whole) to after, into *plan, reading
 // it into before; the plan views both.
@@ -126,7 +113,7 @@ bool Exported(const std::string& store, std::string* document,
                     err, total, error, checked);
   file.close();
   checked->Finish();
-  const bool read = exported && ReadWhole(path, document, error);
+  const bool read = exported && doc::ReadDocumentFile(path, document, error);
   ::close(fd);
   return read;
 }
