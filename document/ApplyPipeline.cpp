@@ -1,6 +1,5 @@
 #include "ApplyPipeline.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
