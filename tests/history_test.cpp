@@ -463,6 +463,13 @@ TEST(Timeline, EveryLinkResolvesAndChromiumShowsIt) {
     EXPECT_EQ(dom.out.find("g&lt;a&gt;mma") != std::string::npos,
               args.size() == 1);
   }
+  // A status whose date alone moved since: its story is its addition,
+  // without --all.
+  ASSERT_EQ(Doc({"log", "--format", "html", "-o", page, repo, "x1701"}).status,
+            0);
+  EXPECT_EQ(
+      test_support::Matches(ReadFile(page), "<li id=\"(c-[^\"]+)\"").size(),
+      1u);
   // Run-time state with --all: beside a rename, and the night that only
   // moved it.
   ASSERT_EQ(Doc({"log", "--all", "--format", "html", "-o", page, repo}).status,
